@@ -1,0 +1,120 @@
+#pragma once
+/// `kest::Any`: the intrusive, reference-counted handle to any host value.
+
+#include <kest/object_value.hpp>
+
+#include <compare>
+#include <cstddef>
+#include <utility>
+
+namespace kest {
+
+template <class... Ts> class Union;
+template <class T> class Computed;
+class Error;
+class None;
+class Type;
+class String;
+class meta_property_untyped;
+class meta_method_untyped;
+class meta_field_untyped;
+
+/// The result of a fallible operation: a value, a lazily computed value or an error.
+template <class T> using Result = Union<T, Computed<T>, Error>;
+
+/// A handle to a host value, or empty. Copying shares the value; the count is atomic,
+/// so handles may be passed between threads.
+class KEST_API Any {
+public:
+  Any() noexcept = default;
+  Any(std::nullptr_t) noexcept {}
+  /// Shares `p` (adds a reference).
+  explicit Any(internal::object_value *p) noexcept : m_ptr(p) {
+    if (p)
+      p->add_ref();
+  }
+  Any(const Any &o) noexcept : Any(o.m_ptr) {}
+  Any(Any &&o) noexcept : m_ptr(std::exchange(o.m_ptr, nullptr)) {}
+  Any &operator=(const Any &o) noexcept {
+    Any(o).swap(*this);
+    return *this;
+  }
+  Any &operator=(Any &&o) noexcept {
+    Any(std::move(o)).swap(*this);
+    return *this;
+  }
+  ~Any() {
+    if (m_ptr)
+      m_ptr->release();
+  }
+
+  /// Takes over one reference that the caller owns.
+  static Any steal(internal::object_value *p) noexcept {
+    Any a;
+    a.m_ptr = p;
+    return a;
+  }
+  /// Gives up the reference without releasing it.
+  internal::object_value *detach() noexcept { return std::exchange(m_ptr, nullptr); }
+
+  void swap(Any &o) noexcept { std::swap(m_ptr, o.m_ptr); }
+  void reset() noexcept { Any().swap(*this); }
+
+  [[nodiscard]] internal::object_value *get() const noexcept { return m_ptr; }
+  [[nodiscard]] bool empty() const noexcept { return m_ptr == nullptr; }
+  explicit operator bool() const noexcept { return m_ptr != nullptr; }
+  /// The kind of the value; an empty handle reports None.
+  [[nodiscard]] internal::ObjectType kind() const noexcept {
+    return m_ptr ? m_ptr->kind() : internal::ObjectType::None;
+  }
+  /// True when both handles refer to the same object.
+  [[nodiscard]] bool isSame(const Any &o) const noexcept { return m_ptr == o.m_ptr; }
+
+  /// The type of the value (its class).
+  [[nodiscard]] Type getType() const;
+
+  /// Reads a property through its getter (or the class's fallback hook).
+  [[nodiscard]] Result<Any> propertyValue(const meta_property_untyped &name) const;
+  /// Writes a property through its setter (or the class's fallback hook).
+  Result<None> setPropertyValue(const meta_property_untyped &name, const Any &value) const;
+  /// The named method bound to this value, or None.
+  [[nodiscard]] Any boundMethod(const meta_method_untyped &name) const;
+  /// Reads an instance field (guarded by the instance's lock).
+  [[nodiscard]] Result<Any> fieldValue(const meta_field_untyped &name) const;
+  /// Writes an instance field (guarded by the instance's lock).
+  Result<None> setFieldValue(const meta_field_untyped &name, const Any &value) const;
+
+  /// Value equality through the host comparison.
+  friend KEST_API bool operator==(const Any &a, const Any &b);
+  /// Three-way host comparison; unordered values give `unordered`.
+  friend KEST_API std::partial_ordering operator<=>(const Any &a, const Any &b);
+
+protected:
+  Any(internal::unchecked_t, Any &&a) noexcept : m_ptr(std::exchange(a.m_ptr, nullptr)) {}
+  Any(internal::unchecked_t, const Any &a) noexcept : Any(a) {}
+
+  internal::object_value *m_ptr = nullptr;
+};
+
+/// Declares the static members that every typed handle has.
+#define KEST_HANDLE_MEMBERS(Name, Base)                                                         \
+public:                                                                                         \
+  Name(::kest::internal::unchecked_t u, ::kest::Any &&a) noexcept : Base(u, std::move(a)) {}    \
+  Name(::kest::internal::unchecked_t u, const ::kest::Any &a) noexcept : Base(u, a) {}          \
+  /** True when the value is of this class (or derives from it). */                            \
+  static bool isInstance(const ::kest::Any &a) noexcept;                                        \
+  /** The value as this handle, or None when it is not one. */                                 \
+  static ::kest::Union<Name, ::kest::None> cast(const ::kest::Any &a);                          \
+  /** The value as this handle, or an error naming both classes. */                             \
+  static ::kest::Result<Name> checkedCast(const ::kest::Any &a);                                \
+  static Name unsafeFrom(const ::kest::Any &a) noexcept { return Name(::kest::internal::unchecked, a); } \
+  static ::kest::Class_Generic getClass();                                                      \
+  static ::kest::Type getType();
+
+class Class_Generic;
+
+} // namespace kest
+
+template <> struct std::hash<kest::Any> {
+  std::size_t operator()(const kest::Any &a) const;
+};

@@ -1,0 +1,218 @@
+#pragma once
+/// Host classes: `Class_Generic` (the handle), `Class<T>` and the class object
+/// `internal::object_value_class` with its member tables and hooks.
+
+#include <kest/name.hpp>
+#include <kest/string.hpp>
+#include <kest/type.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+namespace kest {
+
+class Property;
+class Field;
+class I_Callable_Generic;
+
+/// Class flags. Flags marked inherited pass from a base to every derived class.
+namespace class_flags {
+inline constexpr std::uint64_t interface = 0x1;          ///< an interface (no instances)
+inline constexpr std::uint64_t abstract = 0x2;           ///< no instances
+inline constexpr std::uint64_t generic_definition = 0x10; ///< `List`, `HashMap`, ...
+inline constexpr std::uint64_t generic_instance = 0x20;   ///< `List<String>`, ...
+inline constexpr std::uint64_t union_type = 0x40;         ///< a union of types
+inline constexpr std::uint64_t top_type = 0x80;           ///< `Untyped`
+inline constexpr std::uint64_t callable = 0x100;          ///< inherited: instances can be called
+inline constexpr std::uint64_t error = 0x200;             ///< inherited: error classes
+inline constexpr std::uint64_t module = 0x400;            ///< inherited: module classes
+inline constexpr std::uint64_t map = 0x20000;             ///< inherited: key-value maps
+inline constexpr std::uint64_t sequence = 0x1000000;      ///< inherited: indexed sequences
+inline constexpr std::uint64_t set = 0x2000000;           ///< inherited: sets
+inline constexpr std::uint64_t python_backed = 0x4000000; ///< inherited: wraps a Python object
+/// The flags that derived classes take from their bases.
+inline constexpr std::uint64_t inherited = callable | error | module | map | sequence | set | python_backed;
+} // namespace class_flags
+
+namespace internal {
+
+class object_value_instance;
+
+/// Hook asked for a method when the declared members have none of that name.
+using method_lookup_hook = std::function<Any(const Any &self, const meta_method_untyped &name)>;
+/// Hook asked for a property value when no declared property has that name.
+using property_getter_hook = std::function<Any(const Any &self, const meta_property_untyped &name)>;
+/// Hook asked to write a property when no declared property has that name.
+using property_setter_hook =
+    std::function<Any(const Any &self, const meta_property_untyped &name, const Any &value)>;
+/// Runs when an instance is destroyed (fields are still readable).
+using finaliser = std::function<void(object_value_instance &instance)>;
+/// Creates an uninitialised instance of a class.
+using instance_allocator = std::function<Any(const Class_Generic &cls)>;
+
+/// Members of one kind, in declaration order, indexed by name.
+struct member_table {
+  std::vector<std::pair<const name_info *, Any>> entries;
+  std::unordered_map<const name_info *, std::size_t> index;
+
+  [[nodiscard]] const Any *find(const name_info *name) const {
+    auto it = index.find(name);
+    return it == index.end() ? nullptr : &entries[it->second].second;
+  }
+  /// Adds or replaces (keeping the original position).
+  void put(const name_info *name, Any member) {
+    auto [it, added] = index.emplace(name, entries.size());
+    if (added)
+      entries.emplace_back(name, std::move(member));
+    else
+      entries[it->second].second = std::move(member);
+  }
+  bool remove(const name_info *name);
+};
+
+class KEST_API object_value_class final : public object_value {
+public:
+  object_value_class(String name, std::uint64_t flags);
+  ~object_value_class() override;
+
+  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Class; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override;
+
+  // Identity and documentation.
+  String name;
+  String doc;
+  /// Module (or module name, resolved when asked) that declares the class.
+  Any context;
+  std::vector<std::pair<String, String>> examples;
+  std::vector<Class_Generic> bases;
+  std::atomic<std::uint64_t> flags;
+  /// Every class this one derives from, itself included.
+  std::unordered_set<const object_value_class *> ancestors;
+  /// Instance fields of this class and its bases.
+  std::size_t field_count = 0;
+
+  Any generic_definition;            ///< the generic class of a generic instance
+  std::vector<Type> generic_arguments; ///< its arguments
+
+  // Member tables, guarded by `lock`; read them through the functions below.
+  mutable spinlock lock;
+  member_table properties;
+  member_table methods;
+  member_table fields;
+
+  method_lookup_hook method_hook;
+  property_getter_hook getter_hook;
+  property_setter_hook setter_hook;
+  internal::finaliser finaliser;
+  instance_allocator allocator;
+
+  /// Looks a member up in this class, then in its bases in order.
+  [[nodiscard]] Any find_property(const name_info *name) const;
+  [[nodiscard]] Any find_method(const name_info *name) const;
+  [[nodiscard]] Any find_field(const name_info *name) const;
+  /// The first hook or allocator found along the base chain.
+  [[nodiscard]] method_lookup_hook find_method_hook() const;
+  [[nodiscard]] property_getter_hook find_getter_hook() const;
+  [[nodiscard]] property_setter_hook find_setter_hook() const;
+  [[nodiscard]] instance_allocator find_allocator() const;
+
+  [[nodiscard]] bool derives_from(const object_value_class *other) const noexcept {
+    return this == other || ancestors.count(other) != 0;
+  }
+  /// Adds a base after construction (declaration time only).
+  void add_base(const Class_Generic &base);
+
+  /// Adds a property to this class without checks; replaces one of the same name.
+  void add_class_property_unsafe(const meta_property_untyped &name, const Property &property);
+  void add_method(const meta_method_untyped &name, const I_Callable_Generic &method);
+  void add_property(const meta_property_untyped &name, const Property &property);
+  /// Adds a field and gives it the next index.
+  void add_field(const meta_field_untyped &name, Field &field);
+
+  /// A bit mask of the object hooks ("$__display__", ...) that this class overrides,
+  /// recomputed after any class changed its members.
+  [[nodiscard]] std::uint32_t override_mask() const;
+
+  /// Generic instances made from this definition, by argument list.
+  spinlock generic_lock;
+  std::vector<std::pair<std::vector<Type>, Any>> generic_instances;
+
+private:
+  mutable std::atomic<std::uint64_t> m_override_cache{0};
+};
+
+/// Incremented whenever any class gains or loses a member.
+KEST_API std::uint64_t class_members_epoch() noexcept;
+KEST_API void bump_class_members_epoch() noexcept;
+
+} // namespace internal
+
+/// A handle to a host class.
+class KEST_API Class_Generic : public Any {
+  KEST_HANDLE_MEMBERS(Class_Generic, Any)
+  Class_Generic() = default;
+  /// A new, empty class (use the builders for declared classes).
+  static Class_Generic create(const String &name, std::uint64_t flags = 0,
+                              const std::vector<Class_Generic> &bases = {});
+
+  [[nodiscard]] internal::object_value_class *value() const noexcept {
+    return static_cast<internal::object_value_class *>(m_ptr);
+  }
+  internal::object_value_class *operator->() const noexcept { return value(); }
+
+  [[nodiscard]] String name() const;
+  [[nodiscard]] String doc() const;
+  void setDoc(const String &doc) const;
+  /// The module that declares the class, or None.
+  [[nodiscard]] Any declaringContext() const;
+  void setDeclaringContext(const Any &context) const;
+  [[nodiscard]] String example(const String &language) const;
+  [[nodiscard]] std::vector<Class_Generic> bases() const;
+  [[nodiscard]] std::uint64_t flags() const noexcept;
+  [[nodiscard]] bool hasFlag(std::uint64_t flag) const noexcept { return (flags() & flag) != 0; }
+  void addFlags(std::uint64_t flags) const noexcept;
+  /// True when this class is `other` or derives from it.
+  [[nodiscard]] bool derivesFrom(const Class_Generic &other) const noexcept;
+
+  [[nodiscard]] Union<Property, None> definedProperty(const meta_property_untyped &name) const;
+  [[nodiscard]] Union<I_Callable_Generic, None> definedMethod(const meta_method_untyped &name) const;
+  [[nodiscard]] Union<Field, None> definedField(const meta_field_untyped &name) const;
+  /// Properties of the class and its bases (a redefinition replaces the inherited one).
+  [[nodiscard]] std::vector<Property> definedProperties() const;
+  [[nodiscard]] std::vector<I_Callable_Generic> definedMethods() const;
+  [[nodiscard]] std::vector<Field> definedFields() const;
+  /// Properties declared by this class itself.
+  [[nodiscard]] std::vector<Property> ownDefinedProperties() const;
+
+  /// A new instance with empty fields, or an error for interfaces and abstract classes.
+  [[nodiscard]] Result<Any> allocateInstance() const;
+  /// The generic class that this class instantiates, or None.
+  [[nodiscard]] Any genericDefinition() const;
+  [[nodiscard]] std::vector<Type> genericArguments() const;
+  /// `value` converted to this class, or an error.
+  [[nodiscard]] Result<Any> coerce(const Any &value) const;
+
+  void setMethodLookupHook(internal::method_lookup_hook hook) const;
+  void setPropertyGetterHook(internal::property_getter_hook hook) const;
+  void setPropertySetterHook(internal::property_setter_hook hook) const;
+  void setFinaliser(internal::finaliser finaliser) const;
+  void setAllocator(internal::instance_allocator allocator) const;
+};
+
+/// A class handle that remembers the handle type of its instances.
+template <class T> class Class : public Class_Generic {
+public:
+  Class() : Class_Generic(T::getClass()) {}
+  Class(internal::unchecked_t u, const Any &a) noexcept : Class_Generic(u, a) {}
+  static bool isInstance(const Any &a) noexcept {
+    return Class_Generic::isInstance(a) &&
+           Class_Generic::unsafeFrom(a).derivesFrom(T::getClass());
+  }
+};
+
+} // namespace kest

@@ -1,0 +1,81 @@
+#pragma once
+/// Errors as values: `Error` and its subclasses `BadArgument`, `EvaluationError`
+/// and `StopIteration`.
+///
+/// Errors are returned inside `Result<T>`, never thrown across a library
+/// boundary. Inside the library a C++ exception may carry one
+/// (`kest::exception`); `Error::fromCurrentException()` turns what was caught
+/// back into a value.
+
+#include <kest/integer.hpp>
+#include <kest/none.hpp>
+#include <kest/string.hpp>
+
+#include <exception>
+#include <optional>
+#include <stdexcept>
+
+namespace kest {
+
+class KEST_API Error : public Any {
+  KEST_HANDLE_MEMBERS(Error, Any)
+  explicit Error(const String &message);
+  explicit Error(const char *message) : Error(String::fromUtf8(message)) {}
+  /// An error of a class derived from `Error` (for example one declared at run time).
+  static Error create(const Class_Generic &errorClass, const String &message);
+  /// The error used when a failure carries no error of its own.
+  static Error unknown();
+  /// Turns the exception being handled into an error. Must be called inside a
+  /// `catch` block; keeps the exception as the error's cause unless it
+  /// already carried an `Error`.
+  static Error fromCurrentException();
+
+  [[nodiscard]] String message() const;
+  /// The captured native exception, or null.
+  [[nodiscard]] std::exception_ptr cause() const;
+  void setCause(std::exception_ptr cause) const;
+  [[nodiscard]] String stack() const;
+  void setStack(const String &stack) const;
+  /// An optional value attached to the error.
+  [[nodiscard]] Any value() const;
+  void setValue(const Any &value) const;
+};
+
+/// An argument of a call did not fit the callee.
+class KEST_API BadArgument : public Error {
+  KEST_HANDLE_MEMBERS(BadArgument, Error)
+  explicit BadArgument(const String &message);
+  explicit BadArgument(const char *message) : BadArgument(String::fromUtf8(message)) {}
+};
+
+/// An error with a position in evaluated source text; each position is optional.
+class KEST_API EvaluationError : public Error {
+  KEST_HANDLE_MEMBERS(EvaluationError, Error)
+  EvaluationError(const String &message, const Union<Integer, None> &line,
+                  const Union<Integer, None> &column,
+                  const Union<Integer, None> &spanStart = {},
+                  const Union<Integer, None> &spanLength = {});
+  [[nodiscard]] std::optional<std::int64_t> line() const;
+  [[nodiscard]] std::optional<std::int64_t> column() const;
+  [[nodiscard]] std::optional<std::int64_t> spanStart() const;
+  [[nodiscard]] std::optional<std::int64_t> spanLength() const;
+};
+
+/// The end of an iteration.
+class KEST_API StopIteration : public Error {
+  KEST_HANDLE_MEMBERS(StopIteration, Error)
+  StopIteration();
+  explicit StopIteration(const String &message);
+};
+
+/// A C++ exception that carries a host error inside the library.
+class KEST_API exception : public std::runtime_error {
+public:
+  explicit exception(Error error);
+  [[nodiscard]] const Error &error() const noexcept { return m_error; }
+
+private:
+  Error m_error;
+};
+
+} // namespace kest

@@ -1,0 +1,167 @@
+#pragma once
+/// Adapters that turn typed C++ functions into host callables.
+///
+/// Each parameter is converted from the host value with `arg_traits<T>`; a value
+/// that does not fit gives a `BadArgument` error instead of a call. The result
+/// is converted with `result_traits<R>`; `void` gives None.
+
+#include <kest/boolean.hpp>
+#include <kest/callable.hpp>
+#include <kest/float.hpp>
+#include <kest/integer.hpp>
+
+#include <concepts>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <type_traits>
+
+namespace kest {
+namespace internal {
+
+/// The error for argument `index` that is not a `expected`.
+KEST_API Error bad_argument_error(std::size_t index, const Type &expected, const Any &value);
+
+template <class T> struct arg_traits;
+
+template <> struct arg_traits<Any> {
+  static Type type() { return Type(); }
+  static bool fits(const Any &) noexcept { return true; }
+  static Any from(const Any &a) { return a; }
+};
+
+/// Typed handles: checked with their `isInstance`.
+template <class T>
+  requires(std::is_base_of_v<Any, T> && !std::is_same_v<T, Any> && !is_union<T>::value)
+struct arg_traits<T> {
+  static Type type() { return T::getType(); }
+  static bool fits(const Any &a) noexcept { return T::isInstance(a); }
+  static T from(const Any &a) { return T::unsafeFrom(a); }
+};
+
+/// Unions: any alternative fits; declared as untyped.
+template <class... Ts> struct arg_traits<Union<Ts...>> {
+  static Type type() { return Type(); }
+  static bool fits(const Any &a) noexcept { return (arg_traits<Ts>::fits(a) || ...); }
+  static Union<Ts...> from(const Any &a) { return Union<Ts...>(unchecked, a); }
+};
+
+template <std::integral T>
+  requires(!std::is_same_v<T, bool>)
+struct arg_traits<T> {
+  static Type type() { return Integer::getType(); }
+  static bool fits(const Any &a) noexcept { return Integer::isInstance(a); }
+  static T from(const Any &a) {
+    auto i = Integer::unsafeFrom(a);
+    if constexpr (std::is_signed_v<T>)
+      return static_cast<T>(i.value());
+    else
+      return static_cast<T>(i.unsignedValue());
+  }
+};
+
+template <> struct arg_traits<bool> {
+  static Type type() { return Boolean::getType(); }
+  static bool fits(const Any &a) noexcept { return Boolean::isInstance(a); }
+  static bool from(const Any &a) { return Boolean::unsafeFrom(a).value(); }
+};
+
+template <> struct arg_traits<double> {
+  static Type type() { return Float::getType(); }
+  static bool fits(const Any &a) noexcept { return Float::isInstance(a) || Integer::isInstance(a); }
+  static double from(const Any &a) {
+    if (Integer::isInstance(a))
+      return static_cast<double>(Integer::unsafeFrom(a).value());
+    return Float::unsafeFrom(a).value();
+  }
+};
+
+template <> struct arg_traits<std::string> {
+  static Type type() { return String::getType(); }
+  static bool fits(const Any &a) noexcept { return String::isInstance(a); }
+  static std::string from(const Any &a) { return String::unsafeFrom(a).toUtf8(); }
+};
+
+template <class T> struct arg_traits<const T &> : arg_traits<T> {};
+
+template <class R> struct result_traits {
+  static Type type() { return arg_traits<R>::type(); }
+  static Any to_any(R &&r) {
+    if constexpr (std::is_base_of_v<Any, R>)
+      return Any(std::move(r));
+    else if constexpr (std::is_same_v<R, bool>)
+      return Boolean(r);
+    else if constexpr (std::is_integral_v<R> && std::is_signed_v<R>)
+      return Integer(static_cast<std::int64_t>(r));
+    else if constexpr (std::is_integral_v<R>)
+      return Integer::fromUnsigned(static_cast<std::uint64_t>(r));
+    else if constexpr (std::is_floating_point_v<R>)
+      return Float(static_cast<double>(r));
+    else if constexpr (std::is_same_v<R, std::string>)
+      return String::fromUtf8(r);
+    else
+      static_assert(sizeof(R) == 0, "no host form for this result type");
+  }
+};
+template <> struct result_traits<void> {
+  static Type type() { return None::getType(); }
+};
+
+template <class F> struct function_traits : function_traits<decltype(&F::operator())> {};
+template <class R, class... A> struct function_traits<R (*)(A...)> {
+  using result = R;
+  using args = std::tuple<std::decay_t<A>...>;
+  static constexpr std::size_t arity = sizeof...(A);
+};
+template <class R, class... A> struct function_traits<R(A...)> : function_traits<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct function_traits<R (C::*)(A...) const> : function_traits<R (*)(A...)> {};
+template <class C, class R, class... A>
+struct function_traits<R (C::*)(A...)> : function_traits<R (*)(A...)> {};
+
+template <class Args, std::size_t... I>
+std::vector<Parameter> parameters_of(std::index_sequence<I...>) {
+  return {Parameter(String::fromUtf8("arg" + std::to_string(I)),
+                    &arg_traits<std::tuple_element_t<I, Args>>::type)...};
+}
+
+template <class F, class Args, std::size_t... I>
+Any invoke_typed(const F &f, std::span<const Any> args, std::index_sequence<I...>) {
+  std::size_t bad = sizeof...(I);
+  ((bad == sizeof...(I) && !arg_traits<std::tuple_element_t<I, Args>>::fits(args[I]) ? bad = I : 0),
+   ...);
+  if (bad != sizeof...(I)) {
+    static const std::vector<Type (*)()> types{&arg_traits<std::tuple_element_t<I, Args>>::type...};
+    return bad_argument_error(bad, types[bad](), args[bad]);
+  }
+  using R = std::invoke_result_t<const F &, std::tuple_element_t<I, Args>...>;
+  if constexpr (std::is_void_v<R>) {
+    f(arg_traits<std::tuple_element_t<I, Args>>::from(args[I])...);
+    return None();
+  } else {
+    return result_traits<std::decay_t<R>>::to_any(
+        f(arg_traits<std::tuple_element_t<I, Args>>::from(args[I])...));
+  }
+}
+
+} // namespace internal
+
+/// A host callable over a typed C++ function. `independent` is false for a
+/// method whose first parameter is the instance.
+template <class F> I_Callable_Generic make_function(F f, bool independent = true) {
+  using traits = internal::function_traits<std::decay_t<F>>;
+  using Args = typename traits::args;
+  using R = std::decay_t<typename traits::result>;
+  constexpr auto seq = std::make_index_sequence<traits::arity>();
+  Signature sig(internal::parameters_of<Args>(seq), &internal::result_traits<R>::type, traits::arity);
+  return internal::make_callable(
+      [f = std::move(f)](std::span<const Any> args) -> Any {
+        return internal::invoke_typed<F, Args>(f, args, std::make_index_sequence<traits::arity>());
+      },
+      std::move(sig), independent);
+}
+
+/// A method: the first parameter receives the instance.
+template <class F> I_Callable_Generic make_method(F f) { return make_function(std::move(f), false); }
+
+} // namespace kest

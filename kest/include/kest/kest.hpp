@@ -1,0 +1,37 @@
+#pragma once
+/// The whole kest object model.
+
+#include <kest/any.hpp>
+#include <kest/boolean.hpp>
+#include <kest/builders.hpp>
+#include <kest/bytearray.hpp>
+#include <kest/callable.hpp>
+#include <kest/class.hpp>
+#include <kest/computed.hpp>
+#include <kest/date_time.hpp>
+#include <kest/decimal.hpp>
+#include <kest/error.hpp>
+#include <kest/external.hpp>
+#include <kest/float.hpp>
+#include <kest/function.hpp>
+#include <kest/hash_map.hpp>
+#include <kest/hash_set.hpp>
+#include <kest/init.hpp>
+#include <kest/instance.hpp>
+#include <kest/integer.hpp>
+#include <kest/interfaces.hpp>
+#include <kest/language.hpp>
+#include <kest/list.hpp>
+#include <kest/log.hpp>
+#include <kest/module.hpp>
+#include <kest/name.hpp>
+#include <kest/none.hpp>
+#include <kest/object_value.hpp>
+#include <kest/property.hpp>
+#include <kest/reflection.hpp>
+#include <kest/spinlock.hpp>
+#include <kest/string.hpp>
+#include <kest/tuple.hpp>
+#include <kest/type.hpp>
+#include <kest/union.hpp>
+#include <kest/weak.hpp>

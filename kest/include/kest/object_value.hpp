@@ -1,0 +1,97 @@
+#pragma once
+/// The heap base of every host value: an atomic reference count and a kind.
+
+#include <kest/config.hpp>
+#include <kest/spinlock.hpp>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace kest::internal {
+
+/// Kind codes of host values. The numbers are part of the binary interface
+/// that extensions rely on; never renumber them.
+enum class ObjectType : std::uint8_t {
+  Boolean = 0,
+  ByteArray = 1,
+  Callable = 2,
+  Class = 3,
+  Float = 4,
+  List = 5,
+  HashMap = 6,
+  Instance = 7,
+  Integer = 8,
+  HashSet = 9,
+  String = 10,
+  Tuple = 11,
+  Multimethod = 12,
+  Computed = 13,
+  External = 14,
+  WeakReference = 15,
+  None = 16,
+  NotImplemented = 17,
+};
+
+class object_value_class;
+
+/// Shared block behind weak references: it outlives the object and is
+/// cleared, under its lock, when the object's last strong reference goes.
+struct KEST_API weak_control {
+  std::atomic<std::uint32_t> refs{1};
+  spinlock lock;
+  class object_value *target = nullptr; // guarded by lock
+
+  void add_ref() noexcept { refs.fetch_add(1, std::memory_order_relaxed); }
+  void release() noexcept;
+};
+
+/// Base of all host objects. Reference counts start at zero; the first
+/// `Any` that takes the object raises it to one.
+class KEST_API object_value {
+public:
+  object_value() noexcept = default;
+  object_value(const object_value &) = delete;
+  object_value &operator=(const object_value &) = delete;
+  virtual ~object_value();
+
+  /// The kind code of this value.
+  [[nodiscard]] virtual ObjectType kind() const noexcept = 0;
+  /// The class of this value (borrowed; classes outlive their values).
+  [[nodiscard]] virtual object_value_class *class_value() const noexcept = 0;
+
+  void add_ref() const noexcept { m_refs.fetch_add(1, std::memory_order_relaxed); }
+  void release() const noexcept {
+    if (m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1)
+      destroy();
+  }
+  /// Adds a reference unless the count already reached zero (weak upgrade).
+  bool try_add_ref() const noexcept;
+  [[nodiscard]] std::uint32_t ref_count() const noexcept {
+    return m_refs.load(std::memory_order_relaxed);
+  }
+  /// Keeps the object alive for the rest of the process (shared singletons).
+  void make_immortal() noexcept { m_refs.store(1u << 30, std::memory_order_relaxed); }
+
+  /// The weak-reference block, created on first request (a new reference).
+  weak_control *weak_block() const;
+
+  static void *operator new(std::size_t size);
+  static void operator delete(void *p) noexcept;
+
+  /// Live object count of the library, for leak checks in tests.
+  static std::int64_t live_count() noexcept;
+
+protected:
+  struct immortal_tag {};
+  /// For statically allocated singletons: a count that never reaches zero.
+  constexpr explicit object_value(immortal_tag) noexcept : m_refs(1u << 30) {}
+
+private:
+  void destroy() const noexcept;
+
+  mutable std::atomic<std::uint32_t> m_refs{0};
+  mutable std::atomic<weak_control *> m_weak{nullptr};
+};
+
+} // namespace kest::internal

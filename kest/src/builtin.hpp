@@ -1,0 +1,68 @@
+#pragma once
+// Internal helpers for the library's own classes and typed handles.
+
+#include <kest/class.hpp>
+#include <kest/computed.hpp>
+#include <kest/instance.hpp>
+#include <kest/none.hpp>
+
+#include <initializer_list>
+
+namespace kest::internal {
+
+using class_getter = Class_Generic (*)();
+
+/// Makes a class of the module "kest" with the given bases. The module is
+/// recorded by name and resolved when asked, so builtin classes can be made
+/// before the module table exists.
+Class_Generic make_builtin_class(const char *name, std::uint64_t flags,
+                                 std::initializer_list<class_getter> bases = {});
+
+/// True when `a` is an instance whose class derives from `cls`.
+inline bool instance_derives(const Any &a, const Class_Generic &cls) noexcept {
+  return a.kind() == ObjectType::Instance && a.get()->class_value() &&
+         a.get()->class_value()->derives_from(cls.value());
+}
+
+/// True when the class of `a` derives from `cls` (any kind of value).
+inline bool value_derives(const Any &a, const Class_Generic &cls) noexcept {
+  auto *c = a.get() ? a.get()->class_value() : nullptr;
+  return c && c->derives_from(cls.value());
+}
+
+/// Base of the library's native instance types: their class comes from a
+/// getter instead of a stored class, so that making one never declares a class.
+template <class_getter Getter> class native_instance : public object_value_instance {
+public:
+  native_instance() noexcept = default;
+  explicit native_instance(Class_Generic cls) : object_value_instance(std::move(cls)) {}
+  [[nodiscard]] object_value_class *class_value() const noexcept override {
+    auto *own = object_value_instance::class_value();
+    return own ? own : Getter().value();
+  }
+};
+
+/// The object behind a handle, cast to its native type.
+template <class T> T *native(const Any &a) noexcept { return static_cast<T *>(a.get()); }
+
+} // namespace kest::internal
+
+/// Defines the static members that `KEST_HANDLE_MEMBERS` declares.
+/// `check` is an expression over `a`; `make_class` makes the class once.
+#define KEST_DEFINE_HANDLE(Name, check, make_class)                                              \
+  bool Name::isInstance(const ::kest::Any &a) noexcept { return (check); }                       \
+  ::kest::Union<Name, ::kest::None> Name::cast(const ::kest::Any &a) {                           \
+    if (isInstance(a))                                                                           \
+      return unsafeFrom(a);                                                                      \
+    return ::kest::None();                                                                       \
+  }                                                                                              \
+  ::kest::Result<Name> Name::checkedCast(const ::kest::Any &a) {                                 \
+    if (isInstance(a))                                                                           \
+      return unsafeFrom(a);                                                                      \
+    return ::kest::internal::result_error_cast_source(::kest::String::fromUtf8(#Name), a);             \
+  }                                                                                              \
+  ::kest::Class_Generic Name::getClass() {                                                       \
+    static const ::kest::Class_Generic declared = (make_class);                                       \
+    return declared;                                                                             \
+  }                                                                                              \
+  ::kest::Type Name::getType() { return ::kest::Type(getClass()); }

@@ -1,0 +1,468 @@
+// Callables: parameters, signatures, native and bound callables, and calling.
+
+#include "builtin.hpp"
+
+#include <kest/builders.hpp>
+#include <kest/callable.hpp>
+#include <kest/hash_map.hpp>
+#include <kest/list.hpp>
+#include <kest/reflection.hpp>
+
+#include <fmt/format.h>
+
+#include <mutex>
+
+namespace kest {
+namespace internal {
+
+class object_value_parameter final : public native_instance<&Parameter::getClass> {
+public:
+  object_value_parameter(String n, Type t, type_getter g) : name(std::move(n)), type(std::move(t)), getter(g) {}
+  const String name;
+  mutable Type type;
+  const type_getter getter;
+  mutable std::once_flag resolved;
+};
+
+class object_value_signature final : public native_instance<&Signature::getClass> {
+public:
+  std::vector<Parameter> parameters;
+  mutable Type result;
+  type_getter result_getter = nullptr;
+  mutable std::once_flag resolved;
+  std::size_t required = 0;
+  bool variadic = false;
+};
+
+/// A callable with its instance parameter fixed.
+class object_value_bound_method final : public object_value_callable {
+public:
+  object_value_bound_method(I_Callable_Generic t, Any s, Signature sig)
+      : object_value_callable(std::move(sig), true), target(std::move(t)), self(std::move(s)) {}
+  Any invoke(std::span<const Any> args) const override {
+    std::vector<Any> full;
+    full.reserve(args.size() + 1);
+    full.push_back(self);
+    full.insert(full.end(), args.begin(), args.end());
+    if (target.kind() == ObjectType::Callable)
+      return static_cast<const object_value_callable *>(target.get())->invoke(full);
+    return target.callWith(full);
+  }
+  const I_Callable_Generic target;
+  const Any self;
+};
+
+} // namespace internal
+
+using namespace internal;
+
+KEST_DEFINE_HANDLE(Parameter, instance_derives(a, Parameter::getClass()),
+                   make_builtin_class("Parameter", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(Signature, instance_derives(a, Signature::getClass()),
+                   make_builtin_class("Signature", 0, {&I_Immutable::getClass}))
+namespace {
+const meta_method_untyped &init_name() {
+  static const meta_method_untyped n("$__init__");
+  return n;
+}
+/// A class is callable when it declares a constructor ("$__init__").
+bool constructible_class(const Any &a) {
+  return a.kind() == ObjectType::Class &&
+         static_cast<const object_value_class *>(a.get())->find_method(init_name().info());
+}
+} // namespace
+
+KEST_DEFINE_HANDLE(I_Callable_Generic,
+                   a.kind() == ObjectType::Callable || constructible_class(a) ||
+                       (a.kind() == ObjectType::Instance &&
+                        a.get()->class_value()->derives_from(I_Callable_Generic::getClass().value())),
+                   make_builtin_class("I_Callable", class_flags::interface | class_flags::callable))
+
+namespace {
+Class_Generic function_class() {
+  static const Class_Generic cls =
+      make_builtin_class("Function", class_flags::callable, {&I_Callable_Generic::getClass});
+  return cls;
+}
+const object_value_callable *native_callable(const Any &a) {
+  return a.kind() == ObjectType::Callable ? static_cast<const object_value_callable *>(a.get()) : nullptr;
+}
+const meta_method_untyped &call_name() {
+  static const meta_method_untyped n("$call");
+  return n;
+}
+const meta_field_untyped &independent_name() {
+  static const meta_field_untyped n("$_independent");
+  return n;
+}
+} // namespace
+
+Parameter::Parameter(const String &name, const Type &t)
+    : Any(unchecked, Any(new object_value_parameter(name, t, nullptr))) {}
+Parameter::Parameter(const String &name, type_getter getter)
+    : Any(unchecked, Any(new object_value_parameter(name, Type(), getter))) {}
+String Parameter::name() const { return native<object_value_parameter>(*this)->name; }
+Type Parameter::type() const {
+  auto *p = native<object_value_parameter>(*this);
+  if (p->getter)
+    std::call_once(p->resolved, [p] { p->type = p->getter(); });
+  return p->type;
+}
+
+Signature::Signature(std::vector<Parameter> parameters, const Type &resultType,
+                     std::size_t required, bool variadic)
+    : Any(unchecked, Any(new object_value_signature)) {
+  auto *s = native<object_value_signature>(*this);
+  s->required = std::min(required, parameters.size());
+  s->parameters = std::move(parameters);
+  s->result = resultType;
+  s->variadic = variadic;
+}
+std::vector<Parameter> Signature::parameters() const { return native<object_value_signature>(*this)->parameters; }
+std::int64_t Signature::parameterCount() const {
+  return static_cast<std::int64_t>(native<object_value_signature>(*this)->parameters.size());
+}
+std::int64_t Signature::requiredParameterCount() const {
+  return static_cast<std::int64_t>(native<object_value_signature>(*this)->required);
+}
+bool Signature::hasVariadicParameters() const { return native<object_value_signature>(*this)->variadic; }
+Type Signature::resultType() const {
+  auto *s = native<object_value_signature>(*this);
+  if (s->result_getter)
+    std::call_once(s->resolved, [s] { s->result = s->result_getter(); });
+  return s->result;
+}
+
+Signature::Signature(std::vector<Parameter> parameters, type_getter result, std::size_t required,
+                     bool variadic)
+    : Signature(std::move(parameters), Type(), required, variadic) {
+  native<object_value_signature>(*this)->result_getter = result;
+}
+
+Parameter internal::parameter_renamed(const Parameter &parameter, const String &name) {
+  auto *p = native<object_value_parameter>(parameter);
+  if (p->getter)
+    return Parameter(name, p->getter);
+  return Parameter(name, p->type);
+}
+
+Signature internal::signature_with(const Signature &base, std::vector<Parameter> parameters, std::size_t required,
+                                   type_getter result) {
+  auto *b = native<object_value_signature>(base);
+  if (result)
+    return Signature(std::move(parameters), result, required, b->variadic);
+  if (b->result_getter)
+    return Signature(std::move(parameters), b->result_getter, required, b->variadic);
+  return Signature(std::move(parameters), b->result, required, b->variadic);
+}
+
+String Signature::toString() const {
+  auto *s = native<object_value_signature>(*this);
+  string_builder b;
+  b.append(u'(');
+  for (std::size_t i = 0; i < s->parameters.size(); ++i) {
+    if (i)
+      b.append(u", ");
+    b.append(s->parameters[i].name()).append(u": ").append(s->parameters[i].type().toClass().name());
+  }
+  if (s->variadic)
+    b.append(s->parameters.empty() ? u"..." : u", ...");
+  b.append(u") -> ").append(resultType().toClass().name());
+  return b.take();
+}
+
+// --- native callables -------------------------------------------------------
+
+object_value_callable::object_value_callable(Signature signature, bool independent)
+    : m_signature(std::move(signature)), m_independent(independent) {}
+
+object_value_class *object_value_callable::class_value() const noexcept { return function_class().value(); }
+
+Signature object_value_callable::signature() const {
+  std::lock_guard guard(m_lock);
+  return m_signature;
+}
+void object_value_callable::set_signature(Signature signature) {
+  std::lock_guard guard(m_lock);
+  m_signature.swap(signature);
+}
+String object_value_callable::name() const {
+  std::lock_guard guard(m_lock);
+  return m_name;
+}
+void object_value_callable::set_name(String name) {
+  std::lock_guard guard(m_lock);
+  m_name.swap(name);
+}
+String object_value_callable::doc() const {
+  std::lock_guard guard(m_lock);
+  return m_doc;
+}
+void object_value_callable::set_doc(String doc) {
+  std::lock_guard guard(m_lock);
+  m_doc.swap(doc);
+}
+Any object_value_callable::context() const {
+  std::lock_guard guard(m_lock);
+  return m_context;
+}
+void object_value_callable::set_context(Any context) {
+  std::lock_guard guard(m_lock);
+  m_context.swap(context);
+}
+std::vector<Any> object_value_callable::defaults() const {
+  std::lock_guard guard(m_lock);
+  return m_defaults;
+}
+void object_value_callable::set_defaults(std::vector<Any> defaults) {
+  std::lock_guard guard(m_lock);
+  m_defaults.swap(defaults);
+}
+
+object_value_native_callable::object_value_native_callable(function fn, Signature signature, bool independent)
+    : object_value_callable(std::move(signature), independent), m_fn(std::move(fn)) {}
+
+Any object_value_native_callable::invoke(std::span<const Any> args) const { return m_fn(args); }
+
+object_value_callable_constant::object_value_callable_constant(Any value)
+    : object_value_callable(Signature({}, Type(), 0), true), m_value(std::move(value)) {}
+
+Any object_value_callable_constant::invoke(std::span<const Any>) const { return m_value; }
+
+I_Callable_Generic internal::make_callable(object_value_native_callable::function fn, Signature signature,
+                                           bool independent) {
+  return I_Callable_Generic(unchecked, Any(new object_value_native_callable(std::move(fn), std::move(signature),
+                                                                           independent)));
+}
+
+I_Callable_Generic internal::make_constant_callable(const Any &value) {
+  return I_Callable_Generic(unchecked, Any(new object_value_callable_constant(value)));
+}
+
+Error internal::bad_argument_error(std::size_t index, const Type &expected, const Any &value) {
+  return BadArgument(String::fromUtf8(fmt::format("Argument {} must be {}, not {}.", index + 1,
+                                                  expected.name().utf8View(),
+                                                  qualname(raw_class_of(value)).utf8View())));
+}
+
+// --- calling ------------------------------------------------------------------
+
+namespace {
+String callable_label(const I_Callable_Generic &c) {
+  auto name = qualname(c);
+  return name.empty() ? String(u"<function>") : name;
+}
+
+/// Fills parameters that were not given from the defaults (which belong to the
+/// last parameters), or explains which required one is missing.
+Result<None> complete_arguments(const object_value_callable *c, const I_Callable_Generic &self,
+                                std::vector<Any> &args, std::vector<bool> &given) {
+  auto sig = c->signature();
+  const auto count = static_cast<std::size_t>(sig.parameterCount());
+  if (!sig.hasVariadicParameters() && args.size() > count)
+    return BadArgument(String::fromUtf8(fmt::format("Too many arguments for {}: it takes {}, {} given.",
+                                                    callable_label(self).utf8View(), count, args.size())));
+  if (args.size() < count) {
+    args.resize(count);
+    given.resize(count, false);
+  }
+  const auto defaults = c->defaults();
+  const auto first_default = count - std::min(defaults.size(), count);
+  const auto required = static_cast<std::size_t>(sig.requiredParameterCount());
+  for (std::size_t i = 0; i < count; ++i) {
+    if (given[i])
+      continue;
+    if (i >= first_default)
+      args[i] = defaults[i - first_default];
+    else if (i < required)
+      return BadArgument(String::fromUtf8(fmt::format("Missing argument '{}' for {}.",
+                                                      sig.parameters()[i].name().utf8View(),
+                                                      callable_label(self).utf8View())));
+  }
+  return None();
+}
+
+Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> args) {
+  try {
+    return Result<Any>(unchecked, c->invoke(args));
+  } catch (...) {
+    return Error::fromCurrentException();
+  }
+}
+} // namespace
+
+Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
+  if (auto *c = native_callable(*this)) {
+    auto sig = c->signature();
+    if (static_cast<std::int64_t>(args.size()) == sig.parameterCount())
+      return invoke_guarded(c, args); // the common case: nothing to fill in
+    std::vector<Any> full(args.begin(), args.end());
+    std::vector<bool> given(full.size(), true);
+    auto filled = complete_arguments(c, *this, full, given);
+    if (filled.isError())
+      return Error::unsafeFrom(filled);
+    return invoke_guarded(c, full);
+  }
+  if (constructible_class(*this)) {
+    // Calling a class constructs: an independent "$__init__" is a factory; any
+    // other initialises a freshly allocated instance.
+    auto cls = Class_Generic::unsafeFrom(*this);
+    auto init = I_Callable_Generic::unsafeFrom(cls->find_method(init_name().info()));
+    if (init.isIndependent())
+      return init.callWith(args);
+    auto instance = cls.allocateInstance();
+    if (instance.isError())
+      return instance;
+    std::vector<Any> full{Any(instance)};
+    full.insert(full.end(), args.begin(), args.end());
+    auto r = result_unwrap_lazy(init.callWith(full));
+    if (Error::isInstance(r))
+      return Error::unsafeFrom(r);
+    return instance;
+  }
+  if (m_ptr && m_ptr->kind() == ObjectType::Instance) {
+    auto method = raw_method_of(*this, call_name());
+    if (method.is<I_Callable_Generic>()) {
+      List list(Type(), std::vector<Any>(args.begin(), args.end()));
+      return method.as<I_Callable_Generic>().callWith({Any(*this), Any(list)});
+    }
+  }
+  return Error(String::fromUtf8(fmt::format("Non-callable object: {}", display(*this).utf8View())));
+}
+
+Result<Any> I_Callable_Generic::callWithSequence(const Any &args) const {
+  auto items = I_Iterable::unsafeFrom(args).collectImpl();
+  if (items.isError())
+    return Error::unsafeFrom(items);
+  auto list = items.as<List>().copyItems();
+  return callWith(list);
+}
+
+Result<Any> I_Callable_Generic::callWithNamed(std::span<const Any> positional, const HashMap &named) const {
+  if (!named || named.length() == 0)
+    return callWith(positional);
+  auto *c = native_callable(*this);
+  if (!c)
+    return BadArgument(String::fromUtf8(
+        fmt::format("{} does not accept named arguments.", callable_label(*this).utf8View())));
+  auto sig = c->signature();
+  auto params = sig.parameters();
+  std::vector<Any> args(positional.begin(), positional.end());
+  if (args.size() < params.size())
+    args.resize(params.size());
+  std::vector<bool> given(args.size(), false);
+  for (std::size_t i = 0; i < positional.size(); ++i)
+    given[i] = true;
+  for (auto &[key, value] : named.copyPairs()) {
+    auto name = String::cast(key);
+    std::size_t index = params.size();
+    if (name.is<String>())
+      for (std::size_t i = 0; i < params.size(); ++i)
+        if (params[i].name().view() == name.as<String>().view())
+          index = i;
+    if (index == params.size())
+      return BadArgument(String::fromUtf8(fmt::format("Unknown argument '{}' for {}.", display(key).utf8View(),
+                                                      callable_label(*this).utf8View())));
+    if (given[index])
+      return BadArgument(String::fromUtf8(fmt::format("Argument '{}' given twice for {}.",
+                                                      display(key).utf8View(), callable_label(*this).utf8View())));
+    args[index] = value;
+    given[index] = true;
+  }
+  auto filled = complete_arguments(c, *this, args, given);
+  if (filled.isError())
+    return Error::unsafeFrom(filled);
+  return invoke_guarded(c, args);
+}
+
+I_Callable_Generic I_Callable_Generic::bindInstance(const Any &self) const {
+  if (isIndependent())
+    return *this;
+  auto sig = signature();
+  auto params = sig.parameters();
+  if (!params.empty())
+    params.erase(params.begin());
+  const auto required = static_cast<std::size_t>(std::max<std::int64_t>(0, sig.requiredParameterCount() - 1));
+  auto *bound = new object_value_bound_method(*this, self, Signature(std::move(params), sig.resultType(),
+                                                                     required, sig.hasVariadicParameters()));
+  I_Callable_Generic result(unchecked, Any(bound));
+  bound->set_name(name());
+  bound->set_doc(doc());
+  bound->set_context(declaringContext());
+  auto defaults = this->defaults();
+  if (defaults.size() > static_cast<std::size_t>(bound->signature().parameterCount()))
+    defaults.erase(defaults.begin());
+  bound->set_defaults(std::move(defaults));
+  return result;
+}
+
+Signature I_Callable_Generic::signature() const {
+  if (auto *c = native_callable(*this))
+    return c->signature();
+  if (constructible_class(*this)) {
+    auto init = I_Callable_Generic::unsafeFrom(
+        static_cast<const object_value_class *>(get())->find_method(init_name().info()));
+    auto sig = (init.isIndependent() ? init : init.bindInstance(Any())).signature();
+    return Signature(sig.parameters(), Type(Class_Generic::unsafeFrom(*this)),
+                     static_cast<std::size_t>(sig.requiredParameterCount()), sig.hasVariadicParameters());
+  }
+  auto value = propertyValue(meta_property_untyped("$$signature"));
+  auto unwrapped = result_unwrap_lazy(value);
+  if (Signature::isInstance(unwrapped))
+    return Signature::unsafeFrom(unwrapped);
+  return Signature({}, Type(), 0, true);
+}
+
+std::int64_t I_Callable_Generic::parameterCount() const { return signature().parameterCount(); }
+std::int64_t I_Callable_Generic::requiredParameterCount() const { return signature().requiredParameterCount(); }
+bool I_Callable_Generic::hasVariadicParameters() const { return signature().hasVariadicParameters(); }
+Type I_Callable_Generic::resultType() const { return signature().resultType(); }
+
+String I_Callable_Generic::name() const {
+  if (auto *c = native_callable(*this))
+    return c->name();
+  auto v = result_unwrap_lazy(propertyValue(meta_property_untyped("$$name")));
+  return String::isInstance(v) ? String::unsafeFrom(v) : String();
+}
+
+String I_Callable_Generic::doc() const {
+  if (auto *c = native_callable(*this))
+    return c->doc();
+  auto v = result_unwrap_lazy(propertyValue(meta_property_untyped("$$doc")));
+  return String::isInstance(v) ? String::unsafeFrom(v) : String();
+}
+
+Any I_Callable_Generic::declaringContext() const {
+  if (auto *c = native_callable(*this)) {
+    auto context = c->context();
+    return context ? context : Any(None());
+  }
+  return None();
+}
+
+void I_Callable_Generic::setDeclaringContext(const Any &context) const {
+  if (auto *c = native_callable(*this))
+    const_cast<object_value_callable *>(c)->set_context(context);
+}
+
+bool I_Callable_Generic::isIndependent() const {
+  if (auto *c = native_callable(*this))
+    return c->independent();
+  auto v = fieldValue(independent_name());
+  return Boolean::isInstance(v) && Boolean::unsafeFrom(v).value();
+}
+
+void I_Callable_Generic::setIndependent(bool independent) const {
+  if (auto *c = native_callable(*this))
+    const_cast<object_value_callable *>(c)->set_independent(independent);
+  else
+    setFieldValue(independent_name(), Boolean(independent));
+}
+
+std::vector<Any> I_Callable_Generic::defaults() const {
+  if (auto *c = native_callable(*this))
+    return c->defaults();
+  return {};
+}
+
+} // namespace kest

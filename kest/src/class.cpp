@@ -1,0 +1,426 @@
+// Class objects: identity, bases, member tables, hooks and instance allocation.
+
+#include "builtin.hpp"
+#include "hooks.hpp"
+
+#include <kest/builders.hpp>
+#include <kest/module.hpp>
+#include <kest/property.hpp>
+#include <kest/reflection.hpp>
+
+#include <fmt/format.h>
+
+#include <mutex>
+#include <unordered_map>
+
+namespace kest {
+namespace internal {
+
+namespace {
+std::atomic<std::uint64_t> g_members_epoch{1};
+
+struct class_registry {
+  spinlock lock;
+  std::unordered_map<String, Class_Generic> by_name;
+};
+class_registry &registry() {
+  static auto *r = new class_registry; // classes live for the whole process
+  return *r;
+}
+} // namespace
+
+std::uint64_t class_members_epoch() noexcept { return g_members_epoch.load(std::memory_order_acquire); }
+void bump_class_members_epoch() noexcept { g_members_epoch.fetch_add(1, std::memory_order_acq_rel); }
+
+bool member_table::remove(const name_info *name) {
+  auto it = index.find(name);
+  if (it == index.end())
+    return false;
+  const auto pos = it->second;
+  entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(pos));
+  index.erase(it);
+  for (auto &[n, i] : index)
+    if (i > pos)
+      --i;
+  return true;
+}
+
+object_value_class::object_value_class(String n, std::uint64_t f) : name(std::move(n)), flags(f) {
+  ancestors.insert(this);
+}
+
+object_value_class::~object_value_class() = default;
+
+object_value_class *object_value_class::class_value() const noexcept {
+  return Class_Generic::getClass().value();
+}
+
+void object_value_class::add_base(const Class_Generic &base) {
+  if (!base)
+    return;
+  bases.push_back(base);
+  ancestors.insert(base->ancestors.begin(), base->ancestors.end());
+  flags.fetch_or(base->flags.load() & class_flags::inherited);
+  if (field_count == 0)
+    field_count = base->field_count; // fields come from the first base that has any
+  bump_class_members_epoch();
+}
+
+Any object_value_class::find_property(const name_info *n) const {
+  {
+    std::lock_guard guard(lock);
+    if (auto *p = properties.find(n))
+      return *p;
+  }
+  for (auto &b : bases)
+    if (auto r = b->find_property(n))
+      return r;
+  return {};
+}
+
+Any object_value_class::find_method(const name_info *n) const {
+  {
+    std::lock_guard guard(lock);
+    if (auto *p = methods.find(n))
+      return *p;
+  }
+  for (auto &b : bases)
+    if (auto r = b->find_method(n))
+      return r;
+  return {};
+}
+
+Any object_value_class::find_field(const name_info *n) const {
+  {
+    std::lock_guard guard(lock);
+    if (auto *p = fields.find(n))
+      return *p;
+  }
+  for (auto &b : bases)
+    if (auto r = b->find_field(n))
+      return r;
+  return {};
+}
+
+namespace {
+template <class Hook> Hook find_hook(const object_value_class *c, Hook object_value_class::*member) {
+  {
+    std::lock_guard guard(c->lock);
+    if (c->*member)
+      return c->*member;
+  }
+  for (auto &b : c->bases)
+    if (auto h = find_hook(b.value(), member))
+      return h;
+  return {};
+}
+} // namespace
+
+method_lookup_hook object_value_class::find_method_hook() const {
+  return find_hook(this, &object_value_class::method_hook);
+}
+property_getter_hook object_value_class::find_getter_hook() const {
+  return find_hook(this, &object_value_class::getter_hook);
+}
+property_setter_hook object_value_class::find_setter_hook() const {
+  return find_hook(this, &object_value_class::setter_hook);
+}
+instance_allocator object_value_class::find_allocator() const {
+  return find_hook(this, &object_value_class::allocator);
+}
+
+void object_value_class::add_class_property_unsafe(const meta_property_untyped &n, const Property &property) {
+  {
+    std::lock_guard guard(lock);
+    properties.put(n.info(), property);
+  }
+  bump_class_members_epoch();
+}
+
+void object_value_class::add_property(const meta_property_untyped &n, const Property &property) {
+  add_class_property_unsafe(n, property);
+}
+
+void object_value_class::add_method(const meta_method_untyped &n, const I_Callable_Generic &method) {
+  {
+    std::lock_guard guard(lock);
+    methods.put(n.info(), method);
+  }
+  bump_class_members_epoch();
+}
+
+void object_value_class::add_field(const meta_field_untyped &n, Field &field) {
+  {
+    std::lock_guard guard(lock);
+    if (auto *existing = fields.find(n.info())) {
+      field.setIndex(Field::unsafeFrom(*existing).index());
+      fields.put(n.info(), field);
+    } else {
+      field.setIndex(field_count++);
+      fields.put(n.info(), field);
+    }
+  }
+  bump_class_members_epoch();
+}
+
+std::uint32_t object_value_class::override_mask() const {
+  const auto epoch = class_members_epoch() & 0xFFFFFFFFu;
+  const auto cached = m_override_cache.load(std::memory_order_acquire);
+  if ((cached >> 32) == epoch)
+    return static_cast<std::uint32_t>(cached);
+  std::uint32_t mask = 0;
+  for (std::uint32_t h = 0; h < static_cast<std::uint32_t>(object_hook::count); ++h)
+    if (find_method(hook_name(static_cast<object_hook>(h)).info()))
+      mask |= 1u << h;
+  m_override_cache.store((epoch << 32) | mask, std::memory_order_release);
+  return mask;
+}
+
+const meta_method_untyped &hook_name(object_hook hook) {
+  static const meta_method_untyped names[] = {
+      meta_method_untyped("$__property__"),      meta_method_untyped("$__propertyValue__"),
+      meta_method_untyped("$__setPropertyValue__"), meta_method_untyped("$__method__"),
+      meta_method_untyped("$__display__"),       meta_method_untyped("$__compare__"),
+      meta_method_untyped("$__hash__"),          meta_method_untyped("$__ownProperty__"),
+      meta_method_untyped("$__ownProperties__"), meta_method_untyped("$__ownMethod__"),
+      meta_method_untyped("$__ownMethods__"),    meta_method_untyped("$__insertProperty__"),
+      meta_method_untyped("$__insertMethod__"),  meta_method_untyped("$__removeProperty__"),
+      meta_method_untyped("$__removeMethod__"),
+  };
+  static_assert(std::size(names) == static_cast<std::size_t>(object_hook::count));
+  return names[static_cast<std::size_t>(hook)];
+}
+
+Class_Generic make_builtin_class(const char *name, std::uint64_t flags,
+                                 std::initializer_list<class_getter> bases) {
+  std::vector<Class_Generic> resolved;
+  for (auto getter : bases)
+    resolved.push_back(getter());
+  auto cls = Class_Generic::create(String::fromUtf8(name), flags, resolved);
+  cls->context = String(u"kest"); // resolved to the module when asked
+  cls->make_immortal();
+  register_class_name(cls);
+  return cls;
+}
+
+void register_class_name(const Class_Generic &cls) {
+  auto name = qualname(cls);
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  r.by_name.try_emplace(name, cls);
+}
+
+Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments) {
+  auto *def = definition.value();
+  {
+    std::lock_guard guard(def->generic_lock);
+    for (auto &[args, cls] : def->generic_instances) {
+      bool same = args.size() == arguments.size();
+      for (std::size_t i = 0; same && i < args.size(); ++i)
+        same = args[i].isSame(arguments[i]);
+      if (same)
+        return Class_Generic::unsafeFrom(cls);
+    }
+  }
+  string_builder name;
+  name.append(definition.name()).append(u'<');
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    if (i)
+      name.append(u", ");
+    name.append(arguments[i].name());
+  }
+  name.append(u'>');
+  auto flags = (definition.flags() & ~class_flags::generic_definition) | class_flags::generic_instance;
+  auto cls = Class_Generic::create(name.take(), flags, {definition});
+  cls->context = definition->context;
+  cls->generic_definition = definition;
+  cls->generic_arguments = arguments;
+  std::lock_guard guard(def->generic_lock);
+  for (auto &[args, existing] : def->generic_instances) { // another thread may have won
+    bool same = args.size() == arguments.size();
+    for (std::size_t i = 0; same && i < args.size(); ++i)
+      same = args[i].isSame(arguments[i]);
+    if (same)
+      return Class_Generic::unsafeFrom(existing);
+  }
+  def->generic_instances.emplace_back(arguments, cls);
+  return cls;
+}
+
+Union<Type, None> find_type_by_name(const String &name) {
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  auto it = r.by_name.find(name);
+  if (it == r.by_name.end())
+    return None();
+  return Type(it->second);
+}
+
+} // namespace internal
+
+using namespace internal;
+
+KEST_DEFINE_HANDLE(Class_Generic, a.kind() == ObjectType::Class, [] {
+  auto cls = Class_Generic::create(String(u"Class"), 0);
+  cls->context = String(u"kest");
+  cls->make_immortal();
+  return cls;
+}())
+
+Class_Generic Class_Generic::create(const String &name, std::uint64_t flags,
+                                    const std::vector<Class_Generic> &bases) {
+  auto *value = new object_value_class(name, flags);
+  Class_Generic cls(unchecked, Any(value));
+  for (auto &b : bases)
+    value->add_base(b);
+  return cls;
+}
+
+String Class_Generic::name() const { return value()->name; }
+
+String Class_Generic::doc() const {
+  std::lock_guard guard(value()->lock);
+  return value()->doc;
+}
+
+void Class_Generic::setDoc(const String &doc) const {
+  std::lock_guard guard(value()->lock);
+  value()->doc = doc;
+}
+
+Any Class_Generic::declaringContext() const {
+  Any context;
+  {
+    std::lock_guard guard(value()->lock);
+    context = value()->context;
+  }
+  if (String::isInstance(context)) {
+    auto module = find_module(String::unsafeFrom(context));
+    if (!module.is<Module>())
+      return None();
+    std::lock_guard guard(value()->lock);
+    value()->context = module;
+    return module;
+  }
+  return context ? context : Any(None());
+}
+
+void Class_Generic::setDeclaringContext(const Any &context) const {
+  std::lock_guard guard(value()->lock);
+  value()->context = context;
+}
+
+String Class_Generic::example(const String &language) const {
+  std::lock_guard guard(value()->lock);
+  for (auto &[lang, text] : value()->examples)
+    if (lang.view() == language.view())
+      return text;
+  return {};
+}
+
+std::vector<Class_Generic> Class_Generic::bases() const { return value()->bases; }
+std::uint64_t Class_Generic::flags() const noexcept { return value()->flags.load(std::memory_order_relaxed); }
+void Class_Generic::addFlags(std::uint64_t f) const noexcept { value()->flags.fetch_or(f); }
+
+bool Class_Generic::derivesFrom(const Class_Generic &other) const noexcept {
+  return m_ptr && other && value()->derives_from(other.value());
+}
+
+Union<Property, None> Class_Generic::definedProperty(const meta_property_untyped &name) const {
+  if (auto p = value()->find_property(name.info()))
+    return Property::unsafeFrom(p);
+  return None();
+}
+
+Union<I_Callable_Generic, None> Class_Generic::definedMethod(const meta_method_untyped &name) const {
+  if (auto m = value()->find_method(name.info()))
+    return I_Callable_Generic::unsafeFrom(m);
+  return None();
+}
+
+Union<Field, None> Class_Generic::definedField(const meta_field_untyped &name) const {
+  if (auto f = value()->find_field(name.info()))
+    return Field::unsafeFrom(f);
+  return None();
+}
+
+namespace {
+/// Members of a class and its bases: bases first, a redefinition replacing the inherited entry.
+void collect(const object_value_class *c, member_table object_value_class::*table, member_table &out) {
+  for (auto &b : c->bases)
+    collect(b.value(), table, out);
+  std::lock_guard guard(c->lock);
+  for (auto &[n, m] : (c->*table).entries)
+    out.put(n, m);
+}
+template <class T> std::vector<T> collected(const object_value_class *c, member_table object_value_class::*table) {
+  member_table all;
+  collect(c, table, all);
+  std::vector<T> out;
+  out.reserve(all.entries.size());
+  for (auto &[n, m] : all.entries)
+    out.push_back(T::unsafeFrom(m));
+  return out;
+}
+} // namespace
+
+std::vector<Property> Class_Generic::definedProperties() const {
+  return collected<Property>(value(), &object_value_class::properties);
+}
+std::vector<I_Callable_Generic> Class_Generic::definedMethods() const {
+  return collected<I_Callable_Generic>(value(), &object_value_class::methods);
+}
+std::vector<Field> Class_Generic::definedFields() const {
+  return collected<Field>(value(), &object_value_class::fields);
+}
+std::vector<Property> Class_Generic::ownDefinedProperties() const {
+  std::vector<Property> out;
+  std::lock_guard guard(value()->lock);
+  for (auto &[n, m] : value()->properties.entries)
+    out.push_back(Property::unsafeFrom(m));
+  return out;
+}
+
+Result<Any> Class_Generic::allocateInstance() const {
+  if (hasFlag(class_flags::interface) || hasFlag(class_flags::abstract) ||
+      hasFlag(class_flags::generic_definition) || hasFlag(class_flags::union_type) ||
+      hasFlag(class_flags::top_type))
+    return Error(String::fromUtf8(
+        fmt::format("Unable to create an instance of the abstract class {}.", qualname(*this).utf8View())));
+  if (auto allocate = value()->find_allocator())
+    return allocate(*this);
+  return Any(new object_value_instance(*this));
+}
+
+Any Class_Generic::genericDefinition() const {
+  return value()->generic_definition ? value()->generic_definition : Any(None());
+}
+std::vector<Type> Class_Generic::genericArguments() const { return value()->generic_arguments; }
+
+Result<Any> Class_Generic::coerce(const Any &v) const { return kest::coerce(v, Type(*this)); }
+
+void Class_Generic::setMethodLookupHook(method_lookup_hook hook) const {
+  {
+    std::lock_guard guard(value()->lock);
+    value()->method_hook = std::move(hook);
+  }
+  bump_class_members_epoch();
+}
+void Class_Generic::setPropertyGetterHook(property_getter_hook hook) const {
+  std::lock_guard guard(value()->lock);
+  value()->getter_hook = std::move(hook);
+}
+void Class_Generic::setPropertySetterHook(property_setter_hook hook) const {
+  std::lock_guard guard(value()->lock);
+  value()->setter_hook = std::move(hook);
+}
+void Class_Generic::setFinaliser(internal::finaliser fn) const {
+  std::lock_guard guard(value()->lock);
+  value()->finaliser = std::move(fn);
+}
+void Class_Generic::setAllocator(instance_allocator allocator) const {
+  std::lock_guard guard(value()->lock);
+  value()->allocator = std::move(allocator);
+}
+
+} // namespace kest

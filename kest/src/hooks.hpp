@@ -1,0 +1,43 @@
+#pragma once
+// The object hooks a class may override with meta-methods, and their names.
+
+#include <kest/class.hpp>
+
+namespace kest::internal {
+
+enum class object_hook : std::uint32_t {
+  property,
+  property_value,
+  set_property_value,
+  method,
+  display,
+  compare,
+  hash,
+  own_property,
+  own_properties,
+  own_method,
+  own_methods,
+  insert_property,
+  insert_method,
+  remove_property,
+  remove_method,
+  count
+};
+
+/// The meta-method name of a hook ("__display__", ...).
+const meta_method_untyped &hook_name(object_hook hook);
+
+/// True when the class of `self` overrides `hook`.
+inline bool overrides(const object_value_class *cls, object_hook hook) {
+  return cls && (cls->override_mask() & (1u << static_cast<std::uint32_t>(hook))) != 0;
+}
+
+/// Makes (or finds) the generic instance of `definition` for `arguments`.
+Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments);
+
+/// Registers a class under its qualified name for `find_type`.
+void register_class_name(const Class_Generic &cls);
+/// The class registered under a qualified name.
+Union<Type, None> find_type_by_name(const String &name);
+
+} // namespace kest::internal

@@ -1,0 +1,91 @@
+// The module "kest": the host's own classes, its logger, and reflection
+// functions that any script can call.
+
+#include "builtin.hpp"
+
+#include <kest/kest.hpp>
+
+namespace kest::internal {
+
+namespace {
+void function(const Module &module, const char *name, I_Callable_Generic fn, const char *params, const char *doc) {
+  method_builder_base builder{String::fromUtf8(name)};
+  builder.assign_func(std::move(fn));
+  builder.signature(String::fromUtf8(params));
+  builder.assign_doc(String::fromUtf8(doc));
+  module.addCallable(String::fromUtf8(name), builder.callable());
+}
+
+Result<Any> unwrapped(const Result<Any> &r) { return Result<Any>(unchecked, result_unwrap_lazy(r)); }
+
+/// `call(f, *args)`: calls any callable with the remaining arguments.
+I_Callable_Generic call_function() {
+  return make_callable(
+      [](std::span<const Any> args) -> Any {
+        if (args.empty() || !I_Callable_Generic::isInstance(args[0]))
+          return BadArgument(String(u"call() needs a callable as its first argument."));
+        return result_unwrap_lazy(I_Callable_Generic::unsafeFrom(args[0]).callWith(args.subspan(1)));
+      },
+      Signature({Parameter(String(u"f"), &I_Callable_Generic::getType)}, Type(), 1, true), true);
+}
+} // namespace
+
+void populate_kest_module(const Module &kest) {
+  kest.setDoc(String(u"The host's object model: its classes, logger and reflection functions."));
+  for (auto cls : {Boolean::getClass(), Integer::getClass(), Float::getClass(), String::getClass(),
+                   ByteArray::getClass(), Decimal::getClass(), Date::getClass(), Time::getClass(),
+                   DateTime::getClass(), Tuple::getClass(), List::getClass(), HashMap::getClass(),
+                   HashSet::getClass(), Error::getClass(), BadArgument::getClass(), EvaluationError::getClass(),
+                   StopIteration::getClass(), Property::getClass(), Field::getClass(), Signature::getClass(),
+                   Parameter::getClass(), Module::getClass(), LogRecord::getClass(), Logger::getClass(),
+                   EvaluationScope::getClass(), I_Language::getClass(), PythonLanguage::getClass(),
+                   I_Iterable::getClass(), I_Iterator::getClass(), I_Sequence::getClass(),
+                   I_MutableSequence::getClass(), I_Map::getClass(), I_MutableMap::getClass(), I_Set::getClass(),
+                   I_MutableSet::getClass(), I_Callable_Generic::getClass(), I_Immutable::getClass(),
+                   I_Cloneable::getClass(), I_RuntimeOnly::getClass(), I_HasName::getClass(),
+                   I_HasDoc::getClass(), I_HasCode::getClass(), Class_Generic::getClass()})
+    kest.addClass(cls.name(), cls);
+
+  function(kest, "get_logger", make_function([] { return get_logger(); }), "", "The host logger.");
+  function(kest, "display", make_function([](Any v) { return display(v); }), "value",
+           "The display text of a value.");
+  function(kest, "class_name", make_function([](Any v) { return qualname(class_of(v)); }), "value",
+           "The qualified class name of a value.");
+  kest.addCallable(String(u"call"), [] {
+    method_builder_base builder{String(u"call")};
+    builder.assign_func(call_function());
+    builder.signature(String(u"f"));
+    builder.assign_doc(String(u"Calls f with the remaining arguments."));
+    return builder.callable();
+  }());
+  function(kest, "length", make_function([](Any v) -> Result<Any> {
+             auto n = I_Sequence::unsafeFrom(v).length();
+             if (n.isError())
+               return Error::unsafeFrom(n);
+             return n.as<Integer>();
+           }),
+           "value", "The number of elements of a sequence, map or set.");
+  function(kest, "items", make_function([](Any v) -> Result<Any> {
+             if (!I_Iterable::isInstance(v))
+               return BadArgument(String(u"items() needs an iterable value."));
+             auto r = I_Iterable::unsafeFrom(v).collectImpl();
+             if (r.isError())
+               return Error::unsafeFrom(r);
+             return r.as<List>();
+           }),
+           "value", "The elements of an iterable, in a new list.");
+  function(kest, "at", make_function([](Any seq, std::int64_t i) { return unwrapped(I_Sequence::unsafeFrom(seq).at(i)); }),
+           "sequence, index", "The element of a sequence at an index.");
+  function(kest, "get", make_function([](Any map, Any key) { return unwrapped(I_Map::unsafeFrom(map).get(key)); }),
+           "map, key", "The value of a map under a key.");
+  function(kest, "put", make_function([](Any map, Any key, Any value) {
+             return I_MutableMap::unsafeFrom(map).setChecked(key, value);
+           }),
+           "map, key, value", "Stores a value in a map under a key.");
+  function(kest, "signature", make_function([](I_Callable_Generic f) { return f.signature().toString(); }), "f",
+           "The text of a callable's signature.");
+  function(kest, "compare", make_function([](Any a, Any b) -> std::int64_t { return compare_objects(a, b).value(); }),
+           "a, b", "-1, 0 or 1 for less, equal and greater; 2 when the values have no order.");
+}
+
+} // namespace kest::internal

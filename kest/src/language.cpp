@@ -1,0 +1,241 @@
+// Scripting languages: the interface, the host's Python language, evaluation
+// scopes and the language registry.
+
+#include "builtin.hpp"
+
+#include <kest/boolean.hpp>
+#include <kest/builders.hpp>
+#include <kest/bytearray.hpp>
+#include <kest/date_time.hpp>
+#include <kest/decimal.hpp>
+#include <kest/float.hpp>
+#include <kest/hash_set.hpp>
+#include <kest/language.hpp>
+#include <kest/list.hpp>
+#include <kest/reflection.hpp>
+#include <kest/tuple.hpp>
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <mutex>
+
+namespace kest {
+namespace internal {
+
+std::string float_text(double v);
+std::string quoted_text(std::u16string_view text);
+
+class object_value_scope final : public native_instance<&EvaluationScope::getClass> {
+public:
+  Any self;
+  Union<I_Map, None> globals, locals;
+  Union<I_MutableMap, None> out_locals;
+};
+
+String language_name_python() { return String(u"python"); }
+String language_name_js() { return String(u"js"); }
+String language_name_cpp() { return String(u"cpp"); }
+
+namespace {
+struct language_registry {
+  spinlock lock;
+  std::vector<std::pair<String, Any>> languages;
+};
+language_registry &registry() {
+  static auto *r = new language_registry;
+  return *r;
+}
+
+Result<Any> call_language(const Any &self, const char *name, std::initializer_list<Any> args) {
+  auto method = method_of(self, meta_method_untyped(name));
+  if (!method.is<I_Callable_Generic>())
+    return helpers::error_method_not_found(String::fromUtf8(name), self);
+  auto callable = method.as<I_Callable_Generic>();
+  std::vector<Any> full;
+  if (!callable.isIndependent())
+    full.push_back(self);
+  full.insert(full.end(), args.begin(), args.end());
+  return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(full)));
+}
+
+void add_value_property(const Class_Generic &cls, const char16_t *name, const Any &value) {
+  property_builder_base p{String(name)};
+  p.assign_getter_value(value);
+  cls->add_property(p.name(), p.build());
+}
+
+Class_Generic language_interface() {
+  return make_builtin_class("I_Language", class_flags::interface);
+}
+
+Class_Generic python_language_class() {
+  auto cls = make_builtin_class("PythonLanguage", 0, {&I_Language::getClass, &I_HasName::getClass});
+  cls.setDoc(String(u"The Python language of the host; an implementation evaluates the code."));
+  add_value_property(cls, u"$$name", String(u"Python"));
+  add_value_property(cls, u"$$canEvaluate", Boolean(false));
+  method_builder_base to_code{String(u"$toCode")};
+  to_code.assign_func(make_method([](Any, Any value) { return PythonLanguage::toCode(value); }));
+  to_code.signature(String(u"value"));
+  to_code.assign_doc(String(u"Python source text for a value."));
+  cls->add_method(to_code.name(), to_code.callable());
+  return cls;
+}
+} // namespace
+} // namespace internal
+
+using namespace internal;
+
+KEST_DEFINE_HANDLE(I_Language, value_derives(a, I_Language::getClass()), language_interface())
+KEST_DEFINE_HANDLE(PythonLanguage, value_derives(a, PythonLanguage::getClass()), python_language_class())
+KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, EvaluationScope::getClass()),
+                   make_builtin_class("EvaluationScope", 0))
+
+Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
+  return call_language(*this, "evaluate", {code, scope});
+}
+Result<Any> I_Language::evaluateExpression(const String &code, const Any &scope) const {
+  return call_language(*this, "evaluateExpression", {code, scope});
+}
+Result<Any> I_Language::toCode(const Any &value) const { return call_language(*this, "toCode", {value}); }
+Result<Any> I_Language::resolve(const String &path) const { return call_language(*this, "resolve", {path}); }
+bool I_Language::canEvaluate() const {
+  return Boolean::from(result_unwrap_lazy(propertyValue(meta_property_untyped("$$canEvaluate")))).value();
+}
+
+Result<Any> PythonLanguage::evaluateInSandbox(const String &code, const Any &scope) const {
+  return call_language(*this, "evaluateInSandbox", {code, scope});
+}
+Result<Any> PythonLanguage::evaluateExpressionInSandbox(const String &code, const Any &scope) const {
+  return call_language(*this, "evaluateExpressionInSandbox", {code, scope});
+}
+
+namespace {
+Result<String> python_literal(const Any &value, int depth);
+
+Result<String> join_literals(const std::vector<Any> &items, int depth, const char *open, const char *close,
+                                  bool single_comma) {
+  std::string out = open;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    auto item = python_literal(items[i], depth + 1);
+    if (item.isError())
+      return item;
+    out += (i ? ", " : "") + String::unsafeFrom(item).toUtf8();
+  }
+  if (single_comma && items.size() == 1)
+    out += ",";
+  return String::fromUtf8(out + close);
+}
+
+Result<String> python_literal_text(const Any &value, int depth);
+
+Result<String> python_literal(const Any &value, int depth) {
+  if (depth > 64)
+    return Error(String(u"The value is nested too deeply to write as Python code."));
+  return python_literal_text(value, depth);
+}
+
+Result<String> python_literal_text(const Any &value, int depth) {
+  auto text = [](const std::string &s) { return Result<String>(String::fromUtf8(s)); };
+  switch (value.kind()) {
+  case ObjectType::None:
+    return text("None");
+  case ObjectType::Boolean:
+    return text(Boolean::unsafeFrom(value).value() ? "True" : "False");
+  case ObjectType::Integer: {
+    auto i = Integer::unsafeFrom(value);
+    return text(i.isSigned() ? std::to_string(i.value()) : std::to_string(i.unsignedValue()));
+  }
+  case ObjectType::Float: {
+    const double d = Float::unsafeFrom(value).value();
+    if (std::isnan(d))
+      return text("float('nan')");
+    if (std::isinf(d))
+      return text(d < 0 ? "float('-inf')" : "float('inf')");
+    return text(float_text(d));
+  }
+  case ObjectType::String:
+    return text(quoted_text(String::unsafeFrom(value).view()));
+  case ObjectType::ByteArray:
+    return text(display(value).toUtf8());
+  case ObjectType::Tuple: {
+    auto items = Tuple::unsafeFrom(value).items();
+    return join_literals({items.begin(), items.end()}, depth, "(", ")", true);
+  }
+  case ObjectType::List:
+    return join_literals(List::unsafeFrom(value).copyItems(), depth, "[", "]", false);
+  case ObjectType::HashSet: {
+    auto items = HashSet::unsafeFrom(value).copyItems();
+    if (items.empty())
+      return text("set()");
+    return join_literals(items, depth, "{", "}", false);
+  }
+  case ObjectType::HashMap: {
+    std::string out = "{";
+    bool first = true;
+    for (auto &[k, v] : HashMap::unsafeFrom(value).copyPairs()) {
+      auto key = python_literal(k, depth + 1);
+      if (key.isError())
+        return key;
+      auto val = python_literal(v, depth + 1);
+      if (val.isError())
+        return val;
+      out += (first ? "" : ", ") + String::unsafeFrom(key).toUtf8() + ": " + String::unsafeFrom(val).toUtf8();
+      first = false;
+    }
+    return text(out + "}");
+  }
+  default:
+    break;
+  }
+  if (Decimal::isInstance(value))
+    return text(fmt::format("Decimal('{}')", Decimal::unsafeFrom(value).toUtf8()));
+  if (Date::isInstance(value)) {
+    auto d = Date::unsafeFrom(value);
+    return text(fmt::format("datetime.date({}, {}, {})", d.year(), d.month(), d.day()));
+  }
+  if (Time::isInstance(value) && !Time::unsafeFrom(value).offsetSeconds()) {
+    auto t = Time::unsafeFrom(value);
+    return text(fmt::format("datetime.time({}, {}, {}, {})", t.hour(), t.minute(), t.second(), t.nanoSeconds() / 1000));
+  }
+  return Error(String::fromUtf8(fmt::format("Unable to write a value of class '{}' as Python code.",
+                                            qualname(raw_class_of(value)).utf8View())));
+}
+} // namespace
+
+Result<String> PythonLanguage::toCode(const Any &value) { return python_literal(unwrap(value), 0); }
+
+EvaluationScope::EvaluationScope(const Any &self, const Union<I_Map, None> &globals,
+                                 const Union<I_Map, None> &locals, const Union<I_MutableMap, None> &outLocals)
+    : Any(unchecked, Any(new object_value_scope)) {
+  auto *s = native<object_value_scope>(*this);
+  s->self = self;
+  s->globals = globals;
+  s->locals = locals;
+  s->out_locals = outLocals;
+}
+Any EvaluationScope::self() const { return native<object_value_scope>(*this)->self; }
+Union<I_Map, None> EvaluationScope::globals() const { return native<object_value_scope>(*this)->globals; }
+Union<I_Map, None> EvaluationScope::locals() const { return native<object_value_scope>(*this)->locals; }
+Union<I_MutableMap, None> EvaluationScope::outLocals() const { return native<object_value_scope>(*this)->out_locals; }
+
+bool internal::register_language(const String &name, const Any &language) {
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  for (auto &[n, l] : r.languages)
+    if (n.view() == name.view())
+      return false;
+  r.languages.emplace_back(name, language);
+  return true;
+}
+
+Union<I_Language, None> find_language(const String &name) {
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  for (auto &[n, l] : r.languages)
+    if (n.view() == name.view() && I_Language::isInstance(l))
+      return I_Language::unsafeFrom(l);
+  return None();
+}
+
+} // namespace kest

@@ -1,0 +1,177 @@
+// Modules and the process-wide module table.
+
+#include "builtin.hpp"
+
+#include <kest/boolean.hpp>
+#include <kest/builders.hpp>
+#include <kest/module.hpp>
+#include <kest/reflection.hpp>
+
+#include <fmt/format.h>
+
+#include <mutex>
+
+namespace kest {
+namespace internal {
+
+// Instance fields of every module, in declaration order.
+enum module_field : std::size_t { f_name, f_doc, f_classes, f_callables, f_importance };
+
+module_table g_modules;
+constinit spinlock g_modules_lock;
+
+bool module_table::insert(const String &name, const Module &module) {
+  if (!by_name.try_emplace(name, module).second)
+    return false;
+  in_order.push_back(module);
+  ++version;
+  return true;
+}
+
+std::uint64_t modules_version() noexcept {
+  std::lock_guard guard(g_modules_lock);
+  return g_modules.version;
+}
+
+void populate_kest_module(const Module &module);
+
+namespace {
+object_value_instance *inst(const Module &m) { return static_cast<object_value_instance *>(m.get()); }
+
+Class_Generic module_base_class() {
+  auto cls = make_builtin_class("Module", class_flags::module, {&I_HasName::getClass, &I_HasDoc::getClass});
+  const char *names[] = {"$_name", "$_doc", "$_classes", "$_callables", "$_importance"};
+  for (const char *name : names) {
+    Field field(String::fromUtf8(name + 1), field_flags::hidden, Type());
+    cls->add_field(meta_field_untyped(name), field);
+  }
+  property_builder_base name{String(u"$$name")};
+  name.assign_getter(make_method([](Module self) { return self.name(); }));
+  cls->add_property(name.name(), name.build());
+  property_builder_base doc{String(u"$$doc")};
+  doc.assign_getter(make_method([](Module self) { return self.doc(); }));
+  cls->add_property(doc.name(), doc.build());
+  return cls;
+}
+
+// The module "kest" is the host's own; it exists from the moment the library is loaded.
+const bool g_kest_module_registered = [] {
+  auto kest = Module::create(String(u"kest"));
+  populate_kest_module(kest);
+  std::lock_guard guard(g_modules_lock);
+  g_modules.insert(kest.name(), kest);
+  return true;
+}();
+} // namespace
+
+Result<None> register_function(const String &module, const String &name, const I_Callable_Generic &callable) {
+  auto m = get_module(module);
+  if (m.isError())
+    return Error::unsafeFrom(m);
+  m.as<Module>().addCallable(name, callable);
+  return None();
+}
+
+Result<None> register_property(const String &module, const String &name, const Property &property) {
+  auto m = get_module(module);
+  if (m.isError())
+    return Error::unsafeFrom(m);
+  m.as<Module>().addProperty(name, property);
+  return None();
+}
+
+} // namespace internal
+
+using namespace internal;
+
+KEST_DEFINE_HANDLE(Module, instance_derives(a, Module::getClass()), module_base_class())
+
+Module Module::create(const String &name) {
+  // Each module gets a class of its own, so members added to one module
+  // never appear on another.
+  auto cls = Class_Generic::create(String(u"Module"), 0, {Module::getClass()});
+  Module m(unchecked, Any(new object_value_instance(cls)));
+  inst(m)->exchange_field(f_name, name);
+  inst(m)->exchange_field(f_doc, String());
+  inst(m)->exchange_field(f_classes, HashMap(String::getType(), Class_Generic::getType()));
+  inst(m)->exchange_field(f_callables, HashMap(String::getType(), I_Callable_Generic::getType()));
+  inst(m)->exchange_field(f_importance, Integer(static_cast<std::int64_t>(Importance::Normal)));
+  return m;
+}
+
+String Module::name() const { return String::unsafeFrom(inst(*this)->field(f_name)); }
+String Module::doc() const { return String::unsafeFrom(inst(*this)->field(f_doc)); }
+void Module::setDoc(const String &doc) const { inst(*this)->exchange_field(f_doc, doc); }
+HashMap Module::classes() const { return HashMap::unsafeFrom(inst(*this)->field(f_classes)); }
+HashMap Module::callables() const { return HashMap::unsafeFrom(inst(*this)->field(f_callables)); }
+Importance Module::importance() const {
+  return static_cast<Importance>(Integer::unsafeFrom(inst(*this)->field(f_importance)).value());
+}
+void Module::setImportance(Importance importance) const {
+  inst(*this)->exchange_field(f_importance, Integer(static_cast<std::int64_t>(importance)));
+}
+
+Class_Generic Module::moduleClass() const { return raw_class_of(*this); }
+
+void Module::setInlined(bool inlined) const {
+  addProperty(String(u"$$inlined"), Property::fromValue(String(u"inlined"), Boolean(inlined)));
+}
+
+bool Module::inlined() const {
+  auto p = property_of(*this, meta_property_untyped("$$inlined"));
+  if (!p.is<Property>())
+    return false;
+  return Boolean::from(result_unwrap_lazy(p.as<Property>().get(*this))).value();
+}
+
+void Module::addClass(const String &name, const Class_Generic &cls) const {
+  classes().setChecked(name, cls);
+  moduleClass()->add_class_property_unsafe(meta_property_untyped(name),
+                                           Property::fromValue(name, cls));
+}
+
+void Module::addCallable(const String &name, const I_Callable_Generic &callable) const {
+  if (is_none(callable.declaringContext()))
+    callable.setDeclaringContext(*this);
+  callables().setChecked(name, callable);
+  moduleClass()->add_class_property_unsafe(meta_property_untyped(name), Property::fromValue(name, callable));
+}
+
+void Module::addProperty(const String &name, const Property &property) const {
+  moduleClass()->add_class_property_unsafe(meta_property_untyped(name), property);
+}
+
+Result<Module> get_module(const String &name) {
+  if (name.empty())
+    return BadArgument(String(u"A module needs a name."));
+  {
+    std::lock_guard guard(g_modules_lock);
+    if (auto it = g_modules.find(name); it != g_modules.end())
+      return it->second;
+  }
+  auto fresh = Module::create(name); // made outside the lock; the first registration wins
+  std::lock_guard guard(g_modules_lock);
+  if (auto it = g_modules.find(name); it != g_modules.end())
+    return it->second;
+  g_modules.insert(name, fresh);
+  return fresh;
+}
+
+Union<Module, None> find_module(const String &name) {
+  std::lock_guard guard(g_modules_lock);
+  if (auto it = g_modules.find(name); it != g_modules.end())
+    return it->second;
+  return None();
+}
+
+std::vector<Module> modules() {
+  std::lock_guard guard(g_modules_lock);
+  return g_modules.in_order;
+}
+
+HashMap globals() {
+  static const HashMap table(String::getType(), Type());
+  return table;
+}
+
+} // namespace kest

@@ -1,0 +1,244 @@
+// Member lookup on any value: properties, methods, fields and per-object members,
+// with the class's object hooks and fallback hooks.
+
+#include "builtin.hpp"
+#include "hooks.hpp"
+
+#include <kest/boolean.hpp>
+#include <kest/module.hpp>
+#include <kest/reflection.hpp>
+
+#include <fmt/format.h>
+
+namespace kest {
+
+using namespace internal;
+
+namespace {
+object_value_class *class_ptr(const Any &v) {
+  return v.get() ? v.get()->class_value() : None::getClass().value();
+}
+
+/// Calls the hook meta-method of `self` with extra arguments.
+Any call_hook(const Any &self, object_hook hook, std::initializer_list<Any> args) {
+  auto method = class_ptr(self)->find_method(hook_name(hook).info());
+  std::vector<Any> full{self};
+  full.insert(full.end(), args.begin(), args.end());
+  auto callable = I_Callable_Generic::unsafeFrom(method);
+  if (callable.isIndependent())
+    full.erase(full.begin());
+  return result_unwrap_lazy(callable.callWith(full));
+}
+
+/// A class value offers the members its own class defines as static members.
+const object_value_class *static_scope(const Any &v) {
+  return v.kind() == ObjectType::Class ? static_cast<const object_value_class *>(v.get()) : nullptr;
+}
+} // namespace
+
+Class_Generic class_of(const Any &value) { return raw_class_of(unwrap(value)); }
+
+Class_Generic raw_class_of(const Any &value) {
+  return Class_Generic(unchecked, Any(class_ptr(value)));
+}
+
+String qualname(const Class_Generic &cls) {
+  if (!cls)
+    return {};
+  Any context;
+  {
+    std::lock_guard guard(cls->lock);
+    context = cls->context;
+  }
+  String module;
+  if (String::isInstance(context))
+    module = String::unsafeFrom(context);
+  else if (Module::isInstance(context))
+    module = Module::unsafeFrom(context).name();
+  if (module.empty())
+    return cls.name();
+  return module + String(u".") + cls.name();
+}
+
+String qualname(const I_Callable_Generic &callable) {
+  auto context = callable.declaringContext();
+  auto name = callable.name();
+  if (Module::isInstance(context))
+    return Module::unsafeFrom(context).name() + String(u".") + name;
+  if (Class_Generic::isInstance(context))
+    return qualname(Class_Generic::unsafeFrom(context)) + String(u".") + name;
+  return name;
+}
+
+Union<Type, None> find_type(const String &qualifiedName) { return find_type_by_name(qualifiedName); }
+
+Union<Property, None> raw_property_of(const Any &value, const meta_property_untyped &name) {
+  if (auto *inst = instance_of(value))
+    if (auto p = inst->own_property(name.info()))
+      return Property::unsafeFrom(p);
+  if (auto p = class_ptr(value)->find_property(name.info()))
+    return Property::unsafeFrom(p);
+  if (auto *scope = static_scope(value))
+    if (auto p = scope->find_property(name.info()))
+      return Property::unsafeFrom(p);
+  return None();
+}
+
+Union<Property, None> property_of(const Any &value, const meta_property_untyped &name) {
+  if (overrides(class_ptr(value), object_hook::property)) {
+    auto r = call_hook(value, object_hook::property, {name.string()});
+    if (Property::isInstance(r))
+      return Property::unsafeFrom(r);
+    return None();
+  }
+  return raw_property_of(value, name);
+}
+
+Union<I_Callable_Generic, None> raw_method_of(const Any &value, const meta_method_untyped &name) {
+  if (auto *inst = instance_of(value))
+    if (auto m = inst->own_method(name.info()))
+      return I_Callable_Generic::unsafeFrom(m);
+  if (auto m = class_ptr(value)->find_method(name.info()))
+    return I_Callable_Generic::unsafeFrom(m);
+  if (auto *scope = static_scope(value))
+    if (auto m = scope->find_method(name.info()))
+      return I_Callable_Generic::unsafeFrom(m);
+  return None();
+}
+
+Union<I_Callable_Generic, None> method_of(const Any &value, const meta_method_untyped &name) {
+  auto *cls = class_ptr(value);
+  if (overrides(cls, object_hook::method)) {
+    auto r = call_hook(value, object_hook::method, {name.string()});
+    if (I_Callable_Generic::isInstance(r))
+      return I_Callable_Generic::unsafeFrom(r);
+    return None();
+  }
+  auto found = raw_method_of(value, name);
+  if (found.is<I_Callable_Generic>())
+    return found;
+  if (auto hook = cls->find_method_hook()) {
+    auto r = hook(value, name);
+    if (I_Callable_Generic::isInstance(r))
+      return I_Callable_Generic::unsafeFrom(r);
+  }
+  return None();
+}
+
+Union<Field, None> find_field(const Any &value, const meta_field_untyped &name) {
+  if (auto f = class_ptr(value)->find_field(name.info()))
+    return Field::unsafeFrom(f);
+  return None();
+}
+
+std::vector<Property> own_properties_of(const Any &value) {
+  std::vector<Property> out;
+  if (auto *inst = instance_of(value))
+    for (auto &[n, p] : inst->own_properties())
+      out.push_back(Property::unsafeFrom(p));
+  return out;
+}
+
+std::vector<I_Callable_Generic> own_methods_of(const Any &value) {
+  std::vector<I_Callable_Generic> out;
+  if (auto *inst = instance_of(value))
+    for (auto &[n, m] : inst->own_methods())
+      out.push_back(I_Callable_Generic::unsafeFrom(m));
+  return out;
+}
+
+Result<None> insert_property_value(const Any &object, const meta_property_untyped &name, const Any &value) {
+  auto *inst = instance_of(object);
+  if (!inst)
+    return Error(String::fromUtf8(fmt::format("Unable to insert the property '{}' into a value of class '{}'.",
+                                              name.utf8(), qualname(raw_class_of(object)).utf8View())));
+  inst->insert_property(name.info(), Property::fromValue(name.string(), value));
+  return None();
+}
+
+Result<None> insert_method(const Any &object, const meta_method_untyped &name, const I_Callable_Generic &method) {
+  auto *inst = instance_of(object);
+  if (!inst)
+    return Error(String::fromUtf8(fmt::format("Unable to insert the method '{}' into a value of class '{}'.",
+                                              name.utf8(), qualname(raw_class_of(object)).utf8View())));
+  inst->insert_method(name.info(), method);
+  return None();
+}
+
+Error internal::helpers::error_method_not_found(const String &name, const Any &object) {
+  return Error(String::fromUtf8(fmt::format("Method '{}' not found in '{}'.", name.utf8View(),
+                                            qualname(raw_class_of(object)).utf8View())));
+}
+
+Error internal::helpers::error_property_not_found(const String &name, const Any &object) {
+  return Error(String::fromUtf8(fmt::format("Property '{}' not found in '{}'.", name.utf8View(),
+                                            qualname(raw_class_of(object)).utf8View())));
+}
+
+// --- Any's member access -------------------------------------------------------
+
+Type Any::getType() const { return Type(raw_class_of(*this)); }
+
+Result<Any> Any::propertyValue(const meta_property_untyped &name) const {
+  auto *cls = class_ptr(*this);
+  if (overrides(cls, object_hook::property_value))
+    return Result<Any>(unchecked, call_hook(*this, object_hook::property_value, {name.string()}));
+  auto property = raw_property_of(*this, name);
+  if (property.is<Property>())
+    return property.as<Property>().get(*this);
+  if (auto hook = cls->find_getter_hook())
+    return Result<Any>(unchecked, hook(*this, name));
+  return helpers::error_property_not_found(name.string(), *this);
+}
+
+Result<None> Any::setPropertyValue(const meta_property_untyped &name, const Any &value) const {
+  auto *cls = class_ptr(*this);
+  Any r;
+  if (overrides(cls, object_hook::set_property_value)) {
+    r = call_hook(*this, object_hook::set_property_value, {name.string(), value});
+  } else {
+    auto property = raw_property_of(*this, name);
+    if (property.is<Property>())
+      return property.as<Property>().set(*this, value);
+    auto hook = cls->find_setter_hook();
+    if (!hook)
+      return helpers::error_property_not_found(name.string(), *this);
+    r = result_unwrap_lazy(hook(*this, name, value));
+  }
+  if (Error::isInstance(r))
+    return Error::unsafeFrom(r);
+  return None();
+}
+
+Any Any::boundMethod(const meta_method_untyped &name) const {
+  auto method = method_of(*this, name);
+  if (!method.is<I_Callable_Generic>())
+    return None();
+  return method.as<I_Callable_Generic>().bindInstance(*this);
+}
+
+Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
+  auto *inst = instance_of(*this);
+  auto field = find_field(*this, name);
+  if (!inst || !field.is<Field>())
+    return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
+                                              qualname(raw_class_of(*this)).utf8View())));
+  return Result<Any>(unchecked, inst->field(field.as<Field>().index()));
+}
+
+Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value) const {
+  auto *inst = instance_of(*this);
+  auto field = find_field(*this, name);
+  if (!inst || !field.is<Field>())
+    return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
+                                              qualname(raw_class_of(*this)).utf8View())));
+  auto f = field.as<Field>();
+  if (value && !f.type().matches(value))
+    return BadArgument(String::fromUtf8(fmt::format("The field '{}' takes '{}', not '{}'.", name.utf8(),
+                                                    f.type().name().utf8View(),
+                                                    qualname(raw_class_of(value)).utf8View())));
+  Any old = inst->exchange_field(f.index(), value); // released here, outside the lock
+  return None();
+}
+
+} // namespace kest

@@ -1,0 +1,130 @@
+// None, Undefined, Untyped, Boolean, Integer, Float and ByteArray.
+
+#include "builtin.hpp"
+
+#include <kest/boolean.hpp>
+#include <kest/bytearray.hpp>
+#include <kest/float.hpp>
+#include <kest/integer.hpp>
+#include <kest/interfaces.hpp>
+
+#include <cstring>
+#include <vector>
+
+namespace kest {
+namespace internal {
+
+namespace {
+/// A statically allocated, immortal value of one kind.
+template <ObjectType Kind, class_getter Getter> class static_value final : public object_value {
+public:
+  constexpr static_value() noexcept : object_value(immortal_tag{}) {}
+  [[nodiscard]] ObjectType kind() const noexcept override { return Kind; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override { return Getter().value(); }
+};
+
+constinit static_value<ObjectType::None, &None::getClass> s_none;
+constinit static_value<ObjectType::NotImplemented, &Undefined::getClass> s_not_implemented;
+constinit static_value<ObjectType::Boolean, &Boolean::getClass> s_true;
+constinit static_value<ObjectType::Boolean, &Boolean::getClass> s_false;
+} // namespace
+
+object_value *const g_value_none = &s_none;
+object_value *const g_value_not_implemented = &s_not_implemented;
+object_value *const g_value_boolean_true = &s_true;
+object_value *const g_value_boolean_false = &s_false;
+
+class object_value_integer final : public object_value {
+public:
+  object_value_integer(std::uint64_t b, bool s) : bits(b), is_signed(s) {}
+  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Integer; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override {
+    return Integer::getClass().value();
+  }
+  const std::uint64_t bits;
+  const bool is_signed;
+};
+
+class object_value_float final : public object_value {
+public:
+  explicit object_value_float(double v) : value(v) {}
+  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Float; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override {
+    return Float::getClass().value();
+  }
+  const double value;
+};
+
+class object_value_bytes final : public object_value {
+public:
+  explicit object_value_bytes(std::vector<std::uint8_t> b) : bytes(std::move(b)) {}
+  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::ByteArray; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override {
+    return ByteArray::getClass().value();
+  }
+  const std::vector<std::uint8_t> bytes;
+};
+
+} // namespace internal
+
+using namespace internal;
+
+KEST_DEFINE_HANDLE(None, is_none(a), make_builtin_class("None", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(Undefined, a.kind() == ObjectType::NotImplemented,
+                   make_builtin_class("Undefined", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(Untyped, ((void)a, true), make_builtin_class("Untyped", class_flags::top_type))
+KEST_DEFINE_HANDLE(Boolean, a.kind() == ObjectType::Boolean,
+                   make_builtin_class("Boolean", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(Integer, a.kind() == ObjectType::Integer,
+                   make_builtin_class("Integer", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(Float, a.kind() == ObjectType::Float,
+                   make_builtin_class("Float", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE(ByteArray, a.kind() == ObjectType::ByteArray,
+                   make_builtin_class("ByteArray", 0, {&I_Immutable::getClass}))
+
+Integer::Integer(std::int64_t v)
+    : Any(unchecked, Any(new object_value_integer(static_cast<std::uint64_t>(v), true))) {}
+
+Integer Integer::fromUnsigned(std::uint64_t v) {
+  return Integer(unchecked, Any(new object_value_integer(v, false)));
+}
+
+bool Integer::isSigned() const noexcept { return native<object_value_integer>(*this)->is_signed; }
+std::int64_t Integer::value() const noexcept {
+  return static_cast<std::int64_t>(native<object_value_integer>(*this)->bits);
+}
+std::uint64_t Integer::unsignedValue() const noexcept { return native<object_value_integer>(*this)->bits; }
+
+Float::Float(double v) : Any(unchecked, Any(new object_value_float(v))) {}
+double Float::value() const noexcept { return native<object_value_float>(*this)->value; }
+
+namespace {
+Any empty_bytes() {
+  static object_value_bytes *e = [] {
+    auto *p = new object_value_bytes({});
+    p->make_immortal();
+    return p;
+  }();
+  return Any(e);
+}
+} // namespace
+
+ByteArray::ByteArray() : Any(unchecked, empty_bytes()) {}
+ByteArray::ByteArray(std::span<const std::uint8_t> bytes)
+    : Any(unchecked, Any(new object_value_bytes(std::vector<std::uint8_t>(bytes.begin(), bytes.end())))) {}
+ByteArray::ByteArray(const void *data, std::size_t length)
+    : ByteArray(std::span<const std::uint8_t>(static_cast<const std::uint8_t *>(data), length)) {}
+
+const std::uint8_t *ByteArray::data() const noexcept { return native<object_value_bytes>(*this)->bytes.data(); }
+std::int64_t ByteArray::length() const noexcept {
+  return static_cast<std::int64_t>(native<object_value_bytes>(*this)->bytes.size());
+}
+std::string_view ByteArray::asChars() const noexcept {
+  auto &b = native<object_value_bytes>(*this)->bytes;
+  return {reinterpret_cast<const char *>(b.data()), b.size()};
+}
+std::span<const std::uint8_t> ByteArray::bytes() const noexcept {
+  return native<object_value_bytes>(*this)->bytes;
+}
+
+} // namespace kest
