@@ -190,7 +190,6 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
     auto m = get_module(module);
     if (m.isError())
       return Error::unsafeFrom(m);
-    cls->context = m.as<Module>();
     m.as<Module>().addClass(name, cls);
     register_class_name(cls);
   }

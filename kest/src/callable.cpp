@@ -1,6 +1,7 @@
 // Callables: parameters, signatures, native and bound callables, and calling.
 
 #include "builtin.hpp"
+#include "hooks.hpp"
 
 #include <kest/builders.hpp>
 #include <kest/callable.hpp>
@@ -203,12 +204,17 @@ void object_value_callable::set_doc(String doc) {
   m_doc.swap(doc);
 }
 Any object_value_callable::context() const {
-  std::lock_guard guard(m_lock);
-  return m_context;
+  Any stored;
+  {
+    std::lock_guard guard(m_lock);
+    stored = m_context;
+  }
+  return resolve_context(stored);
 }
 void object_value_callable::set_context(Any context) {
+  Any stored = store_context(context);
   std::lock_guard guard(m_lock);
-  m_context.swap(context);
+  m_context.swap(stored);
 }
 std::vector<Any> object_value_callable::defaults() const {
   std::lock_guard guard(m_lock);

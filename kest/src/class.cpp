@@ -7,6 +7,7 @@
 #include <kest/module.hpp>
 #include <kest/property.hpp>
 #include <kest/reflection.hpp>
+#include <kest/weak.hpp>
 
 #include <fmt/format.h>
 
@@ -247,6 +248,26 @@ Class_Generic generic_instance_of(const Class_Generic &definition, const std::ve
   return cls;
 }
 
+Any store_context(const Any &context) {
+  // A module or class owns its members, so a member refers back to it weakly;
+  // a module name is kept as text and looked up when asked.
+  if (context.kind() == ObjectType::Instance || context.kind() == ObjectType::Class)
+    return WeakReference(context);
+  return context;
+}
+
+Any resolve_context(const Any &context) {
+  if (String::isInstance(context)) {
+    auto module = find_module(String::unsafeFrom(context));
+    return module.is<Module>() ? Any(module) : Any(None());
+  }
+  if (context.kind() == ObjectType::WeakReference) {
+    auto target = weak_ref_builtin::resolve(context);
+    return target ? target : Any(None());
+  }
+  return context ? context : Any(None());
+}
+
 Union<Type, None> find_type_by_name(const String &name) {
   auto &r = registry();
   std::lock_guard guard(r.lock);
@@ -294,20 +315,13 @@ Any Class_Generic::declaringContext() const {
     std::lock_guard guard(value()->lock);
     context = value()->context;
   }
-  if (String::isInstance(context)) {
-    auto module = find_module(String::unsafeFrom(context));
-    if (!module.is<Module>())
-      return None();
-    std::lock_guard guard(value()->lock);
-    value()->context = module;
-    return module;
-  }
-  return context ? context : Any(None());
+  return resolve_context(context);
 }
 
 void Class_Generic::setDeclaringContext(const Any &context) const {
+  Any stored = store_context(context);
   std::lock_guard guard(value()->lock);
-  value()->context = context;
+  value()->context.swap(stored);
 }
 
 String Class_Generic::example(const String &language) const {

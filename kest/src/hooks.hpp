@@ -35,6 +35,10 @@ inline bool overrides(const object_value_class *cls, object_hook hook) {
 /// Makes (or finds) the generic instance of `definition` for `arguments`.
 Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments);
 
+/// How a declaring context is kept (weakly, or as a module name) and read back.
+Any store_context(const Any &context);
+Any resolve_context(const Any &context);
+
 /// Registers a class under its qualified name for `find_type`.
 void register_class_name(const Class_Generic &cls);
 /// The class registered under a qualified name.

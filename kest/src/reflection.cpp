@@ -50,6 +50,8 @@ String qualname(const Class_Generic &cls) {
     std::lock_guard guard(cls->lock);
     context = cls->context;
   }
+  if (context.kind() == ObjectType::WeakReference)
+    context = resolve_context(context);
   String module;
   if (String::isInstance(context))
     module = String::unsafeFrom(context);
