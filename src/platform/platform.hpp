@@ -1,0 +1,33 @@
+#pragma once
+// The few operating-system calls of the extension. Each platform has its own
+// file beside this one.
+
+#include "runtime/python.hpp"
+
+#include <optional>
+#include <string>
+
+namespace sarvode::platform {
+
+/// The folder that holds the extension's own library file, without a trailing
+/// separator; empty when the system cannot tell.
+std::string extension_directory();
+
+/// The value of an environment variable, or nothing when it is unset.
+std::optional<std::string> environment(const char *name);
+
+/// The per-user base folder when neither LOCALAPPDATA nor USERPROFILE is set
+/// (empty when there is none).
+std::string user_data_fallback();
+
+/// The interpreter's PySys_AddAuditHook, looked up in the already loaded
+/// interpreter library (never loading anything); null when there is none.
+using audit_hook_fn = int (*)(const char *, PyObject *, void *);
+using add_audit_hook_fn = int (*)(audit_hook_fn, void *);
+add_audit_hook_fn find_add_audit_hook();
+
+/// Makes the loaded interpreter library's symbols visible to the extension
+/// modules it loads later (they do not link it themselves).
+void make_interpreter_symbols_global();
+
+} // namespace sarvode::platform

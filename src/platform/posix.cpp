@@ -1,0 +1,77 @@
+// Operating-system calls on posix systems.
+
+#include "platform/platform.hpp"
+
+#include "runtime/python.hpp"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <string_view>
+
+namespace sarvode::platform {
+
+namespace {
+/// The path of the loaded object that contains `address`.
+std::string object_path(const void *address) {
+  Dl_info info{};
+  if (dladdr(address, &info) == 0 || !info.dli_fname)
+    return {};
+  return info.dli_fname;
+}
+
+/// A function of the extension itself, to ask the loader where we are.
+void anchor() {}
+
+/// The path of the interpreter library that is already loaded.
+std::string interpreter_path() { return object_path(reinterpret_cast<const void *>(&Py_IsInitialized)); }
+} // namespace
+
+std::string extension_directory() {
+  std::string path = object_path(reinterpret_cast<const void *>(&anchor));
+  const auto slash = path.find_last_of('/');
+  if (slash == std::string::npos)
+    return {};
+  // Drop the file name and any separators right before it, but keep the root.
+  auto end = slash;
+  while (end > 0 && path[end - 1] == '/')
+    --end;
+  return path.substr(0, end == 0 ? 1 : end);
+}
+
+std::optional<std::string> environment(const char *name) {
+  if (const char *value = std::getenv(name))
+    return std::string(value);
+  return std::nullopt;
+}
+
+std::string user_data_fallback() {
+  if (auto xdg = environment("XDG_DATA_HOME"); xdg && !xdg->empty())
+    return *xdg;
+  if (auto home = environment("HOME"); home && !home->empty())
+    return *home + "/.local/share";
+  return {};
+}
+
+add_audit_hook_fn find_add_audit_hook() {
+  const auto path = interpreter_path();
+  if (path.empty())
+    return nullptr;
+  // RTLD_NOLOAD: only look at the library that is already there.
+  void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (!library)
+    return nullptr;
+  auto *entry = reinterpret_cast<add_audit_hook_fn>(dlsym(library, "PySys_AddAuditHook"));
+  dlclose(library); // the NOLOAD open only added a count
+  return entry;
+}
+
+void make_interpreter_symbols_global() {
+  const auto path = interpreter_path();
+  if (path.empty())
+    return;
+  // Kept open on purpose: the promotion to the global scope lasts while the handle lives.
+  (void)dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
+}
+
+} // namespace sarvode::platform

@@ -1,0 +1,87 @@
+// Operating-system calls on Windows.
+
+#include "platform/platform.hpp"
+
+#include "runtime/python.hpp"
+
+#include <windows.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace sarvode::platform {
+
+namespace {
+void anchor() {}
+
+std::wstring widen(const std::string &text) {
+  if (text.empty())
+    return {};
+  const int n = MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+  std::wstring out(static_cast<std::size_t>(n), L'\0');
+  MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), out.data(), n);
+  return out;
+}
+
+std::string narrow(const std::wstring &text) {
+  if (text.empty())
+    return {};
+  const int n = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
+  std::string out(static_cast<std::size_t>(n), '\0');
+  WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), out.data(), n, nullptr, nullptr);
+  return out;
+}
+
+HMODULE interpreter_module() {
+  if (HMODULE m = GetModuleHandleW(L"python3.dll"))
+    return m;
+  const unsigned long minor = (Py_Version >> 16) & 0xFF;
+  const std::wstring versioned = L"python3" + std::to_wstring(minor) + L".dll";
+  return GetModuleHandleW(versioned.c_str());
+}
+} // namespace
+
+std::string extension_directory() {
+  HMODULE self = nullptr;
+  // 6: look up by an address inside the module, leave its reference count unchanged.
+  if (!GetModuleHandleExA(6, reinterpret_cast<LPCSTR>(&anchor), &self))
+    return {};
+  char buffer[260];
+  if (GetModuleFileNameA(self, buffer, sizeof buffer) == 0)
+    return {};
+  std::wstring path = widen(buffer);
+  auto slash = path.find_last_of(L"\\/");
+  if (slash == std::wstring::npos)
+    return {};
+  // Keep the drive or root-name prefix ("C:" and "\\server\share").
+  const std::size_t root = path.size() > 1 && path[1] == L':' ? 2 : 0;
+  while (slash > root && (path[slash - 1] == L'\\' || path[slash - 1] == L'/'))
+    --slash;
+  return narrow(path.substr(0, slash));
+}
+
+std::optional<std::string> environment(const char *name) {
+  if (const char *value = std::getenv(name))
+    return std::string(value);
+  return std::nullopt;
+}
+
+std::string user_data_fallback() { return {}; }
+
+add_audit_hook_fn find_add_audit_hook() {
+  if (HMODULE m = GetModuleHandleW(L"python3.dll"))
+    if (auto *entry = reinterpret_cast<add_audit_hook_fn>(GetProcAddress(m, "PySys_AddAuditHook")))
+      return entry;
+  const unsigned long minor = (Py_Version >> 16) & 0xFF;
+  const std::wstring versioned = L"python3" + std::to_wstring(minor) + L".dll";
+  if (HMODULE m = GetModuleHandleW(versioned.c_str()))
+    return reinterpret_cast<add_audit_hook_fn>(GetProcAddress(m, "PySys_AddAuditHook"));
+  return nullptr;
+}
+
+void make_interpreter_symbols_global() {
+  // Windows resolves imports per module; nothing to do.
+  (void)interpreter_module();
+}
+
+} // namespace sarvode::platform

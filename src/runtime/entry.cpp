@@ -1,0 +1,19 @@
+// The extension's exported entry points.
+
+#include "platform/platform.hpp"
+#include "runtime/search_paths.hpp"
+
+#define SARVODE_EXPORT extern "C" __attribute__((visibility("default")))
+
+/// Does nothing: the extension needs no table of host functions.
+SARVODE_EXPORT void sarvode_extension_bind_api() {}
+
+/// Finds the extension's folder and queues the search paths; never starts Python.
+SARVODE_EXPORT void sarvode_extension_init() {
+  try {
+    sarvode::setupSearchPaths(sarvode::platform::extension_directory());
+    sarvode::addUserPythonDirectory();
+  } catch (...) {
+    // Start-up work reports nothing to the host.
+  }
+}

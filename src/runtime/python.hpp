@@ -1,0 +1,66 @@
+#pragma once
+// The extension's window on CPython: the limited API only, and two small
+// helpers that make reference ownership and the interpreter lock visible.
+
+#include <Python.h>
+
+#include <utility>
+
+namespace sarvode::py {
+
+/// Holds the interpreter lock for its lifetime (nests safely).
+class gil {
+public:
+  gil() noexcept : m_state(PyGILState_Ensure()) {}
+  ~gil() { PyGILState_Release(m_state); }
+  gil(const gil &) = delete;
+  gil &operator=(const gil &) = delete;
+
+private:
+  PyGILState_STATE m_state;
+};
+
+/// One owned Python reference. Made only through `steal` or `borrow`; its
+/// release takes the interpreter lock, so it is correct on any thread and on
+/// every error path.
+class object {
+public:
+  object() noexcept = default;
+  object(object &&o) noexcept : m_ptr(std::exchange(o.m_ptr, nullptr)) {}
+  object &operator=(object &&o) noexcept {
+    object(std::move(o)).swap(*this);
+    return *this;
+  }
+  object(const object &) = delete;
+  object &operator=(const object &) = delete;
+  ~object() { reset(); }
+
+  /// Takes over a new reference (may be null).
+  [[nodiscard]] static object steal(PyObject *p) noexcept { return object(p); }
+  /// Adds a reference to a borrowed one (may be null).
+  [[nodiscard]] static object borrow(PyObject *p) noexcept {
+    if (p) {
+      gil lock;
+      Py_IncRef(p);
+    }
+    return object(p);
+  }
+
+  void reset() noexcept {
+    if (PyObject *p = std::exchange(m_ptr, nullptr)) {
+      gil lock;
+      Py_DecRef(p);
+    }
+  }
+  /// Hands the reference to the caller.
+  [[nodiscard]] PyObject *release() noexcept { return std::exchange(m_ptr, nullptr); }
+  [[nodiscard]] PyObject *get() const noexcept { return m_ptr; }
+  explicit operator bool() const noexcept { return m_ptr != nullptr; }
+  void swap(object &o) noexcept { std::swap(m_ptr, o.m_ptr); }
+
+private:
+  explicit object(PyObject *p) noexcept : m_ptr(p) {}
+  PyObject *m_ptr = nullptr;
+};
+
+} // namespace sarvode::py

@@ -1,0 +1,94 @@
+// Starting the interpreter once, queued sys.path entries, and the run-code operations.
+
+#include "runtime/python_ready.hpp"
+
+#include "platform/platform.hpp"
+#include "runtime/python_error.hpp"
+#include "runtime/python_module.hpp"
+#include "runtime/sandbox.hpp"
+
+#include <kest/list.hpp>
+
+#include <mutex>
+
+namespace sarvode {
+
+namespace {
+/// Directories given to addSysPath before the interpreter ran, in order, duplicates kept.
+kest::List &pending_paths() {
+  static kest::List list = kest::I_Iterable::createInstance(kest::String::getType());
+  return list;
+}
+
+std::once_flag g_ready;
+
+void start_interpreter() {
+  // Extension modules of the interpreter's own library (_decimal, math, ...)
+  // do not link it; they need its symbols in the global scope even when the
+  // host loaded us with RTLD_LOCAL.
+  platform::make_interpreter_symbols_global();
+  if (auto add_hook = platform::find_add_audit_hook())
+    add_hook(&sandboxAuditHook, nullptr);
+  Py_InitializeEx(0);
+  // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.
+  auto &pending = pending_paths();
+  for (auto &path : pending.copyItems())
+    (void)addSysPath(kest::String::unsafeFrom(path));
+  pending.clear();
+  (void)PyEval_SaveThread(); // from here on, every use takes the lock through PyGILState_Ensure
+  fillPythonModule();
+}
+} // namespace
+
+void ensurePythonReady() {
+  std::call_once(g_ready, [] {
+    if (!Py_IsInitialized())
+      start_interpreter();
+    // The language class and the host module importer join here as they land.
+  });
+}
+
+kest::Result<kest::None> addSysPath(const kest::String &directory) {
+  if (!Py_IsInitialized()) {
+    (void)pending_paths().append(directory);
+    return kest::None();
+  }
+  py::gil lock;
+  auto sys = py::object::steal(PyImport_ImportModule("sys"));
+  if (!sys)
+    return takePythonError();
+  auto path = py::object::steal(PyObject_GetAttrString(sys.get(), "path"));
+  if (!path || !PyList_Check(path.get())) {
+    PyErr_Clear(); // a missing or replaced sys.path is left alone
+    return kest::None();
+  }
+  const auto utf8 = directory.utf8View();
+  auto entry = py::object::steal(PyUnicode_FromStringAndSize(utf8.data(), static_cast<Py_ssize_t>(utf8.size())));
+  if (!entry) {
+    PyErr_Clear();
+    return kest::None();
+  }
+  const int present = PySequence_Contains(path.get(), entry.get());
+  if (present == 0 && PyList_Append(path.get(), entry.get()) < 0)
+    PyErr_Clear();
+  if (present < 0)
+    PyErr_Clear();
+  return kest::None();
+}
+
+std::int64_t pendingSysPathCount() { return pending_paths().length(); }
+
+PyObject *runWithBuiltin(const char *builtin, const char *code, PyObject *globals, PyObject *locals) {
+  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
+  if (!builtins)
+    return nullptr;
+  PyObject *function = PyDict_GetItemString(builtins, builtin); // borrowed
+  if (!function)
+    return nullptr;
+  auto args = py::object::steal(Py_BuildValue("(sOO)", code, globals, locals));
+  if (!args)
+    return nullptr;
+  return PyObject_CallObject(function, args.get());
+}
+
+} // namespace sarvode

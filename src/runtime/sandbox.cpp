@@ -1,0 +1,143 @@
+// The read-only sandbox.
+//
+// The hook runs for every interpreter of the process, so it touches no object
+// that belongs to one interpreter: the blocked events are native strings.
+
+#include "runtime/sandbox.hpp"
+
+#include "runtime/python_ready.hpp"
+
+#include <fcntl.h>
+
+#include <string_view>
+#include <unordered_set>
+
+namespace sarvode {
+
+namespace {
+thread_local bool t_sandboxed = false;
+
+constexpr const char *blocked_events[] = {
+    // File system
+    "os.remove", "os.rename", "os.mkdir", "os.rmdir", "os.chmod", "os.chown", "os.replace", "os.truncate",
+    "os.symlink", "os.link", "os.chdir", "os.chflags", "os.setxattr", "os.removexattr", "os.utime",
+    // File utilities
+    "shutil.rmtree", "shutil.move", "shutil.copyfile", "shutil.copytree", "shutil.copymode", "shutil.copystat",
+    "shutil.chown", "shutil.make_archive", "shutil.unpack_archive", "tempfile.mkstemp", "tempfile.mkdtemp",
+    // Processes
+    "subprocess.Popen", "os.system", "os.exec", "os.spawn", "os.posix_spawn", "os.fork", "os.forkpty",
+    "os.startfile", "os.startfile/2", "pty.spawn", "os.kill", "os.killpg", "signal.pthread_kill",
+    // Environment
+    "os.putenv", "os.unsetenv",
+    // Sockets
+    "socket.__new__", "socket.connect", "socket.bind", "socket.sendmsg", "socket.sendto", "socket.sethostname",
+    "socket.getaddrinfo", "socket.gethostbyaddr", "socket.gethostbyname", "socket.gethostname",
+    "socket.getnameinfo", "socket.getservbyname", "socket.getservbyport",
+    // Network protocols
+    "http.client.connect", "http.client.send", "ftplib.connect", "ftplib.sendcmd", "imaplib.open", "imaplib.send",
+    "poplib.connect", "poplib.putline", "smtplib.connect", "smtplib.send", "urllib.Request", "webbrowser.open",
+    // Databases
+    "sqlite3.connect", "sqlite3.connect/handle", "sqlite3.enable_load_extension", "sqlite3.load_extension",
+    // Native code
+    "ctypes.dlopen", "ctypes.dlsym", "ctypes.call_function",
+    // Locks and limits
+    "fcntl.fcntl", "fcntl.flock", "fcntl.ioctl", "fcntl.lockf", "msvcrt.locking", "resource.prlimit",
+    "resource.setrlimit",
+    // Threads, libraries, hooks; from 3.13 threads start through start_joinable_thread
+    "_thread.start_new_thread", "_thread.start_joinable_thread", "os.add_dll_directory", "sys.addaudithook",
+};
+static_assert(std::size(blocked_events) == 84);
+
+const std::unordered_set<std::string_view> &blocked_set() {
+  static const std::unordered_set<std::string_view> set = [] {
+    std::unordered_set<std::string_view> s(16);
+    s.max_load_factor(1.0f);
+    s.insert(std::begin(blocked_events), std::end(blocked_events));
+    return s;
+  }();
+  return set;
+}
+
+// The C runtime's write-only, read-write, append, create, truncate and exclusive flags.
+constexpr long write_flags = O_WRONLY | O_RDWR | O_APPEND | O_CREAT | O_TRUNC | O_EXCL;
+
+int block(const char *message) {
+  PyErr_SetString(PyExc_PermissionError, message);
+  return -1;
+}
+
+/// The "open" rules; returns -1 to block, 0 to let the event on to the list.
+int judge_open(PyObject *args) {
+  const Py_ssize_t n = PyTuple_Size(args);
+  if (n < 0) {
+    PyErr_Clear();
+    return 0;
+  }
+  if (n < 2)
+    return 0;
+  PyObject *mode = PyTuple_GetItem(args, 1); // borrowed
+  if (mode == Py_None && n >= 3) {
+    PyObject *flags = PyTuple_GetItem(args, 2);
+    if (!PyLong_Check(flags))
+      return 0;
+    const long value = PyLong_AsLong(flags);
+    if (value == -1 && PyErr_Occurred()) {
+      PyErr_Clear();
+      return 0;
+    }
+    if ((value & write_flags) != 0 || value == -1)
+      return block("write blocked: read-only sandbox");
+    return 0;
+  }
+  if (mode && PyUnicode_Check(mode)) {
+    Py_ssize_t size = 0;
+    const char *text = PyUnicode_AsUTF8AndSize(mode, &size);
+    if (!text) {
+      PyErr_Clear(); // a mode without a UTF-8 form is harmless
+      return 0;
+    }
+    if (std::string_view(text, static_cast<std::size_t>(size)).find_first_of("wax+") != std::string_view::npos)
+      return block("write blocked: read-only sandbox");
+  }
+  return 0;
+}
+} // namespace
+
+bool sandboxActive() noexcept { return t_sandboxed; }
+
+int sandboxAuditHook(const char *event, PyObject *args, void *) {
+  if (!t_sandboxed)
+    return 0;
+  if (std::string_view(event) == "open" && judge_open(args) < 0)
+    return -1;
+  if (blocked_set().count(event) != 0)
+    return block("operation blocked in sandbox");
+  return 0;
+}
+
+SandboxScope::SandboxScope() : m_flag(t_sandboxed) {
+  // The interpreter must run before its lock can be taken.
+  if (!Py_IsInitialized())
+    ensurePythonReady();
+  m_gil = PyGILState_Ensure();
+  m_previous = m_flag;
+  m_flag = true;
+  ensurePythonReady();
+  if (PyObject *saved = PySys_GetObject("dont_write_bytecode")) { // borrowed
+    Py_IncRef(saved);
+    m_saved_dont_write_bytecode = saved;
+  }
+  PySys_SetObject("dont_write_bytecode", Py_True);
+}
+
+SandboxScope::~SandboxScope() {
+  PySys_SetObject("dont_write_bytecode", m_saved_dont_write_bytecode ? m_saved_dont_write_bytecode : Py_False);
+  if (m_saved_dont_write_bytecode) {
+    py::gil lock;
+    Py_DecRef(m_saved_dont_write_bytecode);
+  }
+  m_flag = m_previous;
+  PyGILState_Release(m_gil);
+}
+
+} // namespace sarvode

@@ -1,0 +1,31 @@
+#pragma once
+// The read-only sandbox: one audit hook for the process and a per-thread
+// switch that `SandboxScope` turns on for one sandboxed call.
+
+#include "runtime/python.hpp"
+
+namespace sarvode {
+
+/// While alive on a thread: holds the interpreter lock, judges the audit events
+/// raised on this thread, and keeps imports from writing bytecode files.
+class SandboxScope {
+public:
+  SandboxScope();
+  ~SandboxScope();
+  SandboxScope(const SandboxScope &) = delete;
+  SandboxScope &operator=(const SandboxScope &) = delete;
+
+private:
+  PyGILState_STATE m_gil;
+  bool m_previous;
+  bool &m_flag;
+  PyObject *m_saved_dont_write_bytecode = nullptr; // owned; null when the attribute did not exist
+};
+
+/// The audit hook: 0 lets an event pass; -1 with PermissionError stops it.
+int sandboxAuditHook(const char *event, PyObject *args, void *userData);
+
+/// True while a SandboxScope is alive on the calling thread.
+bool sandboxActive() noexcept;
+
+} // namespace sarvode
