@@ -9,6 +9,7 @@
 
 #include <kest/list.hpp>
 
+#include <atomic>
 #include <mutex>
 
 namespace sarvode {
@@ -21,6 +22,7 @@ kest::List &pending_paths() {
 }
 
 std::once_flag g_ready;
+std::atomic<bool> g_hook_installed{false};
 
 void start_interpreter() {
   // Extension modules of the interpreter's own library (_decimal, math, ...)
@@ -28,7 +30,7 @@ void start_interpreter() {
   // host loaded us with RTLD_LOCAL.
   platform::make_interpreter_symbols_global();
   if (auto add_hook = platform::find_add_audit_hook())
-    add_hook(&sandboxAuditHook, nullptr);
+    g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
   Py_InitializeEx(0);
   // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.
   auto &pending = pending_paths();
@@ -75,6 +77,8 @@ kest::Result<kest::None> addSysPath(const kest::String &directory) {
     PyErr_Clear();
   return kest::None();
 }
+
+bool sandboxHookInstalled() noexcept { return g_hook_installed.load(); }
 
 std::int64_t pendingSysPathCount() { return pending_paths().length(); }
 

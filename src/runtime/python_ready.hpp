@@ -25,6 +25,9 @@ kest::Result<kest::None> addSysPath(const kest::String &directory);
 /// the builtins or the builtin itself are missing).
 PyObject *runWithBuiltin(const char *builtin, const char *code, PyObject *globals, PyObject *locals);
 
+/// True when this extension started the interpreter and installed the sandbox hook.
+bool sandboxHookInstalled() noexcept;
+
 /// The number of directories queued while the interpreter was not running.
 std::int64_t pendingSysPathCount();
 
