@@ -30,7 +30,7 @@ void log_assert_error(const char *text) { log_assert_error(String::fromUtf8(text
 
 namespace {
 Class_Generic entry_class() {
-  static const Class_Generic cls = make_builtin_class("ClassEntry", 0);
+  static const Class_Generic cls = make_builtin_class("ClassEntry", class_flags::final);
   return cls;
 }
 
@@ -138,6 +138,10 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
   }
   if (!has_name || name.empty())
     return BadArgument(String(u"A class declaration needs a name."));
+  for (auto &base : bases)
+    if (base.hasFlag(class_flags::final))
+      return BadArgument(String::fromUtf8(fmt::format("The class '{}' cannot derive from '{}'.", name.utf8View(),
+                                                      qualname(base).utf8View())));
   if (std::count_if(bases.begin(), bases.end(), [](const Class_Generic &b) { return b->field_count > 0; }) > 1)
     return BadArgument(String::fromUtf8(
         fmt::format("The class '{}' takes fields from more than one base.", name.utf8View())));
@@ -168,9 +172,14 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
       cls->add_property(meta_property_untyped(e->name, e->hidden), property);
       break;
     }
-    case entry_kind::method:
-      cls->add_method(meta_method_untyped(e->name, e->hidden), I_Callable_Generic::unsafeFrom(e->value));
+    case entry_kind::method: {
+      auto method = I_Callable_Generic::unsafeFrom(e->value);
+      if (method.kind() == ObjectType::Callable && method.name().empty()) // an anonymous function takes its entry's name
+        const_cast<object_value_callable *>(static_cast<const object_value_callable *>(method.get()))
+            ->set_name(String(std::u16string_view(e->name->text)));
+      cls->add_method(meta_method_untyped(e->name, e->hidden), method);
       break;
+    }
     case entry_kind::field: {
       auto field = Field::unsafeFrom(e->value);
       cls->add_field(meta_field_untyped(e->name, e->hidden), field);

@@ -58,9 +58,9 @@ public:
 using namespace internal;
 
 KEST_DEFINE_HANDLE(Parameter, instance_derives(a, Parameter::getClass()),
-                   make_builtin_class("Parameter", 0, {&I_Immutable::getClass}))
+                   make_builtin_class("Parameter", class_flags::final, {&I_Immutable::getClass}))
 KEST_DEFINE_HANDLE(Signature, instance_derives(a, Signature::getClass()),
-                   make_builtin_class("Signature", 0, {&I_Immutable::getClass}))
+                   make_builtin_class("Signature", class_flags::final, {&I_Immutable::getClass}))
 namespace {
 const meta_method_untyped &init_name() {
   static const meta_method_untyped n("$__init__");
@@ -279,7 +279,7 @@ Result<None> complete_arguments(const object_value_callable *c, const I_Callable
     if (given[i])
       continue;
     if (i >= first_default)
-      args[i] = defaults[i - first_default];
+      args[i] = defaults[i + defaults.size() - count]; // defaults belong to the last parameters
     else if (i < required)
       return BadArgument(String::fromUtf8(fmt::format("Missing argument '{}' for {}.",
                                                       sig.parameters()[i].name().utf8View(),
@@ -427,6 +427,8 @@ Type I_Callable_Generic::resultType() const { return signature().resultType(); }
 String I_Callable_Generic::name() const {
   if (auto *c = native_callable(*this))
     return c->name();
+  if (constructible_class(*this))
+    return Class_Generic::unsafeFrom(*this).name();
   auto v = result_unwrap_lazy(propertyValue(meta_property_untyped("$$name")));
   return String::isInstance(v) ? String::unsafeFrom(v) : String();
 }
@@ -443,6 +445,8 @@ Any I_Callable_Generic::declaringContext() const {
     auto context = c->context();
     return context ? context : Any(None());
   }
+  if (constructible_class(*this))
+    return Class_Generic::unsafeFrom(*this).declaringContext();
   return None();
 }
 

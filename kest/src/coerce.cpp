@@ -67,6 +67,8 @@ Error cannot_coerce(const Any &value, const Type &type) {
 
 Result<Any> to_integer(const Any &v) {
   switch (v.kind()) {
+  case ObjectType::Integer: // to_decimal converts integers through here
+    return Integer::unsafeFrom(v);
   case ObjectType::Boolean:
     return Integer(Boolean::unsafeFrom(v).value() ? 1 : 0);
   case ObjectType::Float: {

@@ -166,15 +166,21 @@ Result<Ordering> internal::compare_objects_value(const Any &left, const Any &rig
   const Any a = unwrap(left), b = unwrap(right);
   if (a.isSame(b) || (is_none(a) && is_none(b)))
     return Ordering::equal();
-  if (a.get() && overrides(a.get()->class_value(), object_hook::compare)) {
-    auto *cls = a.get()->class_value();
+  // The left operand's "$__compare__" decides; without one, the right
+  // operand's is asked the other way round, so that the order stays antisymmetric.
+  const bool left_hook = a.get() && overrides(a.get()->class_value(), object_hook::compare);
+  const bool right_hook = !left_hook && b.get() && overrides(b.get()->class_value(), object_hook::compare);
+  if (left_hook || right_hook) {
+    const Any &self = left_hook ? a : b;
+    const Any &other = left_hook ? b : a;
+    auto *cls = self.get()->class_value();
     auto method = I_Callable_Generic::unsafeFrom(cls->find_method(hook_name(object_hook::compare).info()));
-    auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({b}) : method.callWith({a, b}));
+    auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({other}) : method.callWith({self, other}));
     if (Error::isInstance(r))
       return Error::unsafeFrom(r);
     if (Integer::isInstance(r)) {
       const auto n = Integer::unsafeFrom(r).value();
-      return n == 2 ? Ordering::unordered() : Ordering::fromSign(n);
+      return n == 2 ? Ordering::unordered() : Ordering::fromSign(left_hook ? n : -n);
     }
     return result_error_cast_source(String(u"Ordering"), r);
   }

@@ -13,7 +13,7 @@ namespace internal {
 
 Class_Generic native_iterator_class() {
   static const Class_Generic cls = [] {
-    auto c = make_builtin_class("Iterator", 0, {&I_Iterator::getClass});
+    auto c = make_builtin_class("Iterator", class_flags::final, {&I_Iterator::getClass});
     add_iterator_members(c);
     return c;
   }();

@@ -76,7 +76,7 @@ constexpr std::int64_t days_from_civil(std::int64_t year, std::int64_t month,
 constexpr std::int64_t first_day = days_from_civil(1, 1, 1);
 
 Class_Generic make_immutable_class(const char *name) {
-  return internal::make_builtin_class(name, 0, {&::kest::I_Immutable::getClass});
+  return internal::make_builtin_class(name, ::kest::class_flags::final, {&::kest::I_Immutable::getClass});
 }
 
 } // namespace

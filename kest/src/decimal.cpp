@@ -458,7 +458,7 @@ Result<Decimal> multiply_numbers(const decimal_number &a, const decimal_number &
 } // namespace
 
 KEST_DEFINE_HANDLE(Decimal, ::kest::internal::instance_derives(a, Decimal::getClass()),
-                   ::kest::internal::make_builtin_class("Decimal", 0,
+                   ::kest::internal::make_builtin_class("Decimal", ::kest::class_flags::final,
                                                         {&::kest::I_Immutable::getClass}))
 
 Decimal::Decimal() : Any(new object_value_decimal(decimal_number())) {}

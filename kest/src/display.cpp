@@ -19,6 +19,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <string>
 
 namespace kest {
 
@@ -26,17 +27,41 @@ using namespace internal;
 
 namespace internal {
 
-/// Shortest text that reads back as the same double ("2.0", "0.1", "1e+100", "inf", "nan").
+/// Shortest text that reads back as the same double, laid out as Python's repr:
+/// fixed notation for exponents from -4 to 15, exponent notation outside
+/// ("2.0", "0.1", "100000.0", "1e+16", "1e-05", "inf", "nan").
 std::string float_text(double v) {
   if (std::isnan(v))
     return "nan";
   if (std::isinf(v))
     return v < 0 ? "-inf" : "inf";
   char buffer[64];
-  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, v);
-  std::string text(buffer, end);
-  if (text.find_first_of(".eE") == std::string::npos)
+  // The shortest round-trip digits, as "-d.ddde+XX".
+  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::scientific);
+  const std::string scientific(buffer, end);
+  const auto e = scientific.find('e');
+  const int exponent = std::stoi(scientific.substr(e + 1));
+  if (exponent < -4 || exponent >= 16)
+    return scientific;
+  const bool negative = scientific[0] == '-';
+  std::string digits;
+  for (std::size_t i = negative ? 1 : 0; i < e; ++i)
+    if (scientific[i] != '.')
+      digits += scientific[i];
+  std::string text = negative ? "-" : "";
+  if (exponent < 0) {
+    text += "0.";
+    text.append(static_cast<std::size_t>(-exponent - 1), '0');
+    text += digits;
+  } else if (digits.size() <= static_cast<std::size_t>(exponent) + 1) {
+    text += digits;
+    text.append(static_cast<std::size_t>(exponent) + 1 - digits.size(), '0');
     text += ".0";
+  } else {
+    text += digits.substr(0, static_cast<std::size_t>(exponent) + 1);
+    text += '.';
+    text += digits.substr(static_cast<std::size_t>(exponent) + 1);
+  }
   return text;
 }
 

@@ -141,11 +141,14 @@ Result<Any> I_Iterable::contains(const Any &value) const {
 
 Result<List> I_Iterable::collectImpl() const {
   if (kind() == ObjectType::List)
-    return List(Type(), List::unsafeFrom(*this).copyItems());
+    return List(List::unsafeFrom(*this).elementType(), List::unsafeFrom(*this).copyItems());
   List out(elementsType());
   internal::iterator_iterable it(*this), end;
-  for (; it != end; ++it)
-    out.append(*it);
+  for (; it != end; ++it) {
+    auto added = out.append(*it);
+    if (added.isError()) // an element that does not fit the declared element type
+      return Error::unsafeFrom(added);
+  }
   if (it.error())
     return Error::unsafeFrom(it.error());
   return out;

@@ -89,7 +89,7 @@ using namespace internal;
 KEST_DEFINE_HANDLE(I_Language, value_derives(a, I_Language::getClass()), language_interface())
 KEST_DEFINE_HANDLE(PythonLanguage, value_derives(a, PythonLanguage::getClass()), python_language_class())
 KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, EvaluationScope::getClass()),
-                   make_builtin_class("EvaluationScope", 0))
+                   make_builtin_class("EvaluationScope", class_flags::final))
 
 Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
   return call_language(*this, "evaluate", {code, scope});
@@ -192,6 +192,9 @@ Result<String> python_literal_text(const Any &value, int depth) {
     return text(fmt::format("Decimal('{}')", Decimal::unsafeFrom(value).toUtf8()));
   if (Date::isInstance(value)) {
     auto d = Date::unsafeFrom(value);
+    if (!d.isValid()) // Python's dates run from year 1 to 9999; anything else fails there
+      return Error(String::fromUtf8(fmt::format("Unable to write the value of class '{}' {} as Python code.",
+                                                qualname(raw_class_of(value)).utf8View(), display(value).utf8View())));
     return text(fmt::format("datetime.date({}, {}, {})", d.year(), d.month(), d.day()));
   }
   if (Time::isInstance(value) && !Time::unsafeFrom(value).offsetSeconds()) {

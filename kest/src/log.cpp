@@ -45,7 +45,7 @@ sink_table &sinks() {
 }
 
 Class_Generic record_class() {
-  auto cls = make_builtin_class("LogRecord", 0, {&I_Immutable::getClass});
+  auto cls = make_builtin_class("LogRecord", class_flags::final, {&I_Immutable::getClass});
   method_builder_base init{String(u"$__init__")};
   init.assign_func(make_function([](std::int64_t level, String message) { return LogRecord(level, message); }));
   init.signature(String(u"level, message"));
@@ -61,7 +61,7 @@ Class_Generic record_class() {
 }
 
 Class_Generic logger_class() {
-  auto cls = make_builtin_class("Logger", 0);
+  auto cls = make_builtin_class("Logger", class_flags::final);
   method_builder_base log{String(u"log")};
   log.assign_func(make_method([](Logger self, LogRecord record) { self.log(record); }));
   log.signature(String(u"record"));

@@ -131,6 +131,8 @@ void Module::addClass(const String &name, const Class_Generic &cls) const {
 }
 
 void Module::addCallable(const String &name, const I_Callable_Generic &callable) const {
+  if (callable.kind() == ObjectType::Callable && callable.name().empty()) // an anonymous function takes its registered name
+    const_cast<object_value_callable *>(static_cast<const object_value_callable *>(callable.get()))->set_name(name);
   if (is_none(callable.declaringContext()))
     callable.setDeclaringContext(*this);
   callables().setChecked(name, callable);

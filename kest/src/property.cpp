@@ -40,8 +40,8 @@ public:
 
 using namespace internal;
 
-KEST_DEFINE_HANDLE(Property, instance_derives(a, Property::getClass()), make_builtin_class("Property", 0))
-KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_class("Field", 0))
+KEST_DEFINE_HANDLE(Property, instance_derives(a, Property::getClass()), make_builtin_class("Property", class_flags::final))
+KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_class("Field", class_flags::final))
 
 namespace {
 object_value_property *prop(const Any &a) { return native<object_value_property>(a); }

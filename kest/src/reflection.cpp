@@ -30,6 +30,12 @@ Any call_hook(const Any &self, object_hook hook, std::initializer_list<Any> args
   return result_unwrap_lazy(callable.callWith(full));
 }
 
+/// The error for a field that was added to the class after `self` was made.
+Error missing_slot_error(const meta_field_untyped &name, const Any &self) {
+  return Error(String::fromUtf8(fmt::format("The field '{}' was added to '{}' after this instance was made.",
+                                            name.utf8(), qualname(raw_class_of(self)).utf8View())));
+}
+
 /// A class value offers the members its own class defines as static members.
 const object_value_class *static_scope(const Any &v) {
   return v.kind() == ObjectType::Class ? static_cast<const object_value_class *>(v.get()) : nullptr;
@@ -225,6 +231,8 @@ Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
   if (!inst || !field.is<Field>())
     return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
                                               qualname(raw_class_of(*this)).utf8View())));
+  if (field.as<Field>().index() >= inst->field_count())
+    return missing_slot_error(name, *this);
   return Result<Any>(unchecked, inst->field(field.as<Field>().index()));
 }
 
@@ -235,6 +243,8 @@ Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value
     return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
                                               qualname(raw_class_of(*this)).utf8View())));
   auto f = field.as<Field>();
+  if (f.index() >= inst->field_count()) // the write would be lost
+    return missing_slot_error(name, *this);
   if (value && !f.type().matches(value))
     return BadArgument(String::fromUtf8(fmt::format("The field '{}' takes '{}', not '{}'.", name.utf8(),
                                                     f.type().name().utf8View(),

@@ -23,16 +23,25 @@ public:
   [[nodiscard]] object_value_class *class_value() const noexcept override { return Getter().value(); }
 };
 
-constinit static_value<ObjectType::None, &None::getClass> s_none;
-constinit static_value<ObjectType::NotImplemented, &Undefined::getClass> s_not_implemented;
-constinit static_value<ObjectType::Boolean, &Boolean::getClass> s_true;
-constinit static_value<ObjectType::Boolean, &Boolean::getClass> s_false;
+/// Storage for a singleton that is made at compile time and never destroyed:
+/// handles held by other statics are still released during static destruction,
+/// and must find a live object then.
+template <class T> union never_destroyed {
+  constexpr never_destroyed() noexcept : value() {}
+  ~never_destroyed() {}
+  T value;
+};
+
+constinit never_destroyed<static_value<ObjectType::None, &None::getClass>> s_none;
+constinit never_destroyed<static_value<ObjectType::NotImplemented, &Undefined::getClass>> s_not_implemented;
+constinit never_destroyed<static_value<ObjectType::Boolean, &Boolean::getClass>> s_true;
+constinit never_destroyed<static_value<ObjectType::Boolean, &Boolean::getClass>> s_false;
 } // namespace
 
-object_value *const g_value_none = &s_none;
-object_value *const g_value_not_implemented = &s_not_implemented;
-object_value *const g_value_boolean_true = &s_true;
-object_value *const g_value_boolean_false = &s_false;
+object_value *const g_value_none = &s_none.value;
+object_value *const g_value_not_implemented = &s_not_implemented.value;
+object_value *const g_value_boolean_true = &s_true.value;
+object_value *const g_value_boolean_false = &s_false.value;
 
 class object_value_integer final : public object_value {
 public:

@@ -196,7 +196,8 @@ String String::trimmed() const {
   return String(v.substr(b, e - b));
 }
 
-String operator+(const String &a, const String &b) {
+// Exported here: the friend declaration in the header carries no export macro.
+KEST_API String operator+(const String &a, const String &b) {
   std::u16string s;
   s.reserve(a.view().size() + b.view().size());
   s.append(a.view()).append(b.view());

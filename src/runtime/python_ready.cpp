@@ -3,7 +3,7 @@
 #include "runtime/python_ready.hpp"
 
 #include "platform/platform.hpp"
-#include "runtime/python_error.hpp"
+#include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
 #include "runtime/sandbox.hpp"
 
@@ -58,7 +58,7 @@ kest::Result<kest::None> addSysPath(const kest::String &directory) {
   py::gil lock;
   auto sys = py::object::steal(PyImport_ImportModule("sys"));
   if (!sys)
-    return takePythonError();
+    return errorFromPython(0, 0);
   auto path = py::object::steal(PyObject_GetAttrString(sys.get(), "path"));
   if (!path || !PyList_Check(path.get())) {
     PyErr_Clear(); // a missing or replaced sys.path is left alone

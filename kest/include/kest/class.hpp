@@ -24,6 +24,7 @@ class I_Callable_Generic;
 namespace class_flags {
 inline constexpr std::uint64_t interface = 0x1;          ///< an interface (no instances)
 inline constexpr std::uint64_t abstract = 0x2;           ///< no instances
+inline constexpr std::uint64_t final = 0x4;              ///< no derived classes (native instance layout)
 inline constexpr std::uint64_t generic_definition = 0x10; ///< `List`, `HashMap`, ...
 inline constexpr std::uint64_t generic_instance = 0x20;   ///< `List<String>`, ...
 inline constexpr std::uint64_t union_type = 0x40;         ///< a union of types
@@ -56,7 +57,7 @@ using finaliser = std::function<void(object_value_instance &instance)>;
 using instance_allocator = std::function<Any(const Class_Generic &cls)>;
 
 /// Members of one kind, in declaration order, indexed by name.
-struct member_table {
+struct KEST_API member_table {
   std::vector<std::pair<const name_info *, Any>> entries;
   std::unordered_map<const name_info *, std::size_t> index;
 

@@ -78,7 +78,7 @@ class KEST_API String : public Any {
   /// Without leading and trailing white space.
   [[nodiscard]] String trimmed() const;
 
-  friend String operator+(const String &a, const String &b);
+  friend KEST_API String operator+(const String &a, const String &b);
 };
 
 /// Builds a string from parts without intermediate strings.
@@ -98,6 +98,7 @@ public:
   string_builder &append(std::string_view utf8);
   string_builder &append(const char *utf8) { return append(std::string_view(utf8)); }
   string_builder &append(std::int64_t number);
+  string_builder &append(int number) { return append(static_cast<std::int64_t>(number)); }
   [[nodiscard]] std::size_t size() const noexcept { return m_text.size(); }
   void reserve(std::size_t n) { m_text.reserve(n); }
   [[nodiscard]] String build() const { return String(m_text); }

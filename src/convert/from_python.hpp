@@ -1,0 +1,14 @@
+#pragma once
+// Python objects into host values.
+
+#include "runtime/python.hpp"
+
+#include <kest/any.hpp>
+
+namespace sarvode {
+
+/// The host form of a Python object (borrowed; may be null). Never throws: a
+/// failure is an Error inside the result. The caller holds the interpreter lock.
+kest::Any fromPython(PyObject *object);
+
+} // namespace sarvode

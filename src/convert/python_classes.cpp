@@ -1,0 +1,54 @@
+// Python classes and functions that the conversions use.
+
+#include "convert/python_classes.hpp"
+
+#include <atomic>
+
+namespace sarvode::python_classes {
+
+namespace {
+/// One cached lookup. It is not a blocking one-time guard on purpose: the
+/// import may release the interpreter lock, and a thread waiting on a guard
+/// while holding the lock would deadlock. Python imports a module once, so a
+/// concurrent first use repeats only the attribute lookup; the first result
+/// stays, a failure is cached as null.
+class cached {
+public:
+  constexpr cached(const char *module, const char *attribute) : m_module(module), m_attribute(attribute) {}
+
+  PyObject *get() {
+    if (m_done.load(std::memory_order_acquire))
+      return m_value.load(std::memory_order_acquire);
+    py::gil lock;
+    auto module = py::object::steal(PyImport_ImportModule(m_module));
+    PyObject *value = module ? PyObject_GetAttrString(module.get(), m_attribute) : nullptr;
+    if (!value)
+      PyErr_Clear();
+    PyObject *expected = nullptr;
+    if (value && !m_value.compare_exchange_strong(expected, value, std::memory_order_acq_rel))
+      Py_DecRef(value); // another thread stored it first
+    m_done.store(true, std::memory_order_release);
+    return m_value.load(std::memory_order_acquire);
+  }
+
+private:
+  const char *m_module;
+  const char *m_attribute;
+  std::atomic<PyObject *> m_value{nullptr}; // kept for the life of the process
+  std::atomic<bool> m_done{false};
+};
+
+constinit cached g_date("datetime", "date");
+constinit cached g_time("datetime", "time");
+constinit cached g_datetime("datetime", "datetime");
+constinit cached g_decimal("decimal", "Decimal");
+constinit cached g_format_exception("traceback", "format_exception");
+} // namespace
+
+PyObject *date() { return g_date.get(); }
+PyObject *time() { return g_time.get(); }
+PyObject *datetime() { return g_datetime.get(); }
+PyObject *decimal() { return g_decimal.get(); }
+PyObject *format_exception() { return g_format_exception.get(); }
+
+} // namespace sarvode::python_classes

@@ -1,0 +1,176 @@
+// Host values into Python. The decision order is fixed: the first step that
+// applies decides.
+//
+// Every non-null result is a new reference, the None, True, False and
+// NotImplemented singletons included, so that callers follow one ownership rule.
+
+#include "convert/to_python.hpp"
+
+#include "convert/python_classes.hpp"
+#include "convert/type_mapping.hpp"
+#include "language/exception_types.hpp"
+#include "proxies/cpython_object.hpp"
+#include "pyobject/kest_object.hpp"
+
+#include <kest/kest.hpp>
+
+namespace sarvode {
+
+namespace {
+PyObject *new_ref(PyObject *singleton) {
+  Py_IncRef(singleton);
+  return singleton;
+}
+
+PyObject *call(PyObject *callable, py::object args, py::object kwargs = {}) {
+  if (!callable || !args)
+    return nullptr;
+  return PyObject_Call(callable, args.get(), kwargs.get());
+}
+
+PyObject *fold_kwargs(const kest::Time &t) { return Py_BuildValue("{s:i}", "fold", t.fold() ? 1 : 0); }
+
+PyObject *instance_to_python(const kest::Any &value) {
+  if (isPythonBacked(value)) {
+    PyObject *object = pythonObjectOf(value);
+    if (object)
+      Py_IncRef(object);
+    return object; // null without an exception when it holds none
+  }
+  if (kest::Date::isInstance(value)) {
+    auto d = kest::Date::unsafeFrom(value);
+    if (!python_classes::date())
+      return nullptr;
+    return PyObject_CallFunction(python_classes::date(), "iii", d.year(), static_cast<int>(d.month()),
+                                 static_cast<int>(d.day()));
+  }
+  if (kest::Decimal::isInstance(value)) {
+    if (!python_classes::decimal())
+      return nullptr;
+    return PyObject_CallFunction(python_classes::decimal(), "s", kest::Decimal::unsafeFrom(value).toUtf8().c_str());
+  }
+  if (kest::Error::isInstance(value)) {
+    raiseHostError(value);
+    return nullptr;
+  }
+  if (kest::Time::isInstance(value)) {
+    auto t = kest::Time::unsafeFrom(value);
+    auto args = py::object::steal(Py_BuildValue("(iiii)", t.hour(), t.minute(), t.second(),
+                                                static_cast<int>(t.nanoSeconds() / 1000)));
+    auto kwargs = py::object::steal(fold_kwargs(t));
+    if (!args || !kwargs || !python_classes::time()) {
+      PyErr_Clear();
+      return nullptr;
+    }
+    return call(python_classes::time(), std::move(args), std::move(kwargs));
+  }
+  if (kest::DateTime::isInstance(value)) {
+    auto dt = kest::DateTime::unsafeFrom(value);
+    auto d = dt.date();
+    auto t = dt.time();
+    // No time zone is passed: the result is always a naive datetime.
+    auto args = py::object::steal(Py_BuildValue("(iiiiiii)", d.year(), static_cast<int>(d.month()),
+                                                static_cast<int>(d.day()), t.hour(), t.minute(), t.second(),
+                                                static_cast<int>(t.nanoSeconds() / 1000)));
+    auto kwargs = py::object::steal(fold_kwargs(t));
+    if (!args || !kwargs || !python_classes::datetime()) {
+      PyErr_Clear();
+      return nullptr;
+    }
+    return call(python_classes::datetime(), std::move(args), std::move(kwargs));
+  }
+  return wrapKestObject(value);
+}
+
+PyObject *tuple_to_python(const kest::Tuple &tuple) {
+  const auto items = tuple.items();
+  const auto n = static_cast<Py_ssize_t>(items.size());
+  auto result = py::object::steal(PyTuple_New(n > 0 ? n : 0));
+  if (!result)
+    return nullptr;
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    PyObject *item = toPython(items[static_cast<std::size_t>(i)]);
+    if (!item)
+      return nullptr; // the element's exception stays set; the partial tuple is released
+    if (PyTuple_SetItem(result.get(), i, item) < 0) // steals the item
+      return nullptr;
+  }
+  return result.release();
+}
+} // namespace
+
+PyObject *toPython(const kest::Any &value) {
+  py::gil lock;
+  if (value.empty())
+    return new_ref(Py_None);
+  using kind = kest::internal::ObjectType;
+  const auto k = value.kind();
+  if (static_cast<int>(k) > 17)
+    return wrapKestObject(value);
+  switch (k) {
+  case kind::Boolean:
+    return new_ref(value.get() == kest::internal::g_value_boolean_true ? Py_True : Py_False);
+  case kind::ByteArray: {
+    auto bytes = kest::ByteArray::unsafeFrom(value).asChars();
+    return PyBytes_FromStringAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size()));
+  }
+  case kind::Class:
+    if (PyObject *type = pythonTypeOfClass(kest::Class_Generic::unsafeFrom(value)))
+      return new_ref(type);
+    return wrapKestObject(value);
+  case kind::Float:
+    return PyFloat_FromDouble(kest::Float::unsafeFrom(value).value());
+  case kind::Instance:
+    return instance_to_python(value);
+  case kind::Integer: {
+    auto i = kest::Integer::unsafeFrom(value);
+    return i.isSigned() ? PyLong_FromLongLong(i.value()) : PyLong_FromUnsignedLongLong(i.unsignedValue());
+  }
+  case kind::String: {
+    auto text = kest::String::unsafeFrom(value).utf8View();
+    return PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
+  }
+  case kind::Tuple:
+    return tuple_to_python(kest::Tuple::unsafeFrom(value));
+  case kind::External:
+    return toPython(kest::internal::object_value_external::load(value));
+  case kind::None:
+    return new_ref(Py_None);
+  case kind::NotImplemented:
+    return new_ref(Py_NotImplemented);
+  default:
+    // Callables, lists, maps, sets, computed values and weak references are
+    // wrapped as they are, not evaluated or resolved here.
+    return wrapKestObject(value);
+  }
+}
+
+void raiseHostError(const kest::Any &value) {
+  py::gil lock;
+  auto error = kest::Error::unsafeFrom(value);
+  auto cls = kest::raw_class_of(error);
+  const auto message = error.message().toUtf8();
+  if (cls.isSame(kest::Error::getClass()) && !error.cause()) {
+    PyErr_SetString(PyExc_RuntimeError, message.c_str());
+    return;
+  }
+  PyObject *type = exceptionTypeFor(cls);
+  if (!type) {
+    PyErr_Clear();
+    PyErr_SetString(PyExc_RuntimeError, message.c_str());
+    return;
+  }
+  auto empty = py::object::steal(PyTuple_New(0));
+  auto instance = py::object::steal(empty ? PyObject_CallObject(type, empty.get()) : nullptr);
+  if (!instance) {
+    PyErr_Clear();
+    PyErr_SetString(type, message.c_str());
+    return;
+  }
+  auto wrapper = py::object::steal(wrapKestObject(error));
+  if (!wrapper || PyObject_SetAttrString(instance.get(), "kest", wrapper.get()) < 0)
+    PyErr_Clear(); // the exception still goes up, without the host error attached
+  PyErr_SetObject(type, instance.get());
+}
+
+} // namespace sarvode
