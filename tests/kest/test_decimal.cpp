@@ -118,7 +118,7 @@ TEST(Decimal, TrailingZerosStayInTheCoefficient) {
   EXPECT_EQ(scaled.toUtf8(), "1.20E+3");
 }
 
-TEST(Decimal, SpecialValuesReportTheirKind) {
+TEST(Decimal, InfinitiesAndNaNsReportTheirKind) {
   const Decimal inf = dec("Infinity");
   EXPECT_TRUE(inf.isInfinite());
   EXPECT_FALSE(inf.isFinite());
