@@ -108,6 +108,16 @@ kest::Any wrap(PyObject *object) { return newCPythonObject(object); }
 } // namespace
 
 kest::Any fromPython(PyObject *object) {
+  // Exact ints and strs can match no earlier test (they are no bool, bytes,
+  // Decimal, float, exception, type or callable): decide them at once.
+  if (PyLong_CheckExact(object)) {
+    const long long value = PyLong_AsLongLong(object);
+    if (value == -1 && PyErr_Occurred())
+      return error_or(u"Unable to convert Python integer to int64.");
+    return kest::Integer(static_cast<std::int64_t>(value));
+  }
+  if (PyUnicode_CheckExact(object))
+    return text_of(object);
   // 1-2. Nothing, and the not-implemented marker.
   if (!object || object == Py_None)
     return {};
@@ -162,15 +172,8 @@ kest::Any fromPython(PyObject *object) {
   if (PyCallable_Check(object))
     return wrap(object);
   // 13. Text.
-  if (PyUnicode_Check(object)) {
-    auto utf8 = py::object::steal(PyUnicode_AsUTF8String(object));
-    if (!utf8) {
-      PyErr_Clear();
-      return kest::String();
-    }
-    return kest::String::fromUtf8(
-        std::string_view(PyBytes_AsString(utf8.get()), static_cast<std::size_t>(PyBytes_Size(utf8.get()))));
-  }
+  if (PyUnicode_Check(object))
+    return text_of(object); // a str that has no UTF-8 form gives the empty String
   // 14. Dates and times; datetime before date, since every datetime is a date.
   if (is_instance_of(object, python_classes::datetime()))
     return kest::DateTime(date_of(object), time_of(object));

@@ -108,7 +108,10 @@ std::string notes_of(PyObject *exception) {
   }
   for (Py_ssize_t i = 0, n = PyList_Size(notes.get()); i < n; ++i)
     if (PyObject *note = PyList_GetItem(notes.get(), i); note && PyUnicode_Check(note))
-      out += "\n" + utf8_of(note);
+    {
+      out.push_back('\n');
+      out += utf8_of(note);
+    }
   return out;
 }
 } // namespace
