@@ -80,7 +80,7 @@ test: build
 	$(call runtests,$(BUILD_DIR))
 
 run: build
-	./$(BUILD_DIR)/bin/sarvode --show-model
+	bash scripts/run-examples.sh ./$(BUILD_DIR)/bin/sarvode
 
 # ---------------------------------------------------------------------------
 build-sanitize: deps

@@ -108,7 +108,10 @@ kest::Any wrap(PyObject *object) { return newCPythonObject(object); }
 } // namespace
 
 kest::Any fromPython(PyObject *object) {
-  // Exact ints and strs can match no earlier test (they are no bool, bytes,
+  // 1. Nothing (checked first: the tests below read the object's type).
+  if (!object || object == Py_None)
+    return {};
+  // Exact ints and strs can match no other test (they are no bool, bytes,
   // Decimal, float, exception, type or callable): decide them at once.
   if (PyLong_CheckExact(object)) {
     const long long value = PyLong_AsLongLong(object);
@@ -118,9 +121,7 @@ kest::Any fromPython(PyObject *object) {
   }
   if (PyUnicode_CheckExact(object))
     return text_of(object);
-  // 1-2. Nothing, and the not-implemented marker.
-  if (!object || object == Py_None)
-    return {};
+  // 2. The not-implemented marker.
   if (object == Py_NotImplemented)
     return kest::Undefined();
   // 3. A host value that travelled through Python comes back as itself.

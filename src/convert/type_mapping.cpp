@@ -83,7 +83,7 @@ std::string text_attribute(PyObject *object, const char *name) {
 }
 
 /// Makes the host class for a Python class: its name after the last ".", its
-/// documentation, one class property per entry of its __dict__, and its bases.
+/// documentation and its bases. The members follow in `add_members`.
 kest::Class_Generic make_class(PyObject *type) {
   auto name = py::object::steal(PyType_GetName(reinterpret_cast<PyTypeObject *>(type)));
   std::string text;
@@ -110,7 +110,13 @@ kest::Class_Generic make_class(PyObject *type) {
   bases.push_back(cpythonObjectClass());
   auto cls = kest::Class_Generic::create(kest::String::fromUtf8(text), 0, bases);
   cls.setDoc(kest::String::fromUtf8(text_attribute(type, "__doc__")));
+  return cls;
+}
 
+/// One class property per entry of the type's __dict__. Runs after the class
+/// is in the table, so that a member that refers to the class itself, or to a
+/// subclass whose base it is, finds it there instead of making it again.
+void add_members(const kest::Class_Generic &cls, PyObject *type) {
   auto members = py::object::steal(PyDict_New());
   auto proxy = py::object::steal(PyObject_GetAttrString(type, "__dict__"));
   if (members && proxy && PyDict_Update(members.get(), proxy.get()) == 0) {
@@ -132,7 +138,6 @@ kest::Class_Generic make_class(PyObject *type) {
     }
   }
   PyErr_Clear();
-  return cls;
 }
 } // namespace
 
@@ -155,13 +160,16 @@ kest::Any typeFromPython(PyObject *type) {
       return it->second;
   }
   auto cls = make_class(type);
-  std::lock_guard guard(t.lock);
-  auto [it, added] = t.made.try_emplace(type, cls);
-  if (added) {
+  {
+    std::lock_guard guard(t.lock);
+    auto [it, added] = t.made.try_emplace(type, cls);
+    if (!added)
+      return it->second; // another thread made one meanwhile; the first one stays
     Py_IncRef(type); // the table keeps the type; no Python code runs for an increment
     t.types.emplace(cls.get(), type);
   }
-  return it->second;
+  add_members(cls, type);
+  return cls;
 }
 
 PyObject *pythonTypeOfClass(const kest::Class_Generic &cls) {

@@ -1,10 +1,12 @@
 // Load-time registrations: the start-up handlers of the extension and the name
 // objects it uses. The host runs the handlers by level:
+//   2  the class CPythonLanguage
 //   3  start the interpreter (the log bridge joins here)
 //   4  "kest.cpython" property "doc"
-//   5  "kest.cpython" function "cpython_add_sys_path"
+//   5  "kest.cpython" functions "cpython_add_sys_path", "evaluate", "evaluate_expr"
 
 #include "host/names.hpp"
+#include "language/cpython_language.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/builders.hpp>
@@ -41,8 +43,21 @@ const kest::String module_name(u"kest.cpython");
 struct module_members {
   kest::internal::property_builder_base doc{kest::String(u"doc")};
   kest::internal::method_builder_base add_sys_path{kest::String(u"cpython_add_sys_path")};
+  kest::internal::method_builder_base evaluate{kest::String(u"evaluate")};
+  kest::internal::method_builder_base evaluate_expr{kest::String(u"evaluate_expr")};
 
   module_members() {
+    const std::vector<kest::Any> no_scope{kest::Any()};
+    evaluate.assign_func(kest::make_function(
+        [](kest::String code, kest::Any scope) { return evaluateWithScope(code, scope); }));
+    evaluate.signature(kest::String(u"code, scope"));
+    evaluate.assign_doc(kest::String(u"Evaluates Python code."));
+    evaluate.assign_defaults(no_scope);
+    evaluate_expr.assign_func(kest::make_function(
+        [](kest::String code, kest::Any scope) { return evaluateExpressionWithScope(code, scope); }));
+    evaluate_expr.signature(kest::String(u"code, scope"));
+    evaluate_expr.assign_doc(kest::String(u"Evaluates Python expression."));
+    evaluate_expr.assign_defaults(no_scope);
     doc.assign_getter_value(kest::String(u"Interface to Python language."));
     add_sys_path.assign_func(kest::make_function([](kest::String path) { return addSysPath(path); }));
     add_sys_path.signature(kest::String(u"path"));
@@ -60,13 +75,14 @@ const bool g_registered = [] {
   (void)names::pyobj(), (void)names::defaults(), (void)names::result_type(), (void)names::sign(),
       (void)names::import_all_modules();
   (void)members();
+  kest::internal::add_init_handler(2, [] { (void)cpythonLanguageClass(); });
   kest::internal::add_init_handler(3, [] { ensurePythonReady(); });
   kest::internal::add_init_handler(4, [] {
     (void)kest::internal::register_property(module_name, members().doc.name().string(), members().doc.build());
   });
   kest::internal::add_init_handler(5, [] {
-    auto &builder = members().add_sys_path;
-    (void)kest::internal::register_function(module_name, builder.name().string(), builder.callable());
+    for (auto *builder : {&members().add_sys_path, &members().evaluate, &members().evaluate_expr})
+      (void)kest::internal::register_function(module_name, builder->name().string(), builder->callable());
   });
   return true;
 }();

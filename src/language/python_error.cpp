@@ -83,6 +83,14 @@ std::string formatted(PyObject *exception) {
   return out;
 }
 
+/// True when the exception carries a host error (its instance attribute "kest").
+bool carries_host_error(PyObject *exception) {
+  auto carried = py::object::steal(PyObject_GetAttrString(exception, "kest"));
+  if (!carried)
+    PyErr_Clear();
+  return carried && carried.get() != Py_None;
+}
+
 kest::Class_Generic error_class_for(PyObject *exception) {
   PyObject *type = reinterpret_cast<PyObject *>(Py_TYPE(exception));
   if (type == PyExc_StopIteration)
@@ -157,6 +165,11 @@ kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset) 
   PyErr_Clear();
   kest::Error error = kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value) : kest::Error::unknown();
   if (!f.value)
+    return error;
+  // A host error that travelled through Python comes back as itself, and the
+  // end of an iteration stays a StopIteration; only the errors made here from
+  // Python exceptions gain a position.
+  if (carries_host_error(f.value.get()) || kest::StopIteration::isInstance(error))
     return error;
 
   std::optional<std::int64_t> line = position(f.value.get(), "lineno");

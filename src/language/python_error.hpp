@@ -11,7 +11,9 @@ namespace sarvode {
 
 /// Takes the pending Python exception as a host error: an EvaluationError when
 /// a position is known (shifted by the offsets), else an Error; the host's
-/// unknown error when nothing is pending. No Python error is pending afterwards.
+/// unknown error when nothing is pending. A host error carried by the exception
+/// and a StopIteration come back as they are, without a position. No Python
+/// error is pending afterwards.
 kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset);
 
 /// The pending Python exception as a host error, or None when nothing is

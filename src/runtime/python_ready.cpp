@@ -3,6 +3,7 @@
 #include "runtime/python_ready.hpp"
 
 #include "platform/platform.hpp"
+#include "language/cpython_language.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
 #include "runtime/sandbox.hpp"
@@ -46,7 +47,8 @@ void ensurePythonReady() {
   std::call_once(g_ready, [] {
     if (!Py_IsInitialized())
       start_interpreter();
-    // The language class and the host module importer join here as they land.
+    (void)cpythonLanguage(); // declares the class and registers the language
+    // The host module importer joins here.
   });
 }
 

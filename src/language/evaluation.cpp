@@ -1,0 +1,140 @@
+// Running user text: statements inside a generated function, and expressions.
+
+#include "language/evaluation.hpp"
+
+#include "convert/from_python.hpp"
+#include "convert/to_python.hpp"
+#include "language/module_dictionary.hpp"
+#include "language/python_error.hpp"
+#include "runtime/python_ready.hpp"
+
+#include <kest/kest.hpp>
+
+namespace sarvode {
+
+namespace {
+/// Copies every entry of a host map into `dict` under its string key,
+/// converted; entries without a Python form are skipped.
+void copy_map(PyObject *dict, const kest::Any &map) {
+  if (!kest::I_Map::isInstance(map))
+    return;
+  auto m = kest::I_Map::unsafeFrom(map);
+  auto keys = kest::internal::result_unwrap_lazy(m.keys());
+  if (!kest::I_Iterable::isInstance(keys))
+    return;
+  for (const auto &key : kest::I_Iterable::unsafeFrom(keys)) {
+    auto name = kest::String::cast(key);
+    if (!name.is<kest::String>())
+      continue;
+    auto value = kest::internal::result_unwrap_lazy(m.get(key));
+    auto converted = py::object::steal(toPython(value));
+    if (!converted) {
+      PyErr_Clear();
+      continue;
+    }
+    if (PyDict_SetItemString(dict, name.as<kest::String>().toUtf8().c_str(), converted.get()) < 0)
+      PyErr_Clear();
+  }
+}
+
+/// The globals every evaluation starts from: the host modules, then the
+/// scope's globals (or the host's global table).
+py::object fresh_globals(const kest::Union<kest::I_Map, kest::None> &globals) {
+  auto g = py::object::steal(PyDict_New());
+  if (!g)
+    return g;
+  if (PyObject *modules = hostModuleDictionary())
+    if (PyDict_Merge(g.get(), modules, 0) < 0)
+      PyErr_Clear();
+  if (globals.is<kest::I_Map>())
+    copy_map(g.get(), globals);
+  else
+    copy_map(g.get(), kest::globals());
+  return g;
+}
+
+bool set_item(PyObject *dict, const char *name, const kest::Any &value) {
+  auto converted = py::object::steal(toPython(value));
+  if (!converted) {
+    PyErr_Clear();
+    return false;
+  }
+  return PyDict_SetItemString(dict, name, converted.get()) == 0;
+}
+
+std::vector<kest::String> out_local_names(const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
+  std::vector<kest::String> names;
+  if (!outLocals.is<kest::I_MutableMap>())
+    return names;
+  auto keys = kest::internal::result_unwrap_lazy(kest::I_Map::unsafeFrom(outLocals).keys());
+  if (kest::I_Iterable::isInstance(keys))
+    for (const auto &key : kest::I_Iterable::unsafeFrom(keys))
+      if (kest::String::isInstance(key))
+        names.push_back(kest::String::unsafeFrom(key));
+  return names;
+}
+} // namespace
+
+kest::Any runStatements(const kest::String &code, const kest::Any &self, const kest::Union<kest::I_Map, kest::None> &locals,
+                        const kest::Union<kest::I_Map, kest::None> &globals,
+                        const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
+  ensurePythonReady();
+  py::gil lock;
+  auto g = fresh_globals(globals);
+  auto l = py::object::steal(PyDict_New());
+  if (!g || !l)
+    return errorFromPython(0, 0);
+  if (outLocals.is<kest::I_MutableMap>())
+    copy_map(g.get(), outLocals); // their current values are the out-locals' initial values
+  if (locals.is<kest::I_Map>())
+    copy_map(g.get(), locals);
+
+  // The user's text becomes the body of kest_outer; the out-locals are made
+  // global inside it and read back at module level after the call.
+  const auto names = out_local_names(outLocals);
+  kest::string_builder text;
+  text.append(u"def kest_outer():\n");
+  for (const auto &name : names)
+    text.append(u"\tglobal ").append(name).append(u'\n');
+  for (const auto &piece : code.splitToVector(u"\n"))
+    text.append(u'\t').append(piece).append(u'\n');
+  text.append(u"kest_store_result( kest_outer() )\n");
+  for (const auto &name : names)
+    text.append(u"kest_store_local('").append(name).append(u"',").append(name).append(u")\n");
+
+  auto result = std::make_shared<kest::Any>();
+  if (outLocals.is<kest::I_MutableMap>()) {
+    auto target = outLocals.as<kest::I_MutableMap>();
+    auto store_local = kest::make_function([target](kest::String name, kest::Any value) {
+      return target.setChecked(name, value);
+    });
+    if (!set_item(l.get(), "kest_store_local", store_local))
+      return errorFromPython(0, 0);
+  }
+  auto store_result = kest::make_function([result](kest::Any value) { *result = value; });
+  if (!set_item(l.get(), "kest_store_result", store_result) || !set_item(g.get(), "self", self))
+    return errorFromPython(0, 0);
+
+  auto outcome = py::object::steal(runWithBuiltin("exec", text.build().toUtf8().c_str(), g.get(), l.get()));
+  if (!outcome)
+    return errorFromPython(-(1 + static_cast<std::int64_t>(names.size())), -1);
+  return *result;
+}
+
+kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map, kest::None> &locals,
+                        const kest::Union<kest::I_Map, kest::None> &globals) {
+  ensurePythonReady();
+  py::gil lock;
+  auto g = fresh_globals(globals);
+  auto l = py::object::steal(PyDict_New());
+  if (!g || !l)
+    return errorFromPython(0, 0);
+  if (locals.is<kest::I_Map>())
+    copy_map(g.get(), locals);
+  auto value = py::object::steal(runWithBuiltin("eval", code.toUtf8().c_str(), g.get(), l.get()));
+  if (!value)
+    return errorFromPython(0, 0);
+  return fromPython(value.get());
+}
+
+} // namespace sarvode

@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# The sarvode command line as a user meets it. Usage: cli_test.sh SARVODE CASE TMPDIR
+set -uo pipefail
+sarvode=$1
+case_name=$2
+tmp=$(mktemp -d "${3:-/tmp}/cli-XXXXXX")
+trap 'rm -rf "$tmp"' EXIT
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# run ARGS...: sets $out, $err and $status.
+run() {
+  out=$("$sarvode" "$@" 2>"$tmp/stderr" <"${stdin:-/dev/null}")
+  status=$?
+  err=$(cat "$tmp/stderr")
+}
+
+expect() { # expect STATUS OUT ERR
+  [[ $status == "$1" ]] || fail "exit status $status, expected $1 (stdout: $out; stderr: $err)"
+  [[ $out == "$2" ]] || fail "stdout was [$out], expected [$2]"
+  [[ $err == "$3" ]] || fail "stderr was [$err], expected [$3]"
+}
+
+case $case_name in
+expression-result)
+  run -e "6 * 7"
+  expect 0 "42" ""
+  ;;
+none-result-prints-nothing)
+  run -e "None"
+  expect 0 "" ""
+  run -c "x = 1"
+  expect 0 "" ""
+  ;;
+statement-return)
+  run -c $'x = 20\nreturn x * 2 + 2'
+  expect 0 "42" ""
+  ;;
+show-class)
+  run --show-class -e "'abc'"
+  expect 0 "kest.String: abc" ""
+  run --show-class -e "2.5"
+  expect 0 "kest.Float: 2.5" ""
+  ;;
+syntax-error-position)
+  # Line 2 of the user's code; Python's column 8 minus the generated tab.
+  run -c $'x = 1\ny = x +'
+  [[ $status == 1 ]] || fail "exit status $status"
+  [[ $err == "<string>:2:8: error: "* ]] || fail "stderr was [$err]"
+  [[ $err == *"SyntaxError"* ]] || fail "no SyntaxError text in [$err]"
+  [[ -z $out ]] || fail "stdout was [$out]"
+  ;;
+syntax-error-in-expression)
+  run -e "1 +"
+  [[ $status == 1 && $err == "<string>:1:"*": error: "*"SyntaxError"* ]] || fail "status $status, stderr [$err]"
+  ;;
+runtime-error-two-calls-deep)
+  printf 'def outer():\n    return inner()\n\ndef inner():\n    raise ValueError("deep")\n\nouter()\n' >"$tmp/deep.py"
+  run "$tmp/deep.py"
+  expect 1 "" "$tmp/deep.py:5: error: deep"
+  ;;
+error-without-position)
+  run -c "raise RuntimeError('plain')"
+  [[ $status == 1 && $err == "<string>:1: error: plain" ]] || fail "status $status, stderr [$err]"
+  ;;
+script-argv)
+  printf 'import sys\nreturn " ".join(sys.argv[1:]) + " from " + sys.argv[0].rsplit("/", 1)[-1]\n' >"$tmp/args.py"
+  run "$tmp/args.py" one --two 3
+  expect 0 "one --two 3 from args.py" ""
+  ;;
+missing-script-is-a-usage-error)
+  run "$tmp/no-such-file.py"
+  expect 2 "" "sarvode: cannot read $tmp/no-such-file.py"
+  ;;
+conflicting-modes-are-a-usage-error)
+  run -c "1" -e "2"
+  [[ $status == 2 ]] || fail "exit status $status"
+  ;;
+unknown-option-is-a-usage-error)
+  run --no-such-option
+  [[ $status == 2 ]] || fail "exit status $status"
+  ;;
+missing-extension-folder)
+  run --extensions "$tmp/nothing-here" -e "1"
+  [[ $status == 3 && $err == "sarvode: cannot read the extensions folder $tmp/nothing-here"* ]] ||
+    fail "status $status, stderr [$err]"
+  ;;
+broken-extension)
+  mkdir "$tmp/ext" && echo "not a library" >"$tmp/ext/sarvode_python.so"
+  run --extensions "$tmp/ext" -e "1"
+  [[ $status == 3 && $err == "sarvode: cannot load the extension $tmp/ext/sarvode_python.so: "* ]] ||
+    fail "status $status, stderr [$err]"
+  [[ $(printf '%s\n' "$err" | wc -l) == 1 ]] || fail "more than one line: [$err]"
+  ;;
+sandbox-refuses-a-write)
+  run --sandbox -c "open('$tmp/written.txt', 'w')"
+  expect 1 "" "<string>:1: error: write blocked: read-only sandbox"
+  [[ ! -e $tmp/written.txt ]] || fail "the sandbox let the file be written"
+  run -c "open('$tmp/written.txt', 'w').write('x')"
+  expect 0 "" ""
+  [[ -e $tmp/written.txt ]] || fail "without the sandbox the file should be written"
+  ;;
+sandbox-allows-reading)
+  echo "hello" >"$tmp/in.txt"
+  run --sandbox -e "open('$tmp/in.txt').read().strip()"
+  expect 0 "hello" ""
+  ;;
+console-keeps-names)
+  printf 'x = 41\nx + 1\ndef twice(v):\n    return v * 2\n\ntwice(x)\nimport math\nmath.floor(x / 2)\n' >"$tmp/input"
+  stdin="$tmp/input" run -i
+  expect 0 $'42\n82\n20' ""
+  ;;
+console-goes-on-after-errors)
+  printf 'undefined_name\n1 / 0\n3 + 4\nexit()\n5 + 5\n' >"$tmp/input"
+  stdin="$tmp/input" run -i
+  [[ $out == "7" ]] || fail "stdout was [$out]"
+  [[ $err == *"name 'undefined_name' is not defined"* && $err == *"division by zero"* ]] || fail "stderr [$err]"
+  ;;
+statements-from-standard-input)
+  printf 'return 40 + 2\n' >"$tmp/input"
+  stdin="$tmp/input" run
+  expect 0 "42" ""
+  ;;
+version-and-help)
+  run --version
+  [[ $status == 0 && $out == "sarvode "* ]] || fail "version: status $status, [$out]"
+  run --help
+  [[ $status == 0 && $out == *"--sandbox"* ]] || fail "help: status $status"
+  ;;
+*)
+  fail "unknown case $case_name"
+  ;;
+esac
+echo "$case_name: passed"
