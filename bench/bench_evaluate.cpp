@@ -1,0 +1,85 @@
+// Evaluation per call against the raw C API floor: the builtin exec/eval of
+// the same text into a fresh dictionary.
+
+#include "language/cpython_language.hpp"
+#include "runtime/python_ready.hpp"
+
+#include <kest/kest.hpp>
+
+#include <benchmark/benchmark.h>
+
+using namespace sarvode;
+
+namespace {
+kest::I_Language language() {
+  ensurePythonReady();
+  return kest::I_Language::unsafeFrom(cpythonLanguage());
+}
+
+/// exec or eval of `code` with a fresh globals dictionary, as the floor.
+void raw(benchmark::State &state, const char *builtin, const char *code) {
+  ensurePythonReady();
+  py::gil lock;
+  PyObject *function = PyDict_GetItemString(PyEval_GetBuiltins(), builtin);
+  for (auto _ : state) {
+    auto globals = py::object::steal(PyDict_New());
+    auto result = py::object::steal(PyObject_CallFunction(function, "sOO", code, globals.get(), globals.get()));
+    benchmark::DoNotOptimize(result.get());
+  }
+}
+
+void Statements_Raw(benchmark::State &state) { raw(state, "exec", "def f():\n\treturn 1\nr = f()\n"); }
+void Statements_Evaluate(benchmark::State &state) {
+  auto python = language();
+  const kest::String code(u"return 1");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(python.evaluate(code));
+}
+
+void Expression_Raw(benchmark::State &state) { raw(state, "eval", "1 + 1"); }
+void Expression_Evaluate(benchmark::State &state) {
+  auto python = language();
+  const kest::String code(u"1 + 1");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(python.evaluateExpression(code));
+}
+
+void ScopedStatements_Raw(benchmark::State &state) {
+  ensurePythonReady();
+  py::gil lock;
+  PyObject *exec = PyDict_GetItemString(PyEval_GetBuiltins(), "exec");
+  const char *code = "def f():\n\tglobal o1, o2\n\to1 = v0 + v1\n\to2 = v8 * v9\n\treturn o1 + o2\nr = f()\n";
+  for (auto _ : state) {
+    auto globals = py::object::steal(PyDict_New());
+    for (int i = 0; i < 10; ++i) {
+      auto value = py::object::steal(PyLong_FromLong(i));
+      PyDict_SetItemString(globals.get(), ("v" + std::to_string(i)).c_str(), value.get());
+    }
+    auto result = py::object::steal(PyObject_CallFunction(exec, "sOO", code, globals.get(), globals.get()));
+    benchmark::DoNotOptimize(PyDict_GetItemString(globals.get(), "o1"));
+    benchmark::DoNotOptimize(PyDict_GetItemString(globals.get(), "o2"));
+  }
+}
+void ScopedStatements_Evaluate(benchmark::State &state) {
+  auto python = language();
+  kest::HashMap locals(kest::String::getType(), kest::Type());
+  for (int i = 0; i < 10; ++i)
+    (void)locals.setChecked(kest::String::fromUtf8("v" + std::to_string(i)), kest::Integer(i));
+  kest::HashMap outs(kest::String::getType(), kest::Type());
+  (void)outs.setChecked(kest::String(u"o1"), kest::Integer(0));
+  (void)outs.setChecked(kest::String(u"o2"), kest::Integer(0));
+  kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals),
+                              kest::I_MutableMap::unsafeFrom(outs));
+  const kest::String code(u"o1 = v0 + v1\no2 = v8 * v9\nreturn o1 + o2");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(python.evaluate(code, scope));
+}
+} // namespace
+
+BENCHMARK(Statements_Raw)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Statements_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_Raw)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_Raw)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK_MAIN();
