@@ -3,6 +3,7 @@
 // file, code (-c), an expression (-e), or an interactive console.
 
 #include "console.hpp"
+#include "demo/demo_module.hpp"
 #include "extensions.hpp"
 #include "model_report.hpp"
 #include "python_runner.hpp"
@@ -72,6 +73,7 @@ int main(int argc, char **argv) {
     std::cerr << "sarvode: " << loaded.error << "\n";
     return exit_extension_failed;
   }
+  sarvode::demo::register_demo_module();
   kest::internal::run_init_handlers();
 
   if (show_version) {

@@ -347,6 +347,19 @@ Result<Any> I_Callable_Generic::callWithSequence(const Any &args) const {
 Result<Any> I_Callable_Generic::callWithNamed(std::span<const Any> positional, const HashMap &named) const {
   if (!named || named.length() == 0)
     return callWith(positional);
+  if (constructible_class(*this)) {
+    auto cls = Class_Generic::unsafeFrom(*this);
+    auto init = I_Callable_Generic::unsafeFrom(cls->find_method(init_name().info()));
+    if (init.isIndependent())
+      return init.callWithNamed(positional, named);
+    auto instance = cls.allocateInstance();
+    if (instance.isError())
+      return instance;
+    auto r = result_unwrap_lazy(init.bindInstance(instance).callWithNamed(positional, named));
+    if (Error::isInstance(r))
+      return Error::unsafeFrom(r);
+    return instance;
+  }
   auto *c = native_callable(*this);
   if (!c)
     return BadArgument(String::fromUtf8(

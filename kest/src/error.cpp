@@ -2,6 +2,8 @@
 
 #include "builtin.hpp"
 
+#include <kest/boolean.hpp>
+#include <kest/builders.hpp>
 #include <kest/error.hpp>
 #include <kest/reflection.hpp>
 
@@ -46,9 +48,27 @@ Any make_error(const Class_Generic &cls, const String &message) {
 }
 } // namespace
 
+namespace {
+/// The error's state, readable by name from any language.
+void add_error_members(const Class_Generic &cls) {
+  const std::pair<const char16_t *, std::function<Any(const Error &)>> readers[] = {
+      {u"$$message", [](const Error &e) -> Any { return e.message(); }},
+      {u"$$stack", [](const Error &e) -> Any { return e.stack(); }},
+      {u"$$value", [](const Error &e) -> Any { return e.value(); }},
+      {u"$$hasCause", [](const Error &e) -> Any { return Boolean(static_cast<bool>(e.cause())); }},
+  };
+  for (const auto &[name, read] : readers) {
+    property_builder_base p{String(name)};
+    p.assign_getter(make_method([read = read](Error self) { return read(self); }));
+    cls->add_property(p.name(), p.build());
+  }
+}
+} // namespace
+
 KEST_DEFINE_HANDLE(Error, instance_derives(a, Error::getClass()), [] {
   auto cls = make_builtin_class("Error", class_flags::error);
   cls.setAllocator(&allocate_error);
+  add_error_members(cls);
   return cls;
 }())
 KEST_DEFINE_HANDLE(BadArgument, instance_derives(a, BadArgument::getClass()),

@@ -143,6 +143,34 @@ void Module::addProperty(const String &name, const Property &property) const {
   moduleClass()->add_class_property_unsafe(meta_property_untyped(name), property);
 }
 
+namespace {
+/// A module "a.b" is reachable from its parent "a" as the property "b"; the
+/// link is made when the second of the two is registered.
+void link_with_relatives(const Module &module) {
+  const auto name = module.name();
+  std::vector<std::pair<Module, Module>> links; // parent, child
+  {
+    std::lock_guard guard(g_modules_lock);
+    if (auto dot = name.rfind(u'.'); dot > 0)
+      if (auto it = g_modules.find(name.substr(0, dot)); it != g_modules.end())
+        links.emplace_back(it->second, module);
+    const auto prefix = name + String(u".");
+    for (auto &other : g_modules.in_order) {
+      auto other_name = other.name();
+      if (other_name.startsWith(prefix.view()) && !other_name.sliced(prefix.length()).contains(u'.'))
+        links.emplace_back(module, other);
+    }
+  }
+  for (auto &[parent, child] : links) {
+    auto child_name = child.name();
+    auto short_name = child_name.sliced(child_name.rfind(u'.') + 1);
+    const meta_property_untyped property_name(short_name);
+    if (!parent.moduleClass().definedProperty(property_name).is<Property>())
+      parent.addProperty(short_name, Property::fromValue(short_name, child));
+  }
+}
+} // namespace
+
 Result<Module> get_module(const String &name) {
   if (name.empty())
     return BadArgument(String(u"A module needs a name."));
@@ -152,10 +180,13 @@ Result<Module> get_module(const String &name) {
       return it->second;
   }
   auto fresh = Module::create(name); // made outside the lock; the first registration wins
-  std::lock_guard guard(g_modules_lock);
-  if (auto it = g_modules.find(name); it != g_modules.end())
-    return it->second;
-  g_modules.insert(name, fresh);
+  {
+    std::lock_guard guard(g_modules_lock);
+    if (auto it = g_modules.find(name); it != g_modules.end())
+      return it->second;
+    g_modules.insert(name, fresh);
+  }
+  link_with_relatives(fresh);
   return fresh;
 }
 

@@ -5,6 +5,7 @@
 #include "hooks.hpp"
 
 #include <kest/boolean.hpp>
+#include <kest/float.hpp>
 #include <kest/module.hpp>
 #include <kest/reflection.hpp>
 
@@ -245,11 +246,16 @@ Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value
   auto f = field.as<Field>();
   if (f.index() >= inst->field_count()) // the write would be lost
     return missing_slot_error(name, *this);
-  if (value && !f.type().matches(value))
+  Any stored = value;
+  // An integer widens to a float field; nothing else is converted.
+  if (value.kind() == ObjectType::Integer && f.type().toClass().isSame(Float::getClass()))
+    stored = Float(Integer::unsafeFrom(value).isSigned() ? static_cast<double>(Integer::unsafeFrom(value).value())
+                                                          : static_cast<double>(Integer::unsafeFrom(value).unsignedValue()));
+  if (stored && !f.type().matches(stored))
     return BadArgument(String::fromUtf8(fmt::format("The field '{}' takes '{}', not '{}'.", name.utf8(),
                                                     f.type().name().utf8View(),
                                                     qualname(raw_class_of(value)).utf8View())));
-  Any old = inst->exchange_field(f.index(), value); // released here, outside the lock
+  Any old = inst->exchange_field(f.index(), stored); // released here, outside the lock
   return None();
 }
 

@@ -62,6 +62,14 @@ bool set_item(PyObject *dict, const char *name, const kest::Any &value) {
   return PyDict_SetItemString(dict, name, converted.get()) == 0;
 }
 
+/// The text reaches Python as a C string, which would end at a null character
+/// and silently run only the part before it; such code is refused instead.
+bool has_null_character(const kest::String &code) { return code.contains(u'\0'); }
+
+kest::Error null_character_error() {
+  return kest::Error(kest::String(u"source code string cannot contain null bytes"));
+}
+
 std::vector<kest::String> out_local_names(const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
   std::vector<kest::String> names;
   if (!outLocals.is<kest::I_MutableMap>())
@@ -78,6 +86,8 @@ std::vector<kest::String> out_local_names(const kest::Union<kest::I_MutableMap, 
 kest::Any runStatements(const kest::String &code, const kest::Any &self, const kest::Union<kest::I_Map, kest::None> &locals,
                         const kest::Union<kest::I_Map, kest::None> &globals,
                         const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
+  if (has_null_character(code))
+    return null_character_error();
   ensurePythonReady();
   py::gil lock;
   auto g = fresh_globals(globals);
@@ -123,6 +133,8 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
 
 kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map, kest::None> &locals,
                         const kest::Union<kest::I_Map, kest::None> &globals) {
+  if (has_null_character(code))
+    return null_character_error();
   ensurePythonReady();
   py::gil lock;
   auto g = fresh_globals(globals);

@@ -146,11 +146,22 @@ kest::Any errorFromException(PyObject *exception) {
   return error;
 }
 
+namespace {
+/// The host form of a fetched exception value. Every exception instance is an
+/// error here, those that derive from BaseException only (SystemExit,
+/// KeyboardInterrupt, ...) included.
+kest::Any error_value_of(PyObject *value) {
+  if (value && PyExceptionInstance_Check(value))
+    return errorFromException(value);
+  return fromPython(value);
+}
+} // namespace
+
 kest::Union<kest::Error, kest::None> currentPythonError() {
   if (!PyErr_Occurred())
     return kest::None();
   auto f = fetch();
-  auto value = fromPython(f.value.get());
+  auto value = error_value_of(f.value.get());
   PyErr_Clear();
   if (kest::Error::isInstance(value))
     return kest::Error::unsafeFrom(value);
@@ -161,7 +172,7 @@ kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset) 
   if (!PyErr_Occurred())
     return kest::Error::unknown();
   auto f = fetch();
-  auto value = f.value ? fromPython(f.value.get()) : kest::Any();
+  auto value = f.value ? error_value_of(f.value.get()) : kest::Any();
   PyErr_Clear();
   kest::Error error = kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value) : kest::Error::unknown();
   if (!f.value)

@@ -235,12 +235,15 @@ TEST(NamedArguments, MissingRequiredArgumentIsNamed) {
   EXPECT_EQ(error_text(r), "Missing argument 'x' for scaled.");
 }
 
-TEST(NamedArguments, CallableWithoutParameterNamesRejectsThem) {
+TEST(NamedArguments, AConstructibleClassPassesThemToItsConstructor) {
   auto cls = declare({S("NamedCtor"), B::method_entry(meta_method_untyped("$__init__"),
-                                                     make_function([](std::int64_t v) { return v; }))});
+                                                     make_function([](std::int64_t v) { return v * 10; }))});
   auto r = I_Callable_Generic::unsafeFrom(cls).callWithNamed({}, named({{"arg0", Integer(1)}}));
-  ASSERT_TRUE(r.isError());
-  EXPECT_EQ(error_text(r), "NamedCtor does not accept named arguments.");
+  ASSERT_TRUE(r.is<Integer>());
+  EXPECT_EQ(r.as<Integer>().value(), 10);
+  auto wrong = I_Callable_Generic::unsafeFrom(cls).callWithNamed({}, named({{"nope", Integer(1)}}));
+  ASSERT_TRUE(wrong.isError());
+  EXPECT_EQ(error_text(wrong), "Unknown argument 'nope' for NamedCtor.__init__.");
 }
 
 // --- binding ---------------------------------------------------------------------------

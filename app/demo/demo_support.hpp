@@ -1,0 +1,73 @@
+#pragma once
+// Small helpers for declaring the demo classes.
+
+#include <kest/kest.hpp>
+
+#include <string>
+#include <vector>
+
+namespace sarvode::demo {
+
+using builder = kest::internal::class_builder_base;
+
+inline const kest::String module_name(u"kest.demo");
+
+/// A method entry from a typed function, with parameter names and defaults.
+inline kest::Any method(const char *name, kest::I_Callable_Generic fn, const char *params, const char *doc,
+                        std::vector<kest::Any> defaults = {}) {
+  kest::internal::method_builder_base b{kest::String::fromUtf8(name)};
+  b.assign_func(std::move(fn));
+  b.signature(kest::String::fromUtf8(params));
+  b.assign_doc(kest::String::fromUtf8(doc));
+  if (!defaults.empty())
+    b.assign_defaults(std::move(defaults));
+  return builder::method_entry(b);
+}
+
+/// A property entry with a getter and an optional setter.
+inline kest::Any property(const char *name, kest::I_Callable_Generic getter, const char *doc,
+                          kest::I_Callable_Generic setter = {}) {
+  kest::internal::property_builder_base p{kest::String::fromUtf8(name)};
+  p.assign_getter(std::move(getter));
+  if (setter)
+    p.assign_setter(std::move(setter));
+  p.assign_doc(kest::String::fromUtf8(doc));
+  return builder::property_entry(p);
+}
+
+/// Reads a field of an instance (fields hold what the classes keep).
+inline kest::Any field(const kest::Any &self, const char *name) {
+  return kest::internal::result_unwrap_lazy(self.fieldValue(kest::meta_field_untyped(name)));
+}
+
+inline void set_field(const kest::Any &self, const char *name, const kest::Any &value) {
+  (void)self.setFieldValue(kest::meta_field_untyped(name), value);
+}
+
+/// True when the value is an instance of the class (or of a class derived from it).
+inline bool is_a(const kest::Any &value, const kest::Class_Generic &cls) {
+  return value.kind() == kest::internal::ObjectType::Instance && kest::raw_class_of(value).derivesFrom(cls);
+}
+
+/// A number as a double (Integer or Float).
+inline double number(const kest::Any &value) {
+  if (kest::Integer::isInstance(value))
+    return static_cast<double>(kest::Integer::unsafeFrom(value).value());
+  if (kest::Float::isInstance(value))
+    return kest::Float::unsafeFrom(value).value();
+  return 0.0;
+}
+
+kest::Class_Generic vector_class();
+kest::Class_Generic shape_class();
+kest::Class_Generic drawing_class();
+kest::Class_Generic palette_class();
+kest::Class_Generic countdown_class();
+kest::Class_Generic scaler_class();
+kest::Class_Generic demo_error_class();
+
+/// A new Vector.
+kest::Any make_vector(double x, double y);
+kest::Type vector_class_type();
+
+} // namespace sarvode::demo

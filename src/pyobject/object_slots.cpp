@@ -1,0 +1,378 @@
+// The common slots of KestObject: deallocation, text, hashing, comparison,
+// attributes, calls and iteration. Arguments cross with fromPython, results
+// with toPython (which raises host errors as Python exceptions).
+
+#include "pyobject/slots.hpp"
+
+#include "convert/from_python.hpp"
+#include "convert/to_python.hpp"
+#include "language/cpython_language.hpp"
+#include "pyobject/kest_object.hpp"
+#include "pyobject/type_for_class.hpp"
+
+#include <kest/kest.hpp>
+
+#include <string_view>
+
+namespace sarvode {
+
+using kest::internal::result_unwrap_lazy;
+
+std::string classDisplay(const kest::Any &value) { return kest::display(kest::raw_class_of(value)).toUtf8(); }
+
+void setRuntimeError(const kest::Any &error) {
+  const auto message = kest::Error::isInstance(error) ? kest::Error::unsafeFrom(error).message().toUtf8()
+                                                       : kest::display(error).toUtf8();
+  PyErr_SetString(PyExc_RuntimeError, message.c_str());
+}
+
+namespace {
+PyObject *str_of(const kest::String &text) { return toPython(text); }
+
+// --- text --------------------------------------------------------------------
+
+PyObject *KestObject_repr(PyObject *self) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    auto code = pythonCode(value);
+    if (kest::String::isInstance(code))
+      return str_of(kest::String::unsafeFrom(code));
+    return str_of(kest::display(value));
+  });
+}
+
+PyObject *KestObject_str(PyObject *self) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    auto text = result_unwrap_lazy(kest::String::getClass().coerce(value));
+    if (!kest::String::isInstance(text))
+      return str_of(kest::display(value)); // not coercible: the display text
+    return str_of(kest::String::unsafeFrom(text));
+  });
+}
+
+Py_hash_t KestObject_hash(PyObject *self) {
+  return guarded<Py_hash_t>(-1, [&]() -> Py_hash_t {
+    const auto value = kestObjectValue(self);
+    // Mutable host objects hash by identity.
+    auto h = kest::I_Immutable::isInstance(value) ? kest::hash_of(value) : kest::object_id(value);
+    return h == -1 ? -2 : static_cast<Py_hash_t>(h);
+  });
+}
+
+PyObject *KestObject_richcompare(PyObject *self, PyObject *other, int op) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const int order = kest::compare_objects(fromPython(self), fromPython(other)).value();
+    bool result = false;
+    if (order == 2) {
+      result = op == Py_NE; // unordered values are only unequal
+    } else {
+      switch (op) {
+      case Py_EQ: result = order == 0; break;
+      case Py_NE: result = order != 0; break;
+      case Py_LT: result = order < 0; break;
+      case Py_LE: result = order <= 0; break;
+      case Py_GT: result = order > 0; break;
+      case Py_GE: result = order >= 0; break;
+      default: break;
+      }
+    }
+    PyObject *answer = result ? Py_True : Py_False;
+    Py_IncRef(answer);
+    return answer;
+  });
+}
+
+// --- attributes ----------------------------------------------------------------
+
+PyObject *callable_of(std::function<kest::Any(std::span<const kest::Any>)> fn, std::size_t arity) {
+  std::vector<kest::Parameter> params;
+  for (std::size_t i = 0; i < arity; ++i)
+    params.emplace_back(kest::String::fromUtf8("arg" + std::to_string(i)), kest::Type());
+  return toPython(kest::internal::make_callable(std::move(fn), kest::Signature(std::move(params), kest::Type(), arity), true));
+}
+
+kest::String module_name_of(const kest::Any &context) {
+  if (kest::Module::isInstance(context))
+    return kest::Module::unsafeFrom(context).name();
+  if (kest::Class_Generic::isInstance(context))
+    return kest::qualname(kest::Class_Generic::unsafeFrom(context));
+  return {};
+}
+
+/// The special names that a KestObject answers itself; null when `name` does
+/// not apply to the value (Python's generic lookup then decides).
+PyObject *special_attribute(const kest::Any &value, std::string_view name, bool &handled) {
+  handled = true;
+  const bool callable = kest::I_Callable_Generic::isInstance(value);
+  if (name == "__doc__") {
+    if (callable)
+      return str_of(kest::I_Callable_Generic::unsafeFrom(value).doc());
+    if (kest::Class_Generic::isInstance(value))
+      return str_of(kest::Class_Generic::unsafeFrom(value).doc());
+    if (kest::Module::isInstance(value))
+      return str_of(kest::Module::unsafeFrom(value).doc());
+    if (kest::I_HasDoc::isInstance(value))
+      return toPython(result_unwrap_lazy(kest::I_HasDoc::unsafeFrom(value).doc()));
+  } else if (name == "__annotations__") {
+    if (callable) {
+      auto sig = kest::I_Callable_Generic::unsafeFrom(value).signature();
+      auto dict = py::object::steal(PyDict_New());
+      for (auto &param : sig.parameters()) {
+        auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClass(param.type().toClass())));
+        if (!type || PyDict_SetItemString(dict.get(), param.name().toUtf8().c_str(), type.get()) < 0)
+          return nullptr;
+      }
+      auto result = py::object::steal(reinterpret_cast<PyObject *>(typeForClass(sig.resultType().toClass())));
+      if (!result || PyDict_SetItemString(dict.get(), "return", result.get()) < 0)
+        return nullptr;
+      return dict.release();
+    }
+  } else if (name == "__module__" || name == "__name__") {
+    const bool module_name = name == "__module__";
+    if (callable) {
+      auto c = kest::I_Callable_Generic::unsafeFrom(value);
+      return str_of(module_name ? module_name_of(c.declaringContext()) : c.name());
+    }
+    if (kest::Module::isInstance(value))
+      return str_of(kest::Module::unsafeFrom(value).name());
+    if (kest::Class_Generic::isInstance(value)) {
+      auto cls = kest::Class_Generic::unsafeFrom(value);
+      return str_of(module_name ? module_name_of(cls.declaringContext()) : cls.name());
+    }
+    if (kest::I_HasName::isInstance(value) && !module_name)
+      return toPython(result_unwrap_lazy(kest::I_HasName::unsafeFrom(value).name()));
+  } else if (name == "__code__") {
+    if (kest::I_HasCode::isInstance(value))
+      return toPython(result_unwrap_lazy(kest::I_HasCode::unsafeFrom(value).code()));
+  } else if (name == "__bytes__") {
+    if (kest::ByteArray::isInstance(value))
+      return callable_of([value](std::span<const kest::Any>) -> kest::Any { return value; }, 0);
+  } else if (name == "__bool__") {
+    return callable_of([value](std::span<const kest::Any>) -> kest::Any { return kest::Boolean::from(value); }, 0);
+  } else if (name == "__text_signature__") {
+    if (callable)
+      return str_of(kest::I_Callable_Generic::unsafeFrom(value).signature().toString());
+  }
+  handled = false;
+  return nullptr;
+}
+
+PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    Py_ssize_t size = 0;
+    const char *utf8 = PyUnicode_AsUTF8AndSize(py_name, &size);
+    if (!utf8)
+      return nullptr;
+    const std::string_view name(utf8, static_cast<std::size_t>(size));
+    const auto value = kestObjectValue(self);
+    if (name.starts_with('_')) {
+      // Host members whose names begin with "_" are deliberately unreachable.
+      bool handled = false;
+      PyObject *special = special_attribute(value, name, handled);
+      if (handled)
+        return special;
+      return PyObject_GenericGetAttr(self, py_name);
+    }
+    const kest::meta_property_untyped property_name(name);
+    if (auto property = kest::property_of(value, property_name); property.is<kest::Property>())
+      return toPython(result_unwrap_lazy(property.as<kest::Property>().get(value)));
+    const kest::meta_field_untyped field_name(property_name.info(), false);
+    if (auto field = kest::find_field(value, field_name); field.is<kest::Field>())
+      return toPython(result_unwrap_lazy(value.fieldValue(field_name)));
+    const kest::meta_method_untyped method_name(property_name.info(), false);
+    if (auto method = kest::method_of(value, method_name); method.is<kest::I_Callable_Generic>())
+      return toPython(method.as<kest::I_Callable_Generic>().bindInstance(value));
+    if (auto *cls = value.get() ? value.get()->class_value() : nullptr; cls && cls->find_getter_hook())
+      return toPython(result_unwrap_lazy(value.propertyValue(property_name)));
+    PyErr_Format(PyExc_AttributeError, "'%s' object has no attribute '%s'", classDisplay(value).c_str(),
+                 std::string(name).c_str());
+    return nullptr;
+  });
+}
+
+int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
+  return guarded<int>(-1, [&]() -> int {
+    Py_ssize_t size = 0;
+    const char *utf8 = PyUnicode_AsUTF8AndSize(py_name, &size);
+    if (!utf8)
+      return 0; // the conversion's exception stays set; kept as the host does it
+    const std::string_view name(utf8, static_cast<std::size_t>(size));
+    const auto value = kestObjectValue(self);
+    const kest::meta_property_untyped property_name(name);
+    if (auto property = kest::property_of(value, property_name); property.is<kest::Property>()) {
+      auto p = property.as<kest::Property>();
+      if (!p.setter().is<kest::I_Callable_Generic>()) {
+        PyErr_Format(PyExc_RuntimeError, "Read-only attribute: %U.", py_name);
+        return -1;
+      }
+      auto result = result_unwrap_lazy(p.set(value, fromPython(py_value)));
+      if (kest::Error::isInstance(result)) {
+        PyErr_Format(PyExc_RuntimeError, "%U: %s.", py_name,
+                     kest::Error::unsafeFrom(result).message().toUtf8().c_str());
+        return -1;
+      }
+      return 0;
+    }
+    const kest::meta_field_untyped field_name(property_name.info(), false);
+    kest::Any result;
+    if (kest::raw_class_of(value).definedField(field_name).is<kest::Field>())
+      result = result_unwrap_lazy(value.setFieldValue(field_name, fromPython(py_value)));
+    else
+      result = result_unwrap_lazy(kest::insert_property_value(value, property_name, fromPython(py_value)));
+    if (kest::Error::isInstance(result)) {
+      PyErr_Format(PyExc_RuntimeError, "%U: %s", py_name, kest::Error::unsafeFrom(result).message().toUtf8().c_str());
+      return -1;
+    }
+    return 0;
+  });
+}
+
+// --- calls and iteration --------------------------------------------------------------
+
+PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const kest::Any value = kestObjectValue(self);
+    if (!kest::I_Callable_Generic::isInstance(value)) {
+      PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", kest::display(value).toUtf8().c_str());
+      return nullptr;
+    }
+    auto callable = kest::I_Callable_Generic::unsafeFrom(value);
+    std::vector<kest::Any> positional;
+    const Py_ssize_t n = args ? PyTuple_Size(args) : 0;
+    positional.reserve(static_cast<std::size_t>(n));
+    for (Py_ssize_t i = 0; i < n; ++i)
+      positional.push_back(fromPython(PyTuple_GetItem(args, i)));
+    if (kwargs && PyDict_Size(kwargs) > 0) {
+      kest::HashMap named(kest::String::getType(), kest::Type());
+      PyObject *key = nullptr, *item = nullptr;
+      Py_ssize_t pos = 0;
+      while (PyDict_Next(kwargs, &pos, &key, &item))
+        (void)named.setChecked(fromPython(key), fromPython(item));
+      return toPython(result_unwrap_lazy(callable.callWithNamed(positional, named)));
+    }
+    return toPython(result_unwrap_lazy(callable.callWith(positional)));
+  });
+}
+
+PyObject *KestObject_iter(PyObject *self) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    if (kest::I_Iterable::isInstance(value))
+      return toPython(result_unwrap_lazy(kest::I_Iterable::unsafeFrom(value).iter()));
+    if (kest::I_Iterator::isInstance(value)) {
+      Py_IncRef(self); // an iterator is its own iterable
+      return self;
+    }
+    PyErr_Format(PyExc_TypeError, "'%s' object is not iterable.", classDisplay(value).c_str());
+    return nullptr;
+  });
+}
+
+PyObject *KestObject_iternext(PyObject *self) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    if (!kest::I_Iterator::isInstance(value)) {
+      PyErr_Format(PyExc_TypeError, "'%s' object is not an iterator.", classDisplay(value).c_str());
+      return nullptr;
+    }
+    auto next = result_unwrap_lazy(kest::I_Iterator::unsafeFrom(value).next());
+    if (kest::StopIteration::isInstance(next))
+      return nullptr; // the end, without an exception
+    if (kest::Error::isInstance(next)) {
+      setRuntimeError(next);
+      return nullptr;
+    }
+    return toPython(next);
+  });
+}
+
+// --- methods ------------------------------------------------------------------------
+
+PyObject *KestObject_dir(PyObject *self, PyObject *) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    auto names = py::object::steal(PyList_New(0));
+    auto add = [&](const kest::String &name) {
+      auto text = py::object::steal(str_of(name));
+      return text && PyList_Append(names.get(), text.get()) == 0;
+    };
+    auto cls = kest::raw_class_of(value);
+    for (auto &f : cls.definedFields())
+      if (!add(f.name()))
+        return nullptr;
+    for (auto &m : cls.definedMethods())
+      if (!add(m.name()))
+        return nullptr;
+    for (auto &p : cls.definedProperties())
+      if (!add(p.name()))
+        return nullptr;
+    for (auto &m : kest::own_methods_of(value))
+      if (!add(m.name()))
+        return nullptr;
+    for (auto &p : kest::own_properties_of(value))
+      if (!add(p.name()))
+        return nullptr;
+    if (kest::Class_Generic::isInstance(value)) // a class offers its static members too
+      for (auto &p : kest::Class_Generic::unsafeFrom(value).definedProperties())
+        if (!add(p.name()))
+          return nullptr;
+    return names.release();
+  });
+}
+
+PyObject *clone_with(PyObject *self, bool deep) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto value = kestObjectValue(self);
+    if (!kest::I_Cloneable::isInstance(value)) {
+      PyErr_Format(PyExc_TypeError, "'%s' object cannot be copied.", classDisplay(value).c_str());
+      return nullptr;
+    }
+    auto c = kest::I_Cloneable::unsafeFrom(value);
+    return toPython(result_unwrap_lazy(deep ? c.deepClone() : c.clone()));
+  });
+}
+PyObject *KestObject_copy(PyObject *self, PyObject *) { return clone_with(self, false); }
+PyObject *KestObject_deepcopy(PyObject *self, PyObject *) { return clone_with(self, true); }
+
+PyMethodDef KestObject_methods[] = {
+    {"__dir__", &KestObject_dir, METH_NOARGS, "The host members of the value."},
+    {"__copy__", &KestObject_copy, METH_NOARGS, "A copy made by the host's clone operation."},
+    {"__deepcopy__", &KestObject_deepcopy, METH_O, "A deep copy made by the host's deep clone operation."},
+    {nullptr, nullptr, 0, nullptr},
+};
+} // namespace
+
+void KestObject_dealloc(PyObject *self) {
+  py::gil lock;
+  // Releasing the host value may run host finalisers; a pending exception survives them.
+  PyObject *type = nullptr, *error = nullptr, *traceback = nullptr;
+  PyErr_Fetch(&type, &error, &traceback);
+  auto *object = reinterpret_cast<KestObject *>(self);
+  delete std::exchange(object->value, nullptr);
+  PyErr_Restore(type, error, traceback);
+  PyTypeObject *own_type = Py_TYPE(self);
+  PyObject_Free(self);
+  Py_DecRef(reinterpret_cast<PyObject *>(own_type)); // instances of heap types own a reference to it
+}
+
+std::vector<PyType_Slot> commonSlots(bool callable, const char *doc) {
+  std::vector<PyType_Slot> slots{
+      {Py_tp_dealloc, reinterpret_cast<void *>(&KestObject_dealloc)},
+      {Py_tp_repr, reinterpret_cast<void *>(&KestObject_repr)},
+      {Py_tp_str, reinterpret_cast<void *>(&KestObject_str)},
+      {Py_tp_hash, reinterpret_cast<void *>(&KestObject_hash)},
+      {Py_tp_richcompare, reinterpret_cast<void *>(&KestObject_richcompare)},
+      {Py_tp_getattro, reinterpret_cast<void *>(&KestObject_getattro)},
+      {Py_tp_setattro, reinterpret_cast<void *>(&KestObject_setattro)},
+      {Py_tp_iter, reinterpret_cast<void *>(&KestObject_iter)},
+      {Py_tp_iternext, reinterpret_cast<void *>(&KestObject_iternext)},
+      {Py_tp_methods, KestObject_methods},
+      {Py_tp_doc, const_cast<char *>(doc)},
+  };
+  if (callable)
+    slots.push_back({Py_tp_call, reinterpret_cast<void *>(&KestObject_call)});
+  return slots;
+}
+
+} // namespace sarvode

@@ -1,0 +1,140 @@
+// The Python types of host classes, made once per class and kept for the process.
+
+#include "pyobject/type_for_class.hpp"
+
+#include "pyobject/kest_object.hpp"
+#include "pyobject/slots.hpp"
+
+#include <kest/kest.hpp>
+
+#include <list>
+#include <mutex>
+#include <unordered_map>
+
+namespace sarvode {
+
+namespace {
+constexpr const char *base_doc = "Wrapper around of a Kest object";
+
+struct type_cache {
+  kest::spinlock lock;
+  std::unordered_map<const void *, PyTypeObject *> by_class; // owned, never freed
+  std::list<std::string> texts; // names and documentation the types point at
+};
+type_cache &cache() {
+  static auto *c = new type_cache;
+  return *c;
+}
+
+const char *keep(std::string text) {
+  auto &c = cache();
+  std::lock_guard guard(c.lock);
+  return c.texts.emplace_back(std::move(text)).c_str();
+}
+
+PyTypeObject *make_type(const char *name, const char *doc, sequence_table sequence, bool mapping, bool callable,
+                        PyObject *bases) {
+  auto slots = kestObjectSlots(sequence, mapping, callable, doc);
+  PyType_Spec spec{name, static_cast<int>(sizeof(KestObject)), 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
+                   slots.data()};
+  return reinterpret_cast<PyTypeObject *>(PyType_FromSpecWithBases(&spec, bases));
+}
+
+/// The tables a class's flags select; a later match replaces an earlier one.
+std::pair<sequence_table, bool> tables_for(std::uint64_t flags) {
+  std::pair<sequence_table, bool> tables{sequence_table::reduced, false};
+  if (flags & kest::class_flags::map)
+    tables = {sequence_table::containment, true};
+  if (flags & kest::class_flags::set)
+    tables = {sequence_table::containment, true};
+  if (flags & kest::class_flags::sequence)
+    tables = {sequence_table::full, true};
+  return tables;
+}
+
+/// A named class has a declaring context, a parent with one, or module ancestry.
+bool is_named(const kest::Class_Generic &cls) {
+  if (!kest::is_none(cls.declaringContext()) || cls.derivesFrom(kest::Module::getClass()))
+    return true;
+  for (auto &base : cls.bases())
+    if (!kest::is_none(base.declaringContext()))
+      return true;
+  return false;
+}
+
+/// The shared types of anonymous classes, each made once on first need.
+PyTypeObject *shared_type(std::uint64_t flags) {
+  if (flags & kest::class_flags::callable)
+    return kestObjectBaseType();
+  const bool sequence = flags & kest::class_flags::sequence;
+  const bool map = flags & kest::class_flags::map;
+  auto make = [](sequence_table table, bool mapping) {
+    py::gil lock;
+    return make_type(">KestObject", base_doc, table, mapping, false, nullptr);
+  };
+  if (sequence && map) {
+    static PyTypeObject *both = make(sequence_table::full, true);
+    return both;
+  }
+  if (sequence) {
+    static PyTypeObject *only_sequence = make(sequence_table::full, true);
+    return only_sequence;
+  }
+  if (map) {
+    static PyTypeObject *only_map = make(sequence_table::containment, true);
+    return only_map;
+  }
+  static PyTypeObject *plain = make(sequence_table::reduced, false);
+  return plain;
+}
+} // namespace
+
+PyTypeObject *kestObjectBaseType() {
+  static PyTypeObject *type = [] {
+    py::gil lock;
+    return make_type(">KestObject", base_doc, sequence_table::reduced, false, true, nullptr);
+  }();
+  return type;
+}
+
+PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
+  py::gil lock;
+  PyTypeObject *type = nullptr;
+  if (!cls || !is_named(cls)) {
+    type = shared_type(cls ? cls.flags() : 0);
+  } else {
+    auto &c = cache();
+    {
+      std::lock_guard guard(c.lock);
+      if (auto it = c.by_class.find(cls.get()); it != c.by_class.end())
+        type = it->second;
+    }
+    if (!type) {
+      auto name = "kest~" + kest::qualname(cls).toUtf8();
+      for (auto &ch : name)
+        if (ch == '.')
+          ch = '`'; // Python must not split the name into module and class
+      if (name == "kest~")
+        name.clear();
+      auto [table, mapping] = tables_for(cls.flags());
+      auto bases = py::object::steal(PyTuple_Pack(1, reinterpret_cast<PyObject *>(kestObjectBaseType())));
+      PyTypeObject *made = bases ? make_type(keep(name), keep(cls.doc().toUtf8()), table, mapping, true, bases.get())
+                                 : nullptr;
+      if (!made)
+        return nullptr;
+      PyTypeObject *kept = nullptr;
+      {
+        std::lock_guard guard(c.lock);
+        kept = c.by_class.try_emplace(cls.get(), made).first->second;
+      }
+      if (kept != made)
+        Py_DecRef(reinterpret_cast<PyObject *>(made)); // another thread's type won; released outside the lock
+      type = kept;
+    }
+  }
+  if (type)
+    Py_IncRef(reinterpret_cast<PyObject *>(type));
+  return type;
+}
+
+} // namespace sarvode
