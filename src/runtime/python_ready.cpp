@@ -4,6 +4,7 @@
 
 #include "platform/platform.hpp"
 #include "language/cpython_language.hpp"
+#include "language/host_importer.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
 #include "runtime/sandbox.hpp"
@@ -48,7 +49,7 @@ void ensurePythonReady() {
     if (!Py_IsInitialized())
       start_interpreter();
     (void)cpythonLanguage(); // declares the class and registers the language
-    // The host module importer joins here.
+    installHostImporter();
   });
 }
 
