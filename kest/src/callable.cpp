@@ -49,6 +49,11 @@ public:
       return static_cast<const object_value_callable *>(target.get())->invoke(full);
     return target.callWith(full);
   }
+  // The bound method reads its name, documentation and context from its target.
+  [[nodiscard]] String name() const override { return target.name(); }
+  [[nodiscard]] String doc() const override { return target.doc(); }
+  [[nodiscard]] Any context() const override { return target.declaringContext(); }
+
   const I_Callable_Generic target;
   const Any self;
 };
@@ -184,8 +189,28 @@ Signature object_value_callable::signature() const {
   return m_signature;
 }
 void object_value_callable::set_signature(Signature signature) {
+  Signature old_bound;
   std::lock_guard guard(m_lock);
   m_signature.swap(signature);
+  m_bound_signature.swap(old_bound); // made again from the new signature when needed
+}
+
+Signature object_value_callable::bound_signature() const {
+  {
+    std::lock_guard guard(m_lock);
+    if (m_bound_signature)
+      return m_bound_signature;
+  }
+  auto sig = signature();
+  auto params = sig.parameters();
+  if (!params.empty())
+    params.erase(params.begin());
+  const auto required = static_cast<std::size_t>(std::max<std::int64_t>(0, sig.requiredParameterCount() - 1));
+  auto bound = signature_with(sig, std::move(params), required);
+  std::lock_guard guard(m_lock);
+  if (!m_bound_signature)
+    m_bound_signature = bound;
+  return m_bound_signature;
 }
 String object_value_callable::name() const {
   std::lock_guard guard(m_lock);
@@ -397,21 +422,24 @@ Result<Any> I_Callable_Generic::callWithNamed(std::span<const Any> positional, c
 I_Callable_Generic I_Callable_Generic::bindInstance(const Any &self) const {
   if (isIndependent())
     return *this;
-  auto sig = signature();
-  auto params = sig.parameters();
-  if (!params.empty())
-    params.erase(params.begin());
-  const auto required = static_cast<std::size_t>(std::max<std::int64_t>(0, sig.requiredParameterCount() - 1));
-  auto *bound = new object_value_bound_method(*this, self, Signature(std::move(params), sig.resultType(),
-                                                                     required, sig.hasVariadicParameters()));
+  Signature bound_sig;
+  if (auto *c = native_callable(*this)) {
+    bound_sig = c->bound_signature();
+  } else {
+    auto sig = signature();
+    auto params = sig.parameters();
+    if (!params.empty())
+      params.erase(params.begin());
+    const auto required = static_cast<std::size_t>(std::max<std::int64_t>(0, sig.requiredParameterCount() - 1));
+    bound_sig = Signature(std::move(params), sig.resultType(), required, sig.hasVariadicParameters());
+  }
+  auto *bound = new object_value_bound_method(*this, self, bound_sig);
   I_Callable_Generic result(unchecked, Any(bound));
-  bound->set_name(name());
-  bound->set_doc(doc());
-  bound->set_context(declaringContext());
   auto defaults = this->defaults();
-  if (defaults.size() > static_cast<std::size_t>(bound->signature().parameterCount()))
+  if (defaults.size() > static_cast<std::size_t>(bound_sig.parameterCount()))
     defaults.erase(defaults.begin());
-  bound->set_defaults(std::move(defaults));
+  if (!defaults.empty())
+    bound->set_defaults(std::move(defaults));
   return result;
 }
 

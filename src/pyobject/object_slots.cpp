@@ -196,7 +196,7 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
     Py_ssize_t size = 0;
     const char *utf8 = PyUnicode_AsUTF8AndSize(py_name, &size);
     if (!utf8)
-      return 0; // the conversion's exception stays set; kept as the host does it
+      return -1; // the conversion's exception stays set
     const std::string_view name(utf8, static_cast<std::size_t>(size));
     const auto value = kestObjectValue(self);
     const kest::meta_property_untyped property_name(name);

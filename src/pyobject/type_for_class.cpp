@@ -18,7 +18,9 @@ constexpr const char *base_doc = "Wrapper around of a Kest object";
 
 struct type_cache {
   kest::spinlock lock;
-  std::unordered_map<const void *, PyTypeObject *> by_class; // owned, never freed
+  // Types are owned and never freed; the entry keeps its class alive, so that
+  // no other class can reuse its address.
+  std::unordered_map<const void *, std::pair<kest::Class_Generic, PyTypeObject *>> by_class;
   std::list<std::string> texts; // names and documentation the types point at
 };
 type_cache &cache() {
@@ -100,16 +102,29 @@ PyTypeObject *kestObjectBaseType() {
 PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
   py::gil lock;
   PyTypeObject *type = nullptr;
-  if (!cls || !is_named(cls)) {
+  auto &c = cache();
+  if (cls) {
+    // Every class met before, named or anonymous, is answered from the cache.
+    std::lock_guard guard(c.lock);
+    if (auto it = c.by_class.find(cls.get()); it != c.by_class.end())
+      type = it->second.second;
+  }
+  if (type) {
+    // Found.
+  } else if (!cls || !is_named(cls)) {
     type = shared_type(cls ? cls.flags() : 0);
-  } else {
-    auto &c = cache();
-    {
-      std::lock_guard guard(c.lock);
-      if (auto it = c.by_class.find(cls.get()); it != c.by_class.end())
-        type = it->second;
+    if (cls && type) {
+      Py_IncRef(reinterpret_cast<PyObject *>(type)); // the cache's reference
+      bool added = false;
+      {
+        std::lock_guard guard(c.lock);
+        added = c.by_class.try_emplace(cls.get(), cls, type).second;
+      }
+      if (!added)
+        Py_DecRef(reinterpret_cast<PyObject *>(type));
     }
-    if (!type) {
+  } else {
+    {
       auto name = "kest~" + kest::qualname(cls).toUtf8();
       for (auto &ch : name)
         if (ch == '.')
@@ -125,7 +140,7 @@ PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
       PyTypeObject *kept = nullptr;
       {
         std::lock_guard guard(c.lock);
-        kept = c.by_class.try_emplace(cls.get(), made).first->second;
+        kept = c.by_class.try_emplace(cls.get(), cls, made).first->second.second;
       }
       if (kept != made)
         Py_DecRef(reinterpret_cast<PyObject *>(made)); // another thread's type won; released outside the lock

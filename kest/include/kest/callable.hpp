@@ -28,6 +28,8 @@ class KEST_API Parameter : public Any {
 
 class KEST_API Signature : public Any {
   KEST_HANDLE_MEMBERS(Signature, Any)
+  /// No signature (an empty handle).
+  Signature() noexcept = default;
   Signature(std::vector<Parameter> parameters, const Type &resultType,
             std::size_t requiredParameterCount, bool variadic = false);
   /// With a result type resolved on first use.
@@ -103,12 +105,14 @@ public:
 
   [[nodiscard]] Signature signature() const;
   void set_signature(Signature signature);
-  [[nodiscard]] String name() const;
+  [[nodiscard]] virtual String name() const;
   void set_name(String name);
-  [[nodiscard]] String doc() const;
+  [[nodiscard]] virtual String doc() const;
   void set_doc(String doc);
-  [[nodiscard]] Any context() const;
+  [[nodiscard]] virtual Any context() const;
   void set_context(Any context);
+  /// The signature without the first parameter, made once (for binding).
+  [[nodiscard]] Signature bound_signature() const;
   [[nodiscard]] std::vector<Any> defaults() const;
   void set_defaults(std::vector<Any> defaults);
   [[nodiscard]] bool independent() const noexcept { return m_independent.load(); }
@@ -122,6 +126,7 @@ private:
   Any m_context;
   std::vector<Any> m_defaults;
   std::atomic<bool> m_independent;
+  mutable Signature m_bound_signature; // guarded by m_lock; empty until first needed
 };
 
 /// A callable that forwards to a native function.

@@ -25,6 +25,8 @@ struct name_info {
 
 /// Interns `text` (without any "$" prefix).
 KEST_API const name_info *intern_name(std::u16string_view text);
+/// Interns a name given as UTF-8 (without any "$" prefix); no conversion when it is known.
+KEST_API const name_info *intern_name_utf8(std::string_view utf8);
 /// The interned name for `text`, or null when no such name was ever interned.
 KEST_API const name_info *find_interned_name(std::u16string_view text) noexcept;
 } // namespace internal

@@ -1,0 +1,14 @@
+#pragma once
+// A peer binding for comparison: the same small object bound with pybind11.
+
+#include <Python.h>
+
+namespace bench_peer {
+
+/// A pybind11-bound Counter (method add(int), property value); a new reference.
+PyObject *make_counter();
+
+/// A pybind11-bound sequence of `n` integers that Python can iterate; a new reference.
+PyObject *make_numbers(long n);
+
+} // namespace bench_peer
