@@ -15,6 +15,7 @@ show "$sarvode" --version
 show "$sarvode" -e "sum(range(10))"
 show "$sarvode" --show-class -e "{'a': 1}['a'] * 2.5"
 show "$sarvode" examples/tour.py first second
+show "$sarvode" examples/demo.py
 show "$sarvode" examples/error.py
 show "$sarvode" -c $'x = 1\ny = x +'
 show "$sarvode" --sandbox examples/sandbox.py

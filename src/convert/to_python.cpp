@@ -114,10 +114,18 @@ PyObject *toPython(const kest::Any &value) {
     auto bytes = kest::ByteArray::unsafeFrom(value).asChars();
     return PyBytes_FromStringAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size()));
   }
-  case kind::Class:
-    if (PyObject *type = pythonTypeOfClass(kest::Class_Generic::unsafeFrom(value)))
+  case kind::Class: {
+    auto cls = kest::Class_Generic::unsafeFrom(value);
+    if (PyObject *type = pythonTypeOfClass(cls))
       return new_ref(type);
+    // An error class is the exception type that stands for it, so that
+    // Python code can catch host errors by their class.
+    if (cls.derivesFrom(kest::Error::getClass())) {
+      PyObject *type = exceptionTypeFor(cls);
+      return type ? new_ref(type) : nullptr;
+    }
     return wrapKestObject(value);
+  }
   case kind::Float:
     return PyFloat_FromDouble(kest::Float::unsafeFrom(value).value());
   case kind::Instance:

@@ -3,6 +3,7 @@
 #include "convert/type_mapping.hpp"
 
 #include "convert/from_python.hpp"
+#include "language/exception_types.hpp"
 #include "proxies/cpython_object.hpp"
 
 #include <kest/kest.hpp>
@@ -144,6 +145,8 @@ void add_members(const kest::Class_Generic &cls, PyObject *type) {
 kest::Any typeFromPython(PyObject *type) {
   if (!type || !PyType_Check(type))
     return kest::Error(kest::String(u"Not a type."));
+  if (auto error_class = errorClassForExceptionType(type))
+    return error_class; // an exception type made for a host error class
   auto &t = tables();
   bool ready = false;
   {

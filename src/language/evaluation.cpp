@@ -15,26 +15,35 @@ namespace sarvode {
 namespace {
 /// Copies every entry of a host map into `dict` under its string key,
 /// converted; entries without a Python form are skipped.
+void copy_entry(PyObject *dict, const kest::Any &key, const kest::Any &value) {
+  auto name = kest::String::cast(key);
+  if (!name.is<kest::String>())
+    return;
+  auto converted = py::object::steal(toPython(value));
+  if (!converted) {
+    PyErr_Clear();
+    return;
+  }
+  if (PyDict_SetItemString(dict, name.as<kest::String>().toUtf8().c_str(), converted.get()) < 0)
+    PyErr_Clear();
+}
+
 void copy_map(PyObject *dict, const kest::Any &map) {
+  if (kest::HashMap::isInstance(map)) {
+    // The host's own maps hand over their pairs at once.
+    for (auto &[key, value] : kest::HashMap::unsafeFrom(map).copyPairs())
+      copy_entry(dict, key, value);
+    return;
+  }
   if (!kest::I_Map::isInstance(map))
     return;
   auto m = kest::I_Map::unsafeFrom(map);
   auto keys = kest::internal::result_unwrap_lazy(m.keys());
   if (!kest::I_Iterable::isInstance(keys))
     return;
-  for (const auto &key : kest::I_Iterable::unsafeFrom(keys)) {
-    auto name = kest::String::cast(key);
-    if (!name.is<kest::String>())
-      continue;
-    auto value = kest::internal::result_unwrap_lazy(m.get(key));
-    auto converted = py::object::steal(toPython(value));
-    if (!converted) {
-      PyErr_Clear();
-      continue;
-    }
-    if (PyDict_SetItemString(dict, name.as<kest::String>().toUtf8().c_str(), converted.get()) < 0)
-      PyErr_Clear();
-  }
+  for (const auto &key : kest::I_Iterable::unsafeFrom(keys))
+    if (kest::String::isInstance(key))
+      copy_entry(dict, key, kest::internal::result_unwrap_lazy(m.get(key)));
 }
 
 /// The globals every evaluation starts from: the host modules, then the
