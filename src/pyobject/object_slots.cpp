@@ -106,10 +106,10 @@ PyObject *special_attribute(const kest::Any &value, std::string_view name, bool 
   handled = true;
   const bool callable = kest::I_Callable_Generic::isInstance(value);
   if (name == "__doc__") {
+    if (kest::Class_Generic::isInstance(value)) // a constructible class is callable too; its own text wins
+      return str_of(kest::Class_Generic::unsafeFrom(value).doc());
     if (callable)
       return str_of(kest::I_Callable_Generic::unsafeFrom(value).doc());
-    if (kest::Class_Generic::isInstance(value))
-      return str_of(kest::Class_Generic::unsafeFrom(value).doc());
     if (kest::Module::isInstance(value))
       return str_of(kest::Module::unsafeFrom(value).doc());
     if (kest::I_HasDoc::isInstance(value))
@@ -200,6 +200,25 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
     const std::string_view name(utf8, static_cast<std::size_t>(size));
     const auto value = kestObjectValue(self);
     const kest::meta_property_untyped property_name(name);
+    auto *instance = kest::internal::instance_of(value);
+    const bool own = instance && instance->own_property(property_name.info());
+    if (!py_value) {
+      // Only a property added to this object alone can be deleted.
+      if (own && instance->remove_property(property_name.info()))
+        return 0;
+      PyErr_Format(PyExc_AttributeError, "'%s' object attribute '%U' cannot be deleted", classDisplay(value).c_str(),
+                   py_name);
+      return -1;
+    }
+    if (own) {
+      // A property added to this object by assignment is replaced by the next one.
+      auto result = result_unwrap_lazy(kest::insert_property_value(value, property_name, fromPython(py_value)));
+      if (kest::Error::isInstance(result)) {
+        PyErr_Format(PyExc_RuntimeError, "%U: %s", py_name, kest::Error::unsafeFrom(result).message().toUtf8().c_str());
+        return -1;
+      }
+      return 0;
+    }
     if (auto property = kest::property_of(value, property_name); property.is<kest::Property>()) {
       auto p = property.as<kest::Property>();
       if (!p.setter().is<kest::I_Callable_Generic>()) {
@@ -216,8 +235,13 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
     }
     const kest::meta_field_untyped field_name(property_name.info(), false);
     kest::Any result;
-    if (kest::raw_class_of(value).definedField(field_name).is<kest::Field>())
+    if (auto field = kest::raw_class_of(value).definedField(field_name); field.is<kest::Field>()) {
+      if (field.as<kest::Field>().flags() & kest::field_flags::read_only) {
+        PyErr_Format(PyExc_RuntimeError, "Read-only attribute: %U.", py_name);
+        return -1;
+      }
       result = result_unwrap_lazy(value.setFieldValue(field_name, fromPython(py_value)));
+    }
     else
       result = result_unwrap_lazy(kest::insert_property_value(value, property_name, fromPython(py_value)));
     if (kest::Error::isInstance(result)) {

@@ -83,6 +83,9 @@ PyObject *bitwise(PyObject *left, PyObject *right, const char *primary, const ch
   });
 }
 
+bool has_method(const kest::Any &value, std::initializer_list<const char *> names);
+PyObject *sq_concat(PyObject *a, PyObject *b);
+
 // --- number table --------------------------------------------------------------------
 
 PyObject *nb_subtract(PyObject *a, PyObject *b) {
@@ -100,12 +103,16 @@ PyObject *nb_and(PyObject *a, PyObject *b) { return bitwise(a, b, "__and__", "an
 PyObject *nb_or(PyObject *a, PyObject *b) { return bitwise(a, b, "__or__", "or"); }
 PyObject *nb_xor(PyObject *a, PyObject *b) { return bitwise(a, b, "__xor__", "xor"); }
 PyObject *nb_inplace_subtract(PyObject *a, PyObject *b) {
+  if (auto value = operand(a); value && !has_method(*value, {"$__isub__"}) && has_method(*value, {"$__sub__"}))
+    return not_implemented(); // Python then uses `a - b`
   return binary(a, b, "__isub__", nullptr, "[kest_number_inplace_subtract] None method '__isub__' in: {}", true);
 }
 PyObject *nb_true_divide(PyObject *a, PyObject *b) {
   return binary(a, b, "__div__", nullptr, "[kest_number_divide] None method '__div__' in: {}.");
 }
 PyObject *nb_inplace_true_divide(PyObject *a, PyObject *b) {
+  if (auto value = operand(a); value && !has_method(*value, {"$__idiv__"}) && has_method(*value, {"$__div__"}))
+    return not_implemented(); // Python then uses `a / b`
   return binary(a, b, "__idiv__", nullptr, "[kest_number_divide] None method '__idiv__' in: {}.", true);
 }
 
@@ -114,7 +121,19 @@ PyObject *nb_inplace_true_divide(PyObject *a, PyObject *b) {
 PyObject *sq_concat(PyObject *a, PyObject *b) {
   return binary(a, b, "__add__", "concat", "[kest_sequence_concat] None method 'concat' in: {}");
 }
+/// True when the value has a method of one of these names.
+bool has_method(const kest::Any &value, std::initializer_list<const char *> names) {
+  for (const char *name : names)
+    if (kest::method_of(value, kest::meta_method_untyped(name)).is<kest::I_Callable_Generic>())
+      return true;
+  return false;
+}
+
 PyObject *sq_inplace_concat(PyObject *a, PyObject *b) {
+  // Without an in-place method, `a += b` becomes `a = a + b`, as in Python.
+  if (auto value = operand(a); value && !has_method(*value, {"$__iadd__", "extend"}) &&
+                               has_method(*value, {"$__add__", "concat"}))
+    return sq_concat(a, b);
   return binary(a, b, "__iadd__", "extend", "[kest_sequence_extend] None method 'extend' in: {}.", true);
 }
 PyObject *sq_repeat(PyObject *a, Py_ssize_t count) {
@@ -188,7 +207,13 @@ int sq_ass_item(PyObject *self, Py_ssize_t index, PyObject *item) {
       PyErr_SetString(PyExc_TypeError, "Kest sequences do not support item deletion.");
       return -1;
     }
-    auto result = call_method(kestObjectValue(self), "set", {kest::Integer(static_cast<std::int64_t>(index)), fromPython(item)});
+    const auto value = kestObjectValue(self);
+    auto length = result_unwrap_lazy(value.propertyValue(kest::meta_property_untyped("$$__len__")));
+    if (kest::Integer::isInstance(length) && (index < 0 || index >= kest::Integer::unsafeFrom(length).value())) {
+      PyErr_SetString(PyExc_IndexError, "Kest sequence assignment index out of range.");
+      return -1;
+    }
+    auto result = call_method(value, "set", {kest::Integer(static_cast<std::int64_t>(index)), fromPython(item)});
     if (kest::Error::isInstance(result)) {
       setRuntimeError(result);
       return -1;
@@ -214,9 +239,15 @@ PyObject *mp_subscript(PyObject *self, PyObject *key) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
     if (!kest::I_Map::isInstance(value) && kest::I_Sequence::isInstance(value) && PyLong_Check(key)) {
-      const auto index = PyLong_AsSsize_t(key);
+      auto index = PyLong_AsSsize_t(key);
       if (index == -1 && PyErr_Occurred())
         return nullptr;
+      if (index < 0) { // counts from the end, as in Python
+        const auto length = sq_length(self);
+        if (length < 0)
+          return nullptr;
+        index += length;
+      }
       return sq_item(self, index);
     }
     if (!kest::I_Map::isInstance(value)) {
@@ -248,9 +279,15 @@ int mp_ass_subscript(PyObject *self, PyObject *key, PyObject *item) {
     const auto value = kestObjectValue(self);
     if (!kest::I_MutableMap::isInstance(value)) {
       if (kest::I_Sequence::isInstance(value) && PyLong_Check(key)) {
-        const auto index = PyLong_AsSsize_t(key);
+        auto index = PyLong_AsSsize_t(key);
         if (index == -1 && PyErr_Occurred())
           return -1;
+        if (index < 0) {
+          const auto length = sq_length(self);
+          if (length < 0)
+            return -1;
+          index += length;
+        }
         return sq_ass_item(self, index, item);
       }
       PyErr_Format(PyExc_TypeError, "'%s' object does not support item assignment.", classDisplay(value).c_str());
@@ -258,6 +295,13 @@ int mp_ass_subscript(PyObject *self, PyObject *key, PyObject *item) {
     }
     auto map = kest::I_MutableMap::unsafeFrom(value);
     const auto host_key = fromPython(key);
+    if (!item) {
+      auto present = result_unwrap_lazy(kest::I_Map::unsafeFrom(value).contains(host_key));
+      if (kest::Boolean::isInstance(present) && !kest::Boolean::unsafeFrom(present).value()) {
+        PyErr_SetObject(PyExc_KeyError, key);
+        return -1;
+      }
+    }
     kest::Any result = item ? kest::Any(result_unwrap_lazy(map.setChecked(host_key, fromPython(item))))
                             : result_unwrap_lazy(map.remove(host_key));
     if (kest::Error::isInstance(result)) {

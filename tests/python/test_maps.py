@@ -91,9 +91,6 @@ class Writing(unittest.TestCase):
         self.palette.remove("green")
         self.assertFalse(self.palette.contains("green"))
 
-    # Bug: deleting a missing key does nothing, where a Python mapping raises
-    # KeyError (reading a missing key does raise KeyError).
-    @unittest.expectedFailure
     def test_deleting_a_missing_key_raises_key_error(self):
         with self.assertRaises(KeyError):
             del self.palette["red"]

@@ -66,10 +66,6 @@ class Documentation(unittest.TestCase):
     def test_module_doc(self):
         self.assertEqual(kest.demo.__doc__, "A small object model for trying host objects from scripts.")
 
-    # Bug: a host class is callable, so __doc__ answers with the callable's
-    # (empty) documentation before looking at the class's own; Shape.__doc__
-    # is "" although instances show the class documentation.
-    @unittest.expectedFailure
     def test_class_doc(self):
         self.assertEqual(kest.demo.Shape.__doc__,
                          "A shape: Shape(kind, size, name='shape'); kind is square, circle or triangle.")
