@@ -1,6 +1,8 @@
 // Builders: once-only class declarations and their recursion guard, property
 // getter and setter checks, and class declarations from entries.
 
+#include "kest_test_support.hpp"
+
 #include <kest/kest.hpp>
 
 #include <gtest/gtest.h>
@@ -13,41 +15,11 @@
 #include <vector>
 
 using namespace kest;
-using B = kest::internal::class_builder_base;
+using namespace kest_test;
 using kest::internal::class_declaration;
 using kest::internal::property_builder_base;
 
 namespace {
-
-String S(const std::string &text) { return String::fromUtf8(text); }
-
-Any unwrapped(const Any &result) { return internal::result_unwrap_lazy(result); }
-
-std::string error_text(const Any &result) {
-  auto v = unwrapped(result);
-  return Error::isInstance(v) ? Error::unsafeFrom(v).message().toUtf8() : std::string("<not an error>");
-}
-
-std::int64_t int_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!Integer::isInstance(v))
-    throw std::runtime_error("not an integer: " + display(v).toUtf8());
-  return Integer::unsafeFrom(v).value();
-}
-
-std::string text_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!String::isInstance(v))
-    throw std::runtime_error("not a string: " + display(v).toUtf8());
-  return String::unsafeFrom(v).toUtf8();
-}
-
-Class_Generic declare(const std::vector<Any> &entries) {
-  auto r = internal::defclass_impl(entries);
-  if (r.isError())
-    throw std::runtime_error("declaration failed: " + Error::unsafeFrom(r).message().toUtf8());
-  return r.as<Class_Generic>();
-}
 
 /// Waits (up to a few seconds) until `flag` reaches `value`; false on time-out.
 bool wait_for(const std::atomic<int> &flag, int value) {

@@ -2,6 +2,8 @@
 // their fields, per-object members, member lookup with fallback hooks and
 // object hooks overridden by meta-methods.
 
+#include "kest_test_support.hpp"
+
 #include <kest/kest.hpp>
 
 #include <gtest/gtest.h>
@@ -15,40 +17,9 @@
 #include <vector>
 
 using namespace kest;
-using B = kest::internal::class_builder_base;
+using namespace kest_test;
 
 namespace {
-
-String S(const std::string &text) { return String::fromUtf8(text); }
-
-Any unwrapped(const Any &result) { return internal::result_unwrap_lazy(result); }
-
-std::string error_text(const Any &result) {
-  auto v = unwrapped(result);
-  return Error::isInstance(v) ? Error::unsafeFrom(v).message().toUtf8() : std::string("<not an error>");
-}
-
-std::int64_t int_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!Integer::isInstance(v))
-    throw std::runtime_error("not an integer: " + display(v).toUtf8());
-  return Integer::unsafeFrom(v).value();
-}
-
-std::string text_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!String::isInstance(v))
-    throw std::runtime_error("not a string: " + display(v).toUtf8());
-  return String::unsafeFrom(v).toUtf8();
-}
-
-/// Declares a class from entries; a failed declaration fails the test.
-Class_Generic declare(const std::vector<Any> &entries) {
-  auto r = internal::defclass_impl(entries);
-  if (r.isError())
-    throw std::runtime_error("declaration failed: " + Error::unsafeFrom(r).message().toUtf8());
-  return r.as<Class_Generic>();
-}
 
 Any make_instance(const Class_Generic &cls) {
   auto r = cls.allocateInstance();

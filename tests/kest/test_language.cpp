@@ -1,6 +1,8 @@
 // Scripting languages: evaluation scopes, language names, the language
 // registry, and a declared language class reached through the interface.
 
+#include "kest_test_support.hpp"
+
 #include <kest/kest.hpp>
 
 #include <gtest/gtest.h>
@@ -10,32 +12,9 @@
 #include <vector>
 
 using namespace kest;
-using B = kest::internal::class_builder_base;
+using namespace kest_test;
 
 namespace {
-
-String S(const std::string &text) { return String::fromUtf8(text); }
-
-Any unwrapped(const Any &result) { return internal::result_unwrap_lazy(result); }
-
-std::string error_text(const Any &result) {
-  auto v = unwrapped(result);
-  return Error::isInstance(v) ? Error::unsafeFrom(v).message().toUtf8() : std::string("<not an error>");
-}
-
-std::string text_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!String::isInstance(v))
-    throw std::runtime_error("not a string: " + display(v).toUtf8());
-  return String::unsafeFrom(v).toUtf8();
-}
-
-Class_Generic declare(const std::vector<Any> &entries) {
-  auto r = internal::defclass_impl(entries);
-  if (r.isError())
-    throw std::runtime_error("declaration failed: " + Error::unsafeFrom(r).message().toUtf8());
-  return r.as<Class_Generic>();
-}
 
 /// A language that echoes the code it is given, with the scope's display text.
 Class_Generic echo_language() {

@@ -1,6 +1,8 @@
 // Modules: the host's own module "kest" and its reflection functions, the
 // module table, registration of functions and properties, and module metadata.
 
+#include "kest_test_support.hpp"
+
 #include <kest/kest.hpp>
 
 #include <gtest/gtest.h>
@@ -12,31 +14,9 @@
 #include <vector>
 
 using namespace kest;
+using namespace kest_test;
 
 namespace {
-
-String S(const std::string &text) { return String::fromUtf8(text); }
-
-Any unwrapped(const Any &result) { return internal::result_unwrap_lazy(result); }
-
-std::string error_text(const Any &result) {
-  auto v = unwrapped(result);
-  return Error::isInstance(v) ? Error::unsafeFrom(v).message().toUtf8() : std::string("<not an error>");
-}
-
-std::int64_t int_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!Integer::isInstance(v))
-    throw std::runtime_error("not an integer: " + display(v).toUtf8());
-  return Integer::unsafeFrom(v).value();
-}
-
-std::string text_of(const Any &result) {
-  auto v = unwrapped(result);
-  if (!String::isInstance(v))
-    throw std::runtime_error("not a string: " + display(v).toUtf8());
-  return String::unsafeFrom(v).toUtf8();
-}
 
 Module kest_module() {
   auto m = find_module(S("kest"));
