@@ -18,7 +18,8 @@
 #include <unistd.h>
 
 namespace {
-constexpr int exit_error = 1;
+// Exit statuses: 0 success, 1 an evaluation error (from run_and_report), 2 a
+// usage error, 3 an extension that could not be loaded.
 constexpr int exit_usage = 2;
 constexpr int exit_extension_failed = 3;
 
