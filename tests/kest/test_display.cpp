@@ -393,11 +393,11 @@ TEST(PythonCode, OtherValuesAreErrors) {
 TEST(PythonCode, DeepNestingIsAnError) {
   List outer;
   for (int i = 0; i < 100; ++i)
-    outer = List{outer};
+    outer = List(Type(), std::vector<Any>{outer});
   EXPECT_EQ(code_error(outer), "The value is nested too deeply to write as Python code.");
   List shallow;
   for (int i = 0; i < 10; ++i)
-    shallow = List{shallow};
+    shallow = List(Type(), std::vector<Any>{shallow});
   EXPECT_EQ(code(shallow), "[[[[[[[[[[[]]]]]]]]]]]");
 }
 
