@@ -29,7 +29,7 @@ void log_assert_error(const char *text) { log_assert_error(String::fromUtf8(text
 // --- entries ----------------------------------------------------------------------
 
 namespace {
-Class_Generic entry_class() {
+const Class_Generic &entry_class() {
   static const Class_Generic cls = make_builtin_class("ClassEntry", class_flags::final);
   return cls;
 }

@@ -10,7 +10,7 @@
 
 namespace kest::internal {
 
-using class_getter = Class_Generic (*)();
+using class_getter = const Class_Generic &(*)();
 
 /// Makes a class of the module "kest" with the given bases. The module is
 /// recorded by name and resolved when asked, so builtin classes can be made
@@ -61,7 +61,7 @@ template <class T> T *native(const Any &a) noexcept { return static_cast<T *>(a.
       return unsafeFrom(a);                                                                      \
     return ::kest::internal::result_error_cast_source(::kest::String::fromUtf8(#Name), a);             \
   }                                                                                              \
-  ::kest::Class_Generic Name::getClass() {                                                       \
+  const ::kest::Class_Generic &Name::getClass() {                                               \
     static const ::kest::Class_Generic declared = (make_class);                                       \
     return declared;                                                                             \
   }                                                                                              \

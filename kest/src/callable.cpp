@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <mutex>
 
 namespace kest {
@@ -41,13 +42,22 @@ public:
   object_value_bound_method(I_Callable_Generic t, Any s, Signature sig)
       : object_value_callable(std::move(sig), true), target(std::move(t)), self(std::move(s)) {}
   Any invoke(std::span<const Any> args) const override {
-    std::vector<Any> full;
-    full.reserve(args.size() + 1);
-    full.push_back(self);
-    full.insert(full.end(), args.begin(), args.end());
+    // Most calls have few arguments: keep them on the stack.
+    constexpr std::size_t inline_count = 8;
+    std::array<Any, inline_count> small;
+    std::vector<Any> large;
+    std::span<Any> full;
+    if (args.size() < inline_count) {
+      full = std::span<Any>(small.data(), args.size() + 1);
+    } else {
+      large.resize(args.size() + 1);
+      full = large;
+    }
+    full[0] = self;
+    std::copy(args.begin(), args.end(), full.begin() + 1);
     if (target.kind() == ObjectType::Callable)
       return static_cast<const object_value_callable *>(target.get())->invoke(full);
-    return target.callWith(full);
+    return target.callWith(std::span<const Any>(full.data(), full.size()));
   }
   // The bound method reads its name, documentation and context from its target.
   [[nodiscard]] String name() const override { return target.name(); }
@@ -85,7 +95,7 @@ KEST_DEFINE_HANDLE(I_Callable_Generic,
                    make_builtin_class("I_Callable", class_flags::interface | class_flags::callable))
 
 namespace {
-Class_Generic function_class() {
+const Class_Generic &function_class() {
   static const Class_Generic cls =
       make_builtin_class("Function", class_flags::callable, {&I_Callable_Generic::getClass});
   return cls;

@@ -4,6 +4,7 @@
 #include "hooks.hpp"
 
 #include <kest/builders.hpp>
+#include <kest/none.hpp>
 #include <kest/module.hpp>
 #include <kest/property.hpp>
 #include <kest/reflection.hpp>
@@ -67,41 +68,47 @@ void object_value_class::add_base(const Class_Generic &base) {
   bump_class_members_epoch();
 }
 
-Any object_value_class::find_property(const name_info *n) const {
+Any object_value_class::search(member_kind kind, const name_info *n) const {
+  const member_table object_value_class::*table = kind == property_member ? &object_value_class::properties
+                                                  : kind == method_member ? &object_value_class::methods
+                                                                          : &object_value_class::fields;
   {
     std::lock_guard guard(lock);
-    if (auto *p = properties.find(n))
+    if (auto *p = (this->*table).find(n))
       return *p;
   }
   for (auto &b : bases)
-    if (auto r = b->find_property(n))
+    if (auto r = b->find(kind, n))
       return r;
   return {};
 }
 
-Any object_value_class::find_method(const name_info *n) const {
+Any object_value_class::find(member_kind kind, const name_info *n) const {
+  // A slot of an entry holds the member, or the not-implemented marker (never
+  // a member) for "there is none"; an empty slot was not looked up yet.
+  object_value *const missing = g_value_not_implemented;
+  const auto epoch = class_members_epoch();
   {
     std::lock_guard guard(lock);
-    if (auto *p = methods.find(n))
-      return *p;
+    if (m_resolved_epoch == epoch) {
+      if (auto it = m_resolved.find(n); it != m_resolved.end() && it->second[kind])
+        return it->second[kind].get() == missing ? Any() : it->second[kind];
+    }
   }
-  for (auto &b : bases)
-    if (auto r = b->find_method(n))
-      return r;
-  return {};
+  Any found = search(kind, n);
+  decltype(m_resolved) stale; // released outside the lock
+  std::lock_guard guard(lock);
+  if (m_resolved_epoch != epoch) {
+    m_resolved.swap(stale);
+    m_resolved_epoch = epoch;
+  }
+  m_resolved[n][kind] = found ? found : Any(missing);
+  return found;
 }
 
-Any object_value_class::find_field(const name_info *n) const {
-  {
-    std::lock_guard guard(lock);
-    if (auto *p = fields.find(n))
-      return *p;
-  }
-  for (auto &b : bases)
-    if (auto r = b->find_field(n))
-      return r;
-  return {};
-}
+Any object_value_class::find_property(const name_info *n) const { return find(property_member, n); }
+Any object_value_class::find_method(const name_info *n) const { return find(method_member, n); }
+Any object_value_class::find_field(const name_info *n) const { return find(field_member, n); }
 
 namespace {
 template <class Hook> Hook find_hook(const object_value_class *c, Hook object_value_class::*member) {

@@ -11,7 +11,7 @@
 namespace kest {
 namespace internal {
 
-Class_Generic native_iterator_class() {
+const Class_Generic &native_iterator_class() {
   static const Class_Generic cls = [] {
     auto c = make_builtin_class("Iterator", class_flags::final, {&I_Iterator::getClass});
     add_iterator_members(c);
@@ -98,7 +98,7 @@ std::span<const Any> Tuple::items() const noexcept { return native<object_value_
 // --- List ---------------------------------------------------------------------
 
 namespace {
-Class_Generic list_definition() {
+const Class_Generic &list_definition() {
   static const Class_Generic cls = [] {
     auto c = make_builtin_class("List", class_flags::generic_definition, {&I_MutableSequence::getClass});
     add_list_members(c);
@@ -197,7 +197,7 @@ std::vector<Any> List::copyItems() const {
 // --- HashMap ------------------------------------------------------------------
 
 namespace {
-Class_Generic map_definition() {
+const Class_Generic &map_definition() {
   static const Class_Generic cls = [] {
     auto c = make_builtin_class("HashMap", class_flags::generic_definition, {&I_MutableMap::getClass});
     add_map_members(c);
@@ -293,7 +293,7 @@ std::vector<Any> HashMap::copyKeys() const {
 // --- HashSet ------------------------------------------------------------------
 
 namespace {
-Class_Generic set_definition() {
+const Class_Generic &set_definition() {
   static const Class_Generic cls = [] {
     auto c = make_builtin_class("HashSet", class_flags::generic_definition, {&I_MutableSet::getClass});
     add_set_members(c);

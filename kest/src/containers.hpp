@@ -57,7 +57,7 @@ public:
 };
 
 /// The class of the library's own iterators.
-Class_Generic native_iterator_class();
+const Class_Generic &native_iterator_class();
 
 /// An iterator over a list (live, by index), a tuple, or a snapshot of keys.
 class object_value_native_iterator final : public native_instance<&native_iterator_class> {

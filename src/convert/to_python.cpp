@@ -79,7 +79,7 @@ PyObject *instance_to_python(const kest::Any &value) {
     }
     return call(python_classes::datetime(), std::move(args), std::move(kwargs));
   }
-  return wrapKestObject(value);
+  return wrapKestObjectLocked(value);
 }
 
 PyObject *tuple_to_python(const kest::Tuple &tuple) {
@@ -89,7 +89,7 @@ PyObject *tuple_to_python(const kest::Tuple &tuple) {
   if (!result)
     return nullptr;
   for (Py_ssize_t i = 0; i < n; ++i) {
-    PyObject *item = toPython(items[static_cast<std::size_t>(i)]);
+    PyObject *item = toPythonLocked(items[static_cast<std::size_t>(i)]);
     if (!item)
       return nullptr; // the element's exception stays set; the partial tuple is released
     if (PyTuple_SetItem(result.get(), i, item) < 0) // steals the item
@@ -101,12 +101,16 @@ PyObject *tuple_to_python(const kest::Tuple &tuple) {
 
 PyObject *toPython(const kest::Any &value) {
   py::gil lock;
+  return toPythonLocked(value);
+}
+
+PyObject *toPythonLocked(const kest::Any &value) {
   if (value.empty())
     return new_ref(Py_None);
   using kind = kest::internal::ObjectType;
   const auto k = value.kind();
   if (static_cast<int>(k) > 17)
-    return wrapKestObject(value);
+    return wrapKestObjectLocked(value);
   switch (k) {
   case kind::Boolean:
     return new_ref(value.get() == kest::internal::g_value_boolean_true ? Py_True : Py_False);
@@ -124,7 +128,7 @@ PyObject *toPython(const kest::Any &value) {
       PyObject *type = exceptionTypeFor(cls);
       return type ? new_ref(type) : nullptr;
     }
-    return wrapKestObject(value);
+    return wrapKestObjectLocked(value);
   }
   case kind::Float:
     return PyFloat_FromDouble(kest::Float::unsafeFrom(value).value());
@@ -141,7 +145,7 @@ PyObject *toPython(const kest::Any &value) {
   case kind::Tuple:
     return tuple_to_python(kest::Tuple::unsafeFrom(value));
   case kind::External:
-    return toPython(kest::internal::object_value_external::load(value));
+    return toPythonLocked(kest::internal::object_value_external::load(value));
   case kind::None:
     return new_ref(Py_None);
   case kind::NotImplemented:
@@ -149,7 +153,7 @@ PyObject *toPython(const kest::Any &value) {
   default:
     // Callables, lists, maps, sets, computed values and weak references are
     // wrapped as they are, not evaluated or resolved here.
-    return wrapKestObject(value);
+    return wrapKestObjectLocked(value);
   }
 }
 

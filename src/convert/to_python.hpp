@@ -13,6 +13,8 @@ namespace sarvode {
 /// date, time or decimal whose Python class cannot be imported, and a time
 /// whose arguments cannot be built. Takes the interpreter lock itself.
 PyObject *toPython(const kest::Any &value);
+/// The same, for a caller that holds the interpreter lock (slots and other conversions).
+PyObject *toPythonLocked(const kest::Any &value);
 
 /// Raises a host error as the Python exception that stands for its class.
 void raiseHostError(const kest::Any &error);

@@ -11,7 +11,11 @@ namespace sarvode {
 
 PyObject *wrapKestObject(const kest::Any &value) {
   py::gil lock;
-  auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClass(kest::raw_class_of(value))));
+  return wrapKestObjectLocked(value);
+}
+
+PyObject *wrapKestObjectLocked(const kest::Any &value) {
+  auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClassLocked(kest::raw_class_of(value))));
   if (!type)
     return nullptr;
   PyObject *self = PyType_GenericAlloc(reinterpret_cast<PyTypeObject *>(type.get()), 0);

@@ -18,6 +18,8 @@ PyTypeObject *kestObjectBaseType();
 
 /// A new KestObject holding a copy of `value`; null with a Python error on failure.
 PyObject *wrapKestObject(const kest::Any &value);
+/// The same, for a caller that holds the interpreter lock.
+PyObject *wrapKestObjectLocked(const kest::Any &value);
 
 /// True when `object` is a KestObject (of the base type or a type derived from it).
 bool isKestObject(PyObject *object);

@@ -27,7 +27,7 @@ void setRuntimeError(const kest::Any &error) {
 }
 
 namespace {
-PyObject *str_of(const kest::String &text) { return toPython(text); }
+PyObject *str_of(const kest::String &text) { return toPythonLocked(text); }
 
 // --- text --------------------------------------------------------------------
 
@@ -89,7 +89,7 @@ PyObject *callable_of(std::function<kest::Any(std::span<const kest::Any>)> fn, s
   std::vector<kest::Parameter> params;
   for (std::size_t i = 0; i < arity; ++i)
     params.emplace_back(kest::String::fromUtf8("arg" + std::to_string(i)), kest::Type());
-  return toPython(kest::internal::make_callable(std::move(fn), kest::Signature(std::move(params), kest::Type(), arity), true));
+  return toPythonLocked(kest::internal::make_callable(std::move(fn), kest::Signature(std::move(params), kest::Type(), arity), true));
 }
 
 kest::String module_name_of(const kest::Any &context) {
@@ -113,17 +113,17 @@ PyObject *special_attribute(const kest::Any &value, std::string_view name, bool 
     if (kest::Module::isInstance(value))
       return str_of(kest::Module::unsafeFrom(value).doc());
     if (kest::I_HasDoc::isInstance(value))
-      return toPython(result_unwrap_lazy(kest::I_HasDoc::unsafeFrom(value).doc()));
+      return toPythonLocked(result_unwrap_lazy(kest::I_HasDoc::unsafeFrom(value).doc()));
   } else if (name == "__annotations__") {
     if (callable) {
       auto sig = kest::I_Callable_Generic::unsafeFrom(value).signature();
       auto dict = py::object::steal(PyDict_New());
       for (auto &param : sig.parameters()) {
-        auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClass(param.type().toClass())));
+        auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClassLocked(param.type().toClass())));
         if (!type || PyDict_SetItemString(dict.get(), param.name().toUtf8().c_str(), type.get()) < 0)
           return nullptr;
       }
-      auto result = py::object::steal(reinterpret_cast<PyObject *>(typeForClass(sig.resultType().toClass())));
+      auto result = py::object::steal(reinterpret_cast<PyObject *>(typeForClassLocked(sig.resultType().toClass())));
       if (!result || PyDict_SetItemString(dict.get(), "return", result.get()) < 0)
         return nullptr;
       return dict.release();
@@ -141,10 +141,10 @@ PyObject *special_attribute(const kest::Any &value, std::string_view name, bool 
       return str_of(module_name ? module_name_of(cls.declaringContext()) : cls.name());
     }
     if (kest::I_HasName::isInstance(value) && !module_name)
-      return toPython(result_unwrap_lazy(kest::I_HasName::unsafeFrom(value).name()));
+      return toPythonLocked(result_unwrap_lazy(kest::I_HasName::unsafeFrom(value).name()));
   } else if (name == "__code__") {
     if (kest::I_HasCode::isInstance(value))
-      return toPython(result_unwrap_lazy(kest::I_HasCode::unsafeFrom(value).code()));
+      return toPythonLocked(result_unwrap_lazy(kest::I_HasCode::unsafeFrom(value).code()));
   } else if (name == "__bytes__") {
     if (kest::ByteArray::isInstance(value))
       return callable_of([value](std::span<const kest::Any>) -> kest::Any { return value; }, 0);
@@ -176,15 +176,15 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
     }
     const kest::meta_property_untyped property_name(name);
     if (auto property = kest::property_of(value, property_name); property.is<kest::Property>())
-      return toPython(result_unwrap_lazy(property.as<kest::Property>().get(value)));
+      return toPythonLocked(result_unwrap_lazy(property.as<kest::Property>().get(value)));
     const kest::meta_field_untyped field_name(property_name.info(), false);
     if (auto field = kest::find_field(value, field_name); field.is<kest::Field>())
-      return toPython(result_unwrap_lazy(value.fieldValue(field_name)));
+      return toPythonLocked(result_unwrap_lazy(value.fieldValue(field_name)));
     const kest::meta_method_untyped method_name(property_name.info(), false);
     if (auto method = kest::method_of(value, method_name); method.is<kest::I_Callable_Generic>())
-      return toPython(method.as<kest::I_Callable_Generic>().bindInstance(value));
+      return toPythonLocked(method.as<kest::I_Callable_Generic>().bindInstance(value));
     if (auto *cls = value.get() ? value.get()->class_value() : nullptr; cls && cls->find_getter_hook())
-      return toPython(result_unwrap_lazy(value.propertyValue(property_name)));
+      return toPythonLocked(result_unwrap_lazy(value.propertyValue(property_name)));
     PyErr_Format(PyExc_AttributeError, "'%s' object has no attribute '%s'", classDisplay(value).c_str(),
                  std::string(name).c_str());
     return nullptr;
@@ -273,9 +273,9 @@ PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
       Py_ssize_t pos = 0;
       while (PyDict_Next(kwargs, &pos, &key, &item))
         (void)named.setChecked(fromPython(key), fromPython(item));
-      return toPython(result_unwrap_lazy(callable.callWithNamed(positional, named)));
+      return toPythonLocked(result_unwrap_lazy(callable.callWithNamed(positional, named)));
     }
-    return toPython(result_unwrap_lazy(callable.callWith(positional)));
+    return toPythonLocked(result_unwrap_lazy(callable.callWith(positional)));
   });
 }
 
@@ -283,7 +283,7 @@ PyObject *KestObject_iter(PyObject *self) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
     if (kest::I_Iterable::isInstance(value))
-      return toPython(result_unwrap_lazy(kest::I_Iterable::unsafeFrom(value).iter()));
+      return toPythonLocked(result_unwrap_lazy(kest::I_Iterable::unsafeFrom(value).iter()));
     if (kest::I_Iterator::isInstance(value)) {
       Py_IncRef(self); // an iterator is its own iterable
       return self;
@@ -307,7 +307,7 @@ PyObject *KestObject_iternext(PyObject *self) {
       setRuntimeError(next);
       return nullptr;
     }
-    return toPython(next);
+    return toPythonLocked(next);
   });
 }
 
@@ -353,7 +353,7 @@ PyObject *clone_with(PyObject *self, bool deep) {
       return nullptr;
     }
     auto c = kest::I_Cloneable::unsafeFrom(value);
-    return toPython(result_unwrap_lazy(deep ? c.deepClone() : c.clone()));
+    return toPythonLocked(result_unwrap_lazy(deep ? c.deepClone() : c.clone()));
   });
 }
 PyObject *KestObject_copy(PyObject *self, PyObject *) { return clone_with(self, false); }

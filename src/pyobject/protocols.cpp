@@ -35,7 +35,7 @@ PyObject *call_operator(const kest::Any &value, const char *primary, const char 
                         const std::string &message, std::initializer_list<kest::Any> args,
                         PyObject *self_for_none = nullptr) {
   if (kest::Error::isInstance(value))
-    return toPython(value);
+    return toPythonLocked(value);
   auto method = kest::method_of(value, kest::meta_method_untyped(std::string("$") + primary));
   if (!method.is<kest::I_Callable_Generic>() && fallback)
     method = kest::method_of(value, kest::meta_method_untyped(fallback));
@@ -54,7 +54,7 @@ PyObject *call_operator(const kest::Any &value, const char *primary, const char 
     Py_IncRef(self_for_none);
     return self_for_none;
   }
-  return toPython(result);
+  return toPythonLocked(result);
 }
 
 std::string message(const char *format, const kest::Any &value) {
@@ -197,7 +197,7 @@ PyObject *sq_item(PyObject *self, Py_ssize_t index) {
       setRuntimeError(result);
       return nullptr;
     }
-    return toPython(result);
+    return toPythonLocked(result);
   });
 }
 
@@ -270,7 +270,7 @@ PyObject *mp_subscript(PyObject *self, PyObject *key) {
       setRuntimeError(result);
       return nullptr;
     }
-    return toPython(result);
+    return toPythonLocked(result);
   });
 }
 

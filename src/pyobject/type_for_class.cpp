@@ -101,6 +101,10 @@ PyTypeObject *kestObjectBaseType() {
 
 PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
   py::gil lock;
+  return typeForClassLocked(cls);
+}
+
+PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
   PyTypeObject *type = nullptr;
   auto &c = cache();
   if (cls) {

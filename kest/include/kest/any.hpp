@@ -108,7 +108,7 @@ public:                                                                         
   /** The value as this handle, or an error naming both classes. */                             \
   static ::kest::Result<Name> checkedCast(const ::kest::Any &a);                                \
   static Name unsafeFrom(const ::kest::Any &a) noexcept { return Name(::kest::internal::unchecked, a); } \
-  static ::kest::Class_Generic getClass();                                                      \
+  static const ::kest::Class_Generic &getClass();                                               \
   static ::kest::Type getType();
 
 class Class_Generic;

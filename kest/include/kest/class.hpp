@@ -6,6 +6,7 @@
 #include <kest/string.hpp>
 #include <kest/type.hpp>
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -144,7 +145,17 @@ public:
   std::vector<std::pair<std::vector<Type>, Any>> generic_instances;
 
 private:
+  enum member_kind { property_member, method_member, field_member };
+  /// Looks a member up along the bases, without the cache.
+  [[nodiscard]] Any search(member_kind kind, const name_info *name) const;
+  /// Looks a member up through the cache of resolved names.
+  [[nodiscard]] Any find(member_kind kind, const name_info *name) const;
+
   mutable std::atomic<std::uint64_t> m_override_cache{0};
+  /// Resolved lookups (found or not) by name, valid for one members epoch;
+  /// guarded by `lock`.
+  mutable std::unordered_map<const name_info *, std::array<Any, 3>> m_resolved;
+  mutable std::uint64_t m_resolved_epoch = 0;
 };
 
 /// Incremented whenever any class gains or loses a member.
