@@ -90,6 +90,25 @@ std::vector<kest::String> out_local_names(const kest::Union<kest::I_MutableMap, 
         names.push_back(kest::String::unsafeFrom(key));
   return names;
 }
+/// The two dictionaries of one run: globals filled from the host modules, the
+/// scope's globals, out-locals and locals (in that order, later ones winning),
+/// and empty locals. Either is null when it could not be made.
+struct run_dictionaries {
+  py::object globals, locals;
+};
+
+run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
+                         const kest::Union<kest::I_Map, kest::None> &locals,
+                         const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
+  run_dictionaries d{fresh_globals(globals), py::object::steal(PyDict_New())};
+  if (!d.globals || !d.locals)
+    return d;
+  if (outLocals.is<kest::I_MutableMap>())
+    copy_map(d.globals.get(), outLocals); // their current values are the out-locals' initial values
+  if (locals.is<kest::I_Map>())
+    copy_map(d.globals.get(), locals);
+  return d;
+}
 } // namespace
 
 kest::Any runStatements(const kest::String &code, const kest::Any &self, const kest::Union<kest::I_Map, kest::None> &locals,
@@ -99,14 +118,9 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
     return null_character_error();
   ensurePythonReady();
   py::gil lock;
-  auto g = fresh_globals(globals);
-  auto l = py::object::steal(PyDict_New());
+  auto [g, l] = prepare(globals, locals, outLocals);
   if (!g || !l)
     return errorFromPython(0, 0);
-  if (outLocals.is<kest::I_MutableMap>())
-    copy_map(g.get(), outLocals); // their current values are the out-locals' initial values
-  if (locals.is<kest::I_Map>())
-    copy_map(g.get(), locals);
 
   // The user's text becomes the body of kest_outer; the out-locals are made
   // global inside it and read back at module level after the call.
@@ -146,12 +160,9 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
     return null_character_error();
   ensurePythonReady();
   py::gil lock;
-  auto g = fresh_globals(globals);
-  auto l = py::object::steal(PyDict_New());
+  auto [g, l] = prepare(globals, locals, kest::None()); // out-locals play no part in expressions
   if (!g || !l)
     return errorFromPython(0, 0);
-  if (locals.is<kest::I_Map>())
-    copy_map(g.get(), locals);
   auto value = py::object::steal(runWithBuiltin("eval", code.toUtf8().c_str(), g.get(), l.get()));
   if (!value)
     return errorFromPython(0, 0);

@@ -1,6 +1,7 @@
 // The class CPythonLanguage, its instance, the module "kest.cpython", the
 // sandboxed evaluations, and evaluation from several threads.
 
+#include "language_test_support.hpp"
 #include "fresh_interpreter.hpp"
 #include "temp_folder.hpp"
 
@@ -24,68 +25,10 @@
 #include <vector>
 
 using namespace sarvode;
+using namespace sarvode::test_support;
 using sarvode::test_support::temp_folder;
 
 namespace {
-kest::I_Language language() {
-  ensurePythonReady();
-  auto found = kest::find_language(kest::internal::language_name_python());
-  EXPECT_TRUE(found.is<kest::I_Language>()) << "no language registered under the Python name";
-  return found.as<kest::I_Language>();
-}
-
-kest::PythonLanguage python_language() {
-  auto lang = language();
-  EXPECT_TRUE(kest::PythonLanguage::isInstance(lang));
-  return kest::PythonLanguage::unsafeFrom(lang);
-}
-
-kest::Any unwrapped(const kest::Result<kest::Any> &result) { return kest::internal::result_unwrap_lazy(result); }
-
-kest::Any evaluate(const std::string &code, const kest::Any &with = {}) {
-  return unwrapped(language().evaluate(kest::String::fromUtf8(code), with));
-}
-
-kest::Any evaluate_expression(const std::string &code, const kest::Any &with = {}) {
-  return unwrapped(language().evaluateExpression(kest::String::fromUtf8(code), with));
-}
-
-kest::HashMap string_map(std::initializer_list<std::pair<const char *, kest::Any>> entries = {}) {
-  kest::HashMap map(kest::String::getType(), kest::Type());
-  for (const auto &[key, value] : entries)
-    EXPECT_FALSE(map.setChecked(kest::String::fromUtf8(key), value).isError());
-  return map;
-}
-
-std::string message_of(const kest::Any &value) {
-  if (!kest::Error::isInstance(value))
-    return "<not an error: " + kest::display(value).toUtf8() + ">";
-  return kest::Error::unsafeFrom(value).message().toUtf8();
-}
-
-std::int64_t integer_of(const kest::Any &value) {
-  if (!kest::Integer::isInstance(value)) {
-    ADD_FAILURE() << "not an Integer: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return -1;
-  }
-  return kest::Integer::unsafeFrom(value).value();
-}
-
-std::string text_of(const kest::Any &value) {
-  if (!kest::String::isInstance(value)) {
-    ADD_FAILURE() << "not a String: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return "<not a string>";
-  }
-  return kest::String::unsafeFrom(value).toUtf8();
-}
-
-bool boolean_of(const kest::Any &value) {
-  if (!kest::Boolean::isInstance(value)) {
-    ADD_FAILURE() << "not a Boolean: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return false;
-  }
-  return kest::Boolean::unsafeFrom(value).value();
-}
 
 /// Expects a Python-backed value that wraps a list of `length` items.
 void expect_python_list(const kest::Any &value, Py_ssize_t length) {

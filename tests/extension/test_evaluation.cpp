@@ -1,6 +1,7 @@
 // Running statements and expressions through the host's language interface:
 // results, out-locals, error positions, and what the evaluated code sees.
 
+#include "language_test_support.hpp"
 #include "fresh_interpreter.hpp"
 
 #include "proxies/cpython_object.hpp"
@@ -15,23 +16,9 @@
 #include <vector>
 
 using namespace sarvode;
+using namespace sarvode::test_support;
 
 namespace {
-kest::I_Language language() {
-  ensurePythonReady();
-  auto found = kest::find_language(kest::internal::language_name_python());
-  EXPECT_TRUE(found.is<kest::I_Language>()) << "no language registered under the Python name";
-  return found.as<kest::I_Language>();
-}
-
-kest::HashMap string_map() { return kest::HashMap(kest::String::getType(), kest::Type()); }
-
-kest::HashMap string_map(std::initializer_list<std::pair<const char *, kest::Any>> entries) {
-  auto map = string_map();
-  for (const auto &[key, value] : entries)
-    EXPECT_FALSE(map.setChecked(kest::String::fromUtf8(key), value).isError());
-  return map;
-}
 
 kest::Union<kest::I_Map, kest::None> as_map(const kest::Any &map) {
   if (map.empty())
@@ -49,45 +36,6 @@ kest::Union<kest::I_MutableMap, kest::None> as_mutable_map(const kest::Any &map)
 kest::EvaluationScope scope(const kest::Any &self, const kest::Any &globals, const kest::Any &locals,
                             const kest::Any &outLocals) {
   return kest::EvaluationScope(self, as_map(globals), as_map(locals), as_mutable_map(outLocals));
-}
-
-kest::Any evaluate(const std::string &code, const kest::Any &with = {}) {
-  return kest::internal::result_unwrap_lazy(language().evaluate(kest::String::fromUtf8(code), with));
-}
-
-kest::Any evaluate_expression(const std::string &code, const kest::Any &with = {}) {
-  return kest::internal::result_unwrap_lazy(language().evaluateExpression(kest::String::fromUtf8(code), with));
-}
-
-std::string message_of(const kest::Any &value) {
-  if (!kest::Error::isInstance(value))
-    return "<not an error: " + kest::display(value).toUtf8() + ">";
-  return kest::Error::unsafeFrom(value).message().toUtf8();
-}
-
-/// The Integer value of a result; fails the test for anything else.
-std::int64_t integer_of(const kest::Any &value) {
-  if (!kest::Integer::isInstance(value)) {
-    ADD_FAILURE() << "not an Integer: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return -1;
-  }
-  return kest::Integer::unsafeFrom(value).value();
-}
-
-std::string text_of(const kest::Any &value) {
-  if (!kest::String::isInstance(value)) {
-    ADD_FAILURE() << "not a String: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return {};
-  }
-  return kest::String::unsafeFrom(value).toUtf8();
-}
-
-bool is_true(const kest::Any &value) {
-  if (!kest::Boolean::isInstance(value)) {
-    ADD_FAILURE() << "not a Boolean: " << kest::display(value).toUtf8() << " (" << message_of(value) << ")";
-    return false;
-  }
-  return kest::Boolean::unsafeFrom(value).value();
 }
 
 /// What Python itself reports (line, offset) for a syntax error in `code`.
@@ -276,8 +224,8 @@ TEST(Evaluation, SelfIsTheScopesSelf) {
 }
 
 TEST(Evaluation, WithoutSelfSelfIsNone) {
-  EXPECT_TRUE(is_true(evaluate("return self is None", scope({}, {}, {}, {}))));
-  EXPECT_TRUE(is_true(evaluate("return self is None")));
+  EXPECT_TRUE(boolean_of(evaluate("return self is None", scope({}, {}, {}, {}))));
+  EXPECT_TRUE(boolean_of(evaluate("return self is None")));
 }
 
 TEST(Evaluation, ScopeGlobalsReplaceTheHostGlobalTable) {
@@ -285,7 +233,7 @@ TEST(Evaluation, ScopeGlobalsReplaceTheHostGlobalTable) {
   ASSERT_FALSE(kest::globals().setChecked(kest::String(u"host_global"), kest::Integer(2)).isError());
   auto globals = string_map({{"scope_global", kest::Integer(1)}});
   EXPECT_EQ(integer_of(evaluate("return scope_global", scope({}, globals, {}, {}))), 1);
-  EXPECT_FALSE(is_true(evaluate("return 'host_global' in globals()", scope({}, globals, {}, {}))));
+  EXPECT_FALSE(boolean_of(evaluate("return 'host_global' in globals()", scope({}, globals, {}, {}))));
   EXPECT_TRUE(kest::Error::isInstance(evaluate_expression("host_global", scope({}, globals, {}, {}))));
 }
 
@@ -335,10 +283,10 @@ TEST(Evaluation, ModulesWithADotInTheirNameAreNoGlobals) {
   ensurePythonReady();
   ASSERT_FALSE(kest::get_module(kest::String(u"sarvode_test.dotted")).isError());
   ASSERT_TRUE(kest::find_module(kest::String(u"kest.cpython")).is<kest::Module>());
-  EXPECT_FALSE(is_true(evaluate("return 'sarvode_test.dotted' in globals()")));
-  EXPECT_FALSE(is_true(evaluate("return 'sarvode_test' in globals()")));
-  EXPECT_FALSE(is_true(evaluate("return 'kest.cpython' in globals()")));
-  EXPECT_TRUE(is_true(evaluate("return 'kest' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'sarvode_test.dotted' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'sarvode_test' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'kest.cpython' in globals()")));
+  EXPECT_TRUE(boolean_of(evaluate("return 'kest' in globals()")));
 }
 
 TEST(Evaluation, HiddenModulesAreNoGlobals) {
@@ -349,7 +297,7 @@ TEST(Evaluation, HiddenModulesAreNoGlobals) {
   ASSERT_FALSE(low.isError());
   hidden.as<kest::Module>().setImportance(kest::Importance::Hidden);
   low.as<kest::Module>().setImportance(kest::Importance::Low);
-  EXPECT_FALSE(is_true(evaluate("return 'sarvode_hidden_module' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'sarvode_hidden_module' in globals()")));
   EXPECT_TRUE(kest::Error::isInstance(evaluate("return sarvode_hidden_module")));
   EXPECT_TRUE(evaluate("return sarvode_low_module").isSame(low));
 }
@@ -372,13 +320,13 @@ TEST(Evaluation, InlinedModuleOffersItsCallablesAndClassesAsGlobals) {
   EXPECT_TRUE(evaluate("return InlinedClass").isSame(cls));
   EXPECT_TRUE(evaluate("return sarvode_inlined").isSame(inlined));
   // A module that is not inlined offers only itself.
-  EXPECT_FALSE(is_true(evaluate("return 'plain_function' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'plain_function' in globals()")));
   EXPECT_TRUE(evaluate("return sarvode_plain").isSame(plain));
 }
 
 TEST(Evaluation, ModuleRegisteredAfterAnEvaluationIsVisibleInTheNext) {
   ensurePythonReady();
-  EXPECT_FALSE(is_true(evaluate("return 'sarvode_late_module' in globals()")));
+  EXPECT_FALSE(boolean_of(evaluate("return 'sarvode_late_module' in globals()")));
   auto late = kest::get_module(kest::String(u"sarvode_late_module"));
   ASSERT_FALSE(late.isError());
   EXPECT_TRUE(evaluate("return sarvode_late_module").isSame(late));
