@@ -11,13 +11,11 @@ namespace sarvode::demo {
 namespace {
 void function(const char *name, kest::I_Callable_Generic fn, const char *params, const char *doc,
               std::vector<kest::Any> defaults = {}) {
-  kest::internal::method_builder_base b{kest::String::fromUtf8(name)};
-  b.assign_func(std::move(fn));
-  b.signature(kest::String::fromUtf8(params));
-  b.assign_doc(kest::String::fromUtf8(doc));
-  if (!defaults.empty())
-    b.assign_defaults(std::move(defaults));
-  (void)kest::internal::register_function(module_name, b.name().string(), b.callable());
+  const auto text = kest::String::fromUtf8(name);
+  (void)kest::internal::register_function(
+      module_name, text,
+      kest::internal::declared_function(text, std::move(fn), kest::String::fromUtf8(params), kest::String::fromUtf8(doc),
+                                        std::move(defaults)));
 }
 
 void declare() {

@@ -15,13 +15,10 @@ inline const kest::String module_name(u"kest.demo");
 /// A method entry from a typed function, with parameter names and defaults.
 inline kest::Any method(const char *name, kest::I_Callable_Generic fn, const char *params, const char *doc,
                         std::vector<kest::Any> defaults = {}) {
-  kest::internal::method_builder_base b{kest::String::fromUtf8(name)};
-  b.assign_func(std::move(fn));
-  b.signature(kest::String::fromUtf8(params));
-  b.assign_doc(kest::String::fromUtf8(doc));
-  if (!defaults.empty())
-    b.assign_defaults(std::move(defaults));
-  return builder::method_entry(b);
+  const auto text = kest::String::fromUtf8(name);
+  return builder::method_entry(kest::meta_method_untyped(text),
+                               kest::internal::declared_function(text, std::move(fn), kest::String::fromUtf8(params),
+                                                                 kest::String::fromUtf8(doc), std::move(defaults)));
 }
 
 /// A property entry with a getter and an optional setter.

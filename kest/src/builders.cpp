@@ -297,6 +297,17 @@ I_Callable_Generic method_builder_base::callable() const {
   return decorate(m_callable ? m_callable : create_abstract_function(m_result_type));
 }
 
+I_Callable_Generic declared_function(const String &name, I_Callable_Generic fn, const String &params,
+                                     const String &doc, std::vector<Any> defaults) {
+  method_builder_base builder(name);
+  builder.assign_func(std::move(fn));
+  builder.signature(params);
+  builder.assign_doc(doc);
+  if (!defaults.empty())
+    builder.assign_defaults(std::move(defaults));
+  return builder.callable();
+}
+
 // --- property builder -----------------------------------------------------------------
 
 property_builder_base::property_builder_base(String name) : m_name(name) {}

@@ -11,10 +11,8 @@ namespace kest::internal {
 
 namespace {
 void method(const Class_Generic &cls, const char *name, I_Callable_Generic fn, const char *params) {
-  method_builder_base builder{String::fromUtf8(name)};
-  builder.assign_func(std::move(fn));
-  builder.signature(String::fromUtf8(params));
-  cls->add_method(builder.name(), builder.callable());
+  const auto text = String::fromUtf8(name);
+  cls->add_method(meta_method_untyped(text), declared_function(text, std::move(fn), String::fromUtf8(params), String()));
 }
 
 void length_property(const Class_Generic &cls) {

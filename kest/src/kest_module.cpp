@@ -9,11 +9,8 @@ namespace kest::internal {
 
 namespace {
 void function(const Module &module, const char *name, I_Callable_Generic fn, const char *params, const char *doc) {
-  method_builder_base builder{String::fromUtf8(name)};
-  builder.assign_func(std::move(fn));
-  builder.signature(String::fromUtf8(params));
-  builder.assign_doc(String::fromUtf8(doc));
-  module.addCallable(String::fromUtf8(name), builder.callable());
+  const auto text = String::fromUtf8(name);
+  module.addCallable(text, declared_function(text, std::move(fn), String::fromUtf8(params), String::fromUtf8(doc)));
 }
 
 Result<Any> unwrapped(const Result<Any> &r) { return Result<Any>(unchecked, result_unwrap_lazy(r)); }
@@ -51,13 +48,7 @@ void populate_kest_module(const Module &kest) {
            "The display text of a value.");
   function(kest, "class_name", make_function([](Any v) { return qualname(class_of(v)); }), "value",
            "The qualified class name of a value.");
-  kest.addCallable(String(u"call"), [] {
-    method_builder_base builder{String(u"call")};
-    builder.assign_func(call_function());
-    builder.signature(String(u"f"));
-    builder.assign_doc(String(u"Calls f with the remaining arguments."));
-    return builder.callable();
-  }());
+  function(kest, "call", call_function(), "f", "Calls f with the remaining arguments.");
   function(kest, "length", make_function([](Any v) -> Result<Any> {
              auto n = I_Sequence::unsafeFrom(v).length();
              if (n.isError())

@@ -55,15 +55,7 @@ kest::Date date_of(PyObject *object) {
                     static_cast<std::uint8_t>(long_attribute(object, "day")));
 }
 
-kest::String text_of(PyObject *text) {
-  Py_ssize_t size = 0;
-  const char *utf8 = PyUnicode_AsUTF8AndSize(text, &size);
-  if (!utf8) {
-    PyErr_Clear();
-    return kest::String();
-  }
-  return kest::String::fromUtf8(std::string_view(utf8, static_cast<std::size_t>(size)));
-}
+kest::String text_of(PyObject *text) { return kest::String::fromUtf8(py::utf8(text)); }
 
 kest::Time time_of(PyObject *object) {
   const int hour = static_cast<int>(long_attribute(object, "hour"));

@@ -70,30 +70,18 @@ void fill_builtins(class_tables &t) {
 
 std::string text_attribute(PyObject *object, const char *name) {
   auto value = py::object::steal(PyObject_GetAttrString(object, name));
-  if (!value || !PyUnicode_Check(value.get())) {
+  if (!value)
     PyErr_Clear();
-    return {};
-  }
-  Py_ssize_t size = 0;
-  const char *utf8 = PyUnicode_AsUTF8AndSize(value.get(), &size);
-  if (!utf8) {
-    PyErr_Clear();
-    return {};
-  }
-  return std::string(utf8, static_cast<std::size_t>(size));
+  return std::string(py::utf8(value.get()));
 }
 
 /// Makes the host class for a Python class: its name after the last ".", its
 /// documentation and its bases. The members follow in `add_members`.
 kest::Class_Generic make_class(PyObject *type) {
   auto name = py::object::steal(PyType_GetName(reinterpret_cast<PyTypeObject *>(type)));
-  std::string text;
-  if (name && PyUnicode_Check(name.get())) {
-    Py_ssize_t size = 0;
-    if (const char *utf8 = PyUnicode_AsUTF8AndSize(name.get(), &size))
-      text.assign(utf8, static_cast<std::size_t>(size));
-  }
-  PyErr_Clear();
+  if (!name)
+    PyErr_Clear();
+  std::string text(py::utf8(name.get()));
   if (auto dot = text.rfind('.'); dot != std::string::npos)
     text = text.substr(dot + 1);
 
@@ -124,13 +112,9 @@ void add_members(const kest::Class_Generic &cls, PyObject *type) {
     PyObject *key = nullptr, *value = nullptr;
     Py_ssize_t pos = 0;
     while (PyDict_Next(members.get(), &pos, &key, &value)) {
-      if (!PyUnicode_Check(key))
+      const auto member = py::utf8(key);
+      if (member.empty())
         continue;
-      const char *member = PyUnicode_AsUTF8AndSize(key, nullptr);
-      if (!member) {
-        PyErr_Clear();
-        continue;
-      }
       // Each entry is reachable as a class property holding its host form;
       // callables gain their call protocol with the function wrappers.
       auto property = kest::Property::fromValue(kest::String::fromUtf8(member), fromPython(value),

@@ -19,13 +19,8 @@ using builder = kest::internal::class_builder_base;
 
 kest::I_Callable_Generic method(const char *name, kest::I_Callable_Generic fn, const char *params, const char *doc,
                                 std::vector<kest::Any> defaults = {}) {
-  kest::internal::method_builder_base b{kest::String::fromUtf8(name)};
-  b.assign_func(std::move(fn));
-  b.signature(kest::String::fromUtf8(params));
-  b.assign_doc(kest::String::fromUtf8(doc));
-  if (!defaults.empty())
-    b.assign_defaults(std::move(defaults));
-  return b.callable();
+  return kest::internal::declared_function(kest::String::fromUtf8(name), std::move(fn), kest::String::fromUtf8(params),
+                                           kest::String::fromUtf8(doc), std::move(defaults));
 }
 
 kest::Any value_property(const char *name, const kest::Any &value) {

@@ -42,15 +42,7 @@ std::optional<std::int64_t> position(PyObject *object, const char *name) {
   return v;
 }
 
-std::string utf8_of(PyObject *text) {
-  Py_ssize_t size = 0;
-  const char *utf8 = text && PyUnicode_Check(text) ? PyUnicode_AsUTF8AndSize(text, &size) : nullptr;
-  if (!utf8) {
-    PyErr_Clear();
-    return {};
-  }
-  return std::string(utf8, static_cast<std::size_t>(size));
-}
+std::string utf8_of(PyObject *text) { return std::string(py::utf8(text)); }
 
 std::string str_of(PyObject *object) {
   auto text = py::object::steal(PyObject_Str(object));

@@ -113,9 +113,7 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
     if (auto it = c.by_class.find(cls.get()); it != c.by_class.end())
       type = it->second.second;
   }
-  if (type) {
-    // Found.
-  } else if (!cls || !is_named(cls)) {
+  if (!type && (!cls || !is_named(cls))) {
     type = shared_type(cls ? cls.flags() : 0);
     if (cls && type) {
       Py_IncRef(reinterpret_cast<PyObject *>(type)); // the cache's reference
@@ -127,7 +125,7 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
       if (!added)
         Py_DecRef(reinterpret_cast<PyObject *>(type));
     }
-  } else {
+  } else if (!type) {
     {
       auto name = "kest~" + kest::qualname(cls).toUtf8();
       for (auto &ch : name)

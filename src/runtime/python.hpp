@@ -4,6 +4,7 @@
 
 #include <Python.h>
 
+#include <string_view>
 #include <utility>
 
 namespace sarvode::py {
@@ -62,5 +63,18 @@ private:
   explicit object(PyObject *p) noexcept : m_ptr(p) {}
   PyObject *m_ptr = nullptr;
 };
+
+/// The UTF-8 text of a str, viewed in the object's own cached form (valid while
+/// the object lives); empty for anything that has none, with no error left pending.
+/// The caller holds the interpreter lock.
+inline std::string_view utf8(PyObject *text) noexcept {
+  Py_ssize_t size = 0;
+  const char *data = text && PyUnicode_Check(text) ? PyUnicode_AsUTF8AndSize(text, &size) : nullptr;
+  if (!data) {
+    PyErr_Clear();
+    return {};
+  }
+  return {data, static_cast<std::size_t>(size)};
+}
 
 } // namespace sarvode::py

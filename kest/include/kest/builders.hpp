@@ -45,6 +45,12 @@ private:
   bool m_has_defaults = false;
 };
 
+/// A callable named and documented through a method builder: `name` (a "$"
+/// prefix marks it hidden), the parameter names after the instance
+/// ("code, scope"), documentation and the defaults of the last parameters.
+KEST_API I_Callable_Generic declared_function(const String &name, I_Callable_Generic fn, const String &params,
+                                             const String &doc, std::vector<Any> defaults = {});
+
 class KEST_API property_builder_base {
 public:
   explicit property_builder_base(String name);
