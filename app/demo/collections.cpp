@@ -8,8 +8,8 @@
 namespace sarvode::demo {
 
 namespace {
-kest::List shapes(const kest::Any &drawing) { return kest::List::unsafeFrom(field(drawing, "$_shapes")); }
-kest::HashMap colours(const kest::Any &palette) { return kest::HashMap::unsafeFrom(field(palette, "$_colours")); }
+kest::List shapes(const kest::Any &drawing) { return field_as<kest::List>(drawing, "$_shapes"); }
+kest::HashMap colours(const kest::Any &palette) { return field_as<kest::HashMap>(palette, "$_colours"); }
 
 kest::Any new_drawing(const std::vector<kest::Any> &items) {
   auto d = kest::internal::result_unwrap_lazy(drawing_class().allocateInstance());
@@ -138,7 +138,7 @@ void build_countdown(builder &b) {
                      }),
                      "n", "Counts down from n."));
   b.add_entry(method("next", kest::make_method([](kest::Any self) -> kest::Any {
-                       const auto n = kest::Integer::unsafeFrom(field(self, "$_next")).value();
+                       const auto n = field_as<kest::Integer>(self, "$_next").value();
                        if (n <= 0)
                          return kest::StopIteration();
                        set_field(self, "$_next", kest::Integer(n - 1));

@@ -37,6 +37,16 @@ inline kest::Any field(const kest::Any &self, const char *name) {
   return kest::internal::result_unwrap_lazy(self.fieldValue(kest::meta_field_untyped(name)));
 }
 
+/// Reads a field that must hold a `T`. Anything else (a field never set, an
+/// error) is reported as a host error rather than read as the wrong type: the
+/// exception becomes the call's error where the method was called.
+template <class T> T field_as(const kest::Any &self, const char *name) {
+  auto value = T::checkedCast(field(self, name));
+  if (value.isError())
+    throw kest::exception(kest::Error::unsafeFrom(value));
+  return value.template as<T>();
+}
+
 inline void set_field(const kest::Any &self, const char *name, const kest::Any &value) {
   (void)self.setFieldValue(kest::meta_field_untyped(name), value);
 }
@@ -46,13 +56,21 @@ inline bool is_a(const kest::Any &value, const kest::Class_Generic &cls) {
   return value.kind() == kest::internal::ObjectType::Instance && kest::raw_class_of(value).derivesFrom(cls);
 }
 
-/// A number as a double (Integer or Float).
+/// True for the host numbers (Integer and Float).
+inline bool is_number(const kest::Any &value) {
+  return kest::Integer::isInstance(value) || kest::Float::isInstance(value);
+}
+
+/// A number (Integer or Float) as a double; anything else is a BadArgument
+/// error, never a silent zero.
 inline double number(const kest::Any &value) {
   if (kest::Integer::isInstance(value))
     return static_cast<double>(kest::Integer::unsafeFrom(value).value());
   if (kest::Float::isInstance(value))
     return kest::Float::unsafeFrom(value).value();
-  return 0.0;
+  throw kest::exception(kest::BadArgument(kest::String::fromUtf8(
+      "Unable to convert an argument: a number is expected, not " +
+      kest::qualname(kest::raw_class_of(value)).toUtf8() + ".")));
 }
 
 kest::Class_Generic vector_class();

@@ -20,7 +20,7 @@ kest::Any make_shape(const kest::String &kind, double size, const kest::String &
 }
 
 double area(const kest::Any &self) {
-  const auto kind = kest::String::unsafeFrom(field(self, "$_kind")).toUtf8();
+  const auto kind = field_as<kest::String>(self, "$_kind").toUtf8();
   const double size = number(field(self, "size"));
   if (kind == "circle")
     return pi * size * size;
@@ -54,8 +54,8 @@ void build(builder &b) {
   b.add_entry(method("area", kest::make_method([](kest::Any self) { return area(self); }), "", "The area."));
   b.add_entry(method("moved",
                      kest::make_method([](kest::Any self, double dx, double dy) {
-                       auto copy = make_shape(kest::String::unsafeFrom(field(self, "$_kind")), number(field(self, "size")),
-                                              kest::String::unsafeFrom(field(self, "$_name")));
+                       auto copy = make_shape(field_as<kest::String>(self, "$_kind"), number(field(self, "size")),
+                                              field_as<kest::String>(self, "$_name"));
                        auto p = field(self, "position");
                        set_field(copy, "position",
                                  make_vector(number(kest::internal::result_unwrap_lazy(p.propertyValue(kest::meta_property_untyped("x")))) + dx,
@@ -66,8 +66,8 @@ void build(builder &b) {
   b.add_entry(method("describe",
                      kest::make_method([](kest::Any self, kest::String prefix, kest::String suffix) {
                        return kest::String::fromUtf8(fmt::format("{}{} {}{}", prefix.toUtf8(),
-                                                                 kest::String::unsafeFrom(field(self, "$_kind")).toUtf8(),
-                                                                 kest::String::unsafeFrom(field(self, "$_name")).toUtf8(),
+                                                                 field_as<kest::String>(self, "$_kind").toUtf8(),
+                                                                 field_as<kest::String>(self, "$_name").toUtf8(),
                                                                  suffix.toUtf8()));
                      }),
                      "prefix, suffix", "A sentence about the shape.", {kest::String(u"a "), kest::String(u"")}));
@@ -76,12 +76,12 @@ void build(builder &b) {
                        return kest::Error::create(demo_error_class(),
                                                   kest::String::fromUtf8(fmt::format(
                                                       "The shape '{}' exploded.",
-                                                      kest::String::unsafeFrom(field(self, "$_name")).toUtf8())));
+                                                      field_as<kest::String>(self, "$_name").toUtf8())));
                      }),
                      "", "Always fails with DemoError."));
   b.add_entry(method("$__display__", kest::make_method([](kest::Any self) {
-                       return kest::String::fromUtf8(fmt::format("<{} {}>", kest::String::unsafeFrom(field(self, "$_kind")).toUtf8(),
-                                                                 kest::String::unsafeFrom(field(self, "$_name")).toUtf8()));
+                       return kest::String::fromUtf8(fmt::format("<{} {}>", field_as<kest::String>(self, "$_kind").toUtf8(),
+                                                                 field_as<kest::String>(self, "$_name").toUtf8()));
                      }),
                      "", "<kind name>"));
 }

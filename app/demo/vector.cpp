@@ -9,8 +9,8 @@
 namespace sarvode::demo {
 
 namespace {
-double x_of(const kest::Any &v) { return kest::Float::unsafeFrom(field(v, "$_x")).value(); }
-double y_of(const kest::Any &v) { return kest::Float::unsafeFrom(field(v, "$_y")).value(); }
+double x_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_x").value(); }
+double y_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_y").value(); }
 
 kest::Any vector_op(const kest::Any &self, const kest::Any &other, double sign, const char *op) {
   if (!is_a(other, vector_class()))

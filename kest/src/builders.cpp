@@ -149,6 +149,12 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
   // The base with fields goes first, so that its fields keep their indices.
   std::stable_partition(bases.begin(), bases.end(), [](const Class_Generic &b) { return b->field_count > 0; });
   auto cls = Class_Generic::create(name, flags, bases);
+  // The members declared here that take an instance belong to the class, which
+  // lets a call check that it is given one of its instances.
+  auto claim = [&cls](const I_Callable_Generic &member) {
+    if (member && is_none(member.declaringContext()))
+      member.setDeclaringContext(cls);
+  };
   String module;
   for (auto &entry : entries) {
     auto *e = as_entry(entry);
@@ -169,6 +175,10 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
       auto property = Property::unsafeFrom(e->value);
       if (e->hidden)
         property.setHidden(true);
+      if (!property.isValueProperty())
+        claim(property.getter());
+      if (auto setter = property.setter(); setter.is<I_Callable_Generic>())
+        claim(setter.as<I_Callable_Generic>());
       cls->add_property(meta_property_untyped(e->name, e->hidden), property);
       break;
     }
@@ -177,6 +187,7 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
       if (method.kind() == ObjectType::Callable && method.name().empty()) // an anonymous function takes its entry's name
         const_cast<object_value_callable *>(static_cast<const object_value_callable *>(method.get()))
             ->set_name(String(std::u16string_view(e->name->text)));
+      claim(method);
       cls->add_method(meta_method_untyped(e->name, e->hidden), method);
       break;
     }
@@ -192,9 +203,6 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
       break;
     }
   }
-  for (auto &method : cls.definedMethods())
-    if (is_none(method.declaringContext()))
-      method.setDeclaringContext(cls);
   if (!module.empty()) {
     auto m = get_module(module);
     if (m.isError())

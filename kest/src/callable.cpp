@@ -36,12 +36,16 @@ public:
   bool variadic = false;
 };
 
-/// A callable with its instance parameter fixed.
+/// A callable with its instance parameter fixed. An instance that the target
+/// does not apply to is found when binding, and every call then reports it.
 class object_value_bound_method final : public object_value_callable {
 public:
-  object_value_bound_method(I_Callable_Generic t, Any s, Signature sig)
-      : object_value_callable(std::move(sig), true), target(std::move(t)), self(std::move(s)) {}
+  object_value_bound_method(I_Callable_Generic t, Any s, Signature sig, Any mismatch)
+      : object_value_callable(std::move(sig), true), target(std::move(t)), self(std::move(s)),
+        receiver_mismatch(std::move(mismatch)) {}
   Any invoke(std::span<const Any> args) const override {
+    if (receiver_mismatch)
+      return receiver_mismatch;
     // Most calls have few arguments: keep them on the stack.
     constexpr std::size_t inline_count = 8;
     std::array<Any, inline_count> small;
@@ -66,6 +70,7 @@ public:
 
   const I_Callable_Generic target;
   const Any self;
+  const Any receiver_mismatch; // the error, when `self` is not an instance the target applies to
 };
 
 } // namespace internal
@@ -263,7 +268,13 @@ void object_value_callable::set_defaults(std::vector<Any> defaults) {
 object_value_native_callable::object_value_native_callable(function fn, Signature signature, bool independent)
     : object_value_callable(std::move(signature), independent), m_fn(std::move(fn)) {}
 
-Any object_value_native_callable::invoke(std::span<const Any> args) const { return m_fn(args); }
+object_value_native_callable::object_value_native_callable(function_with_callable fn, Signature signature,
+                                                           bool independent)
+    : object_value_callable(std::move(signature), independent), m_fn_with_callable(std::move(fn)) {}
+
+Any object_value_native_callable::invoke(std::span<const Any> args) const {
+  return m_fn_with_callable ? m_fn_with_callable(*this, args) : m_fn(args);
+}
 
 object_value_callable_constant::object_value_callable_constant(Any value)
     : object_value_callable(Signature({}, Type(), 0), true), m_value(std::move(value)) {}
@@ -276,19 +287,45 @@ I_Callable_Generic internal::make_callable(object_value_native_callable::functio
                                                                            independent)));
 }
 
+I_Callable_Generic internal::make_callable(object_value_native_callable::function_with_callable fn,
+                                           Signature signature, bool independent) {
+  return I_Callable_Generic(unchecked, Any(new object_value_native_callable(std::move(fn), std::move(signature),
+                                                                           independent)));
+}
+
 I_Callable_Generic internal::make_constant_callable(const Any &value) {
   return I_Callable_Generic(unchecked, Any(new object_value_callable_constant(value)));
 }
 
-Error internal::bad_argument_error(std::size_t index, const Type &expected, const Any &value) {
-  return BadArgument(String::fromUtf8(fmt::format("Argument {} must be {}, not {}.", index + 1,
-                                                  expected.name().utf8View(),
-                                                  qualname(raw_class_of(value)).utf8View())));
+Error internal::bad_argument_error(const object_value_callable &callable, std::size_t index, const String &expected,
+                                  const Any &value) {
+  const auto parameters = callable.signature().parameters();
+  std::string name;
+  if (index < parameters.size()) {
+    name = parameters[index].name().toUtf8();
+    if (name == fmt::format("arg{}", index)) // a generated name says no more than the number
+      name.clear();
+  }
+  const auto integer_name = Integer::getType().name();
+  std::string actual = qualname(raw_class_of(value)).toUtf8();
+  if (Integer::isInstance(value) && expected.startsWith(integer_name)) // out of range: say which integer
+    actual = fmt::format("{} {}", actual, display(value).utf8View());
+  return BadArgument(String::fromUtf8(fmt::format("Argument {}{} must be {}, not {}.", index + 1,
+                                                  name.empty() ? std::string() : fmt::format(" ({})", name),
+                                                  expected.utf8View(), actual)));
+}
+
+String internal::integer_range_text(std::intmax_t min, std::uintmax_t max) {
+  return String::fromUtf8(fmt::format("{} from {} to {}", Integer::getType().name().utf8View(), min, max));
 }
 
 // --- calling ------------------------------------------------------------------
 
 namespace {
+const object_value_class *class_ptr_of(const Any &v) {
+  return v.get() ? v.get()->class_value() : None::getClass().value();
+}
+
 String callable_label(const I_Callable_Generic &c) {
   auto name = qualname(c);
   return name.empty() ? String(u"<function>") : name;
@@ -323,7 +360,30 @@ Result<None> complete_arguments(const object_value_callable *c, const I_Callable
   return None();
 }
 
+/// The error for a method given a first argument that is not an instance of the
+/// class that declares it; empty when the argument fits, or when the callable
+/// takes any value (an independent one, or one declared outside a class).
+Any receiver_mismatch(const object_value_callable *c, const Any &self) {
+  if (c->independent())
+    return {};
+  const Any context = c->context();
+  if (context.kind() != ObjectType::Class)
+    return {};
+  const auto *expected = static_cast<const object_value_class *>(context.get());
+  const auto *actual = class_ptr_of(self);
+  if (actual && actual->derives_from(expected))
+    return {};
+  const auto declaring = Class_Generic::unsafeFrom(context); // checked: the kind is Class
+  return BadArgument(String::fromUtf8(fmt::format("The method '{}' of '{}' applies to '{}' values, not to '{}'.",
+                                                  c->name().utf8View(), qualname(declaring).utf8View(),
+                                                  qualname(declaring).utf8View(),
+                                                  qualname(raw_class_of(self)).utf8View())));
+}
+
 Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> args) {
+  if (!args.empty())
+    if (auto mismatch = receiver_mismatch(c, args[0]))
+      return Error::unsafeFrom(mismatch);
   try {
     return Result<Any>(unchecked, c->invoke(args));
   } catch (...) {
@@ -443,7 +503,10 @@ I_Callable_Generic I_Callable_Generic::bindInstance(const Any &self) const {
     const auto required = static_cast<std::size_t>(std::max<std::int64_t>(0, sig.requiredParameterCount() - 1));
     bound_sig = Signature(std::move(params), sig.resultType(), required, sig.hasVariadicParameters());
   }
-  auto *bound = new object_value_bound_method(*this, self, bound_sig);
+  Any mismatch;
+  if (auto *c = native_callable(*this))
+    mismatch = receiver_mismatch(c, self);
+  auto *bound = new object_value_bound_method(*this, self, bound_sig, std::move(mismatch));
   I_Callable_Generic result(unchecked, Any(bound));
   auto defaults = this->defaults();
   if (defaults.size() > static_cast<std::size_t>(bound_sig.parameterCount()))

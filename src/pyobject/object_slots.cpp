@@ -8,6 +8,7 @@
 #include "convert/to_python.hpp"
 #include "language/cpython_language.hpp"
 #include "pyobject/kest_object.hpp"
+#include "pyobject/member_descriptor.hpp"
 #include "pyobject/type_for_class.hpp"
 
 #include <kest/kest.hpp>
@@ -19,6 +20,24 @@ namespace sarvode {
 using kest::internal::result_unwrap_lazy;
 
 std::string classDisplay(const kest::Any &value) { return kest::display(kest::raw_class_of(value)).toUtf8(); }
+
+PyObject *callWithPythonArguments(const kest::I_Callable_Generic &callable, PyObject *args, PyObject *kwargs,
+                                  Py_ssize_t first) {
+  std::vector<kest::Any> positional;
+  const Py_ssize_t n = args ? PyTuple_Size(args) : 0;
+  positional.reserve(static_cast<std::size_t>(std::max<Py_ssize_t>(n - first, 0)));
+  for (Py_ssize_t i = first; i < n; ++i)
+    positional.push_back(fromPython(PyTuple_GetItem(args, i)));
+  if (kwargs && PyDict_Size(kwargs) > 0) {
+    kest::HashMap named(kest::String::getType(), kest::Type());
+    PyObject *key = nullptr, *item = nullptr;
+    Py_ssize_t pos = 0;
+    while (PyDict_Next(kwargs, &pos, &key, &item))
+      (void)named.setChecked(fromPython(key), fromPython(item));
+    return toPythonLocked(result_unwrap_lazy(callable.callWithNamed(positional, named)));
+  }
+  return toPythonLocked(result_unwrap_lazy(callable.callWith(positional)));
+}
 
 void setRuntimeError(const kest::Any &error) {
   const auto message = kest::Error::isInstance(error) ? kest::Error::unsafeFrom(error).message().toUtf8()
@@ -158,6 +177,14 @@ PyObject *special_attribute(const kest::Any &value, std::string_view name, bool 
   return nullptr;
 }
 
+/// True when every class has a member of that name (the class of classes
+/// declares it), so that a class answers it for itself.
+bool member_of_classes(const kest::Any &cls, const kest::meta_property_untyped &name) {
+  const auto classes = kest::raw_class_of(cls);
+  return classes.definedProperty(name).is<kest::Property>() ||
+         classes.definedMethod(kest::meta_method_untyped(name.info(), false)).is<kest::I_Callable_Generic>();
+}
+
 PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     Py_ssize_t size = 0;
@@ -175,6 +202,14 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
       return PyObject_GenericGetAttr(self, py_name);
     }
     const kest::meta_property_untyped property_name(name);
+    if (value.kind() == kest::internal::ObjectType::Class && !member_of_classes(value, property_name)) {
+      // What a class's instances have, seen through the class: a descriptor, never
+      // a member run without an instance.
+      bool found = false;
+      PyObject *descriptor = instanceMemberDescriptor(kest::Class_Generic::unsafeFrom(value), name, found);
+      if (found)
+        return descriptor;
+    }
     if (auto property = kest::property_of(value, property_name); property.is<kest::Property>())
       return toPythonLocked(result_unwrap_lazy(property.as<kest::Property>().get(value)));
     const kest::meta_field_untyped field_name(property_name.info(), false);
@@ -198,6 +233,11 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
     if (!utf8)
       return -1; // the conversion's exception stays set
     const std::string_view name(utf8, static_cast<std::size_t>(size));
+    if (name == "__class__") {
+      // A host object's class is fixed, as for instances of Python's immutable types.
+      PyErr_SetString(PyExc_TypeError, "__class__ assignment only supported for mutable types or ModuleType subclasses");
+      return -1;
+    }
     const auto value = kestObjectValue(self);
     const kest::meta_property_untyped property_name(name);
     auto *instance = kest::internal::instance_of(value);
@@ -261,21 +301,7 @@ PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
       PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", kest::display(value).toUtf8().c_str());
       return nullptr;
     }
-    auto callable = kest::I_Callable_Generic::unsafeFrom(value);
-    std::vector<kest::Any> positional;
-    const Py_ssize_t n = args ? PyTuple_Size(args) : 0;
-    positional.reserve(static_cast<std::size_t>(n));
-    for (Py_ssize_t i = 0; i < n; ++i)
-      positional.push_back(fromPython(PyTuple_GetItem(args, i)));
-    if (kwargs && PyDict_Size(kwargs) > 0) {
-      kest::HashMap named(kest::String::getType(), kest::Type());
-      PyObject *key = nullptr, *item = nullptr;
-      Py_ssize_t pos = 0;
-      while (PyDict_Next(kwargs, &pos, &key, &item))
-        (void)named.setChecked(fromPython(key), fromPython(item));
-      return toPythonLocked(result_unwrap_lazy(callable.callWithNamed(positional, named)));
-    }
-    return toPythonLocked(result_unwrap_lazy(callable.callWith(positional)));
+    return callWithPythonArguments(kest::I_Callable_Generic::unsafeFrom(value), args, kwargs, 0);
   });
 }
 

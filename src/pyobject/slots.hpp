@@ -3,7 +3,7 @@
 
 #include "runtime/python.hpp"
 
-#include <kest/any.hpp>
+#include <kest/callable.hpp>
 
 #include <exception>
 #include <string>
@@ -39,6 +39,11 @@ template <class R, class F> R guarded(R failure, F &&body) {
 
 /// The display text of a value's class, for messages.
 std::string classDisplay(const kest::Any &value);
+
+/// Calls a host callable with the Python arguments of `args` from index `first`
+/// on (keyword arguments become named ones) and converts the result.
+PyObject *callWithPythonArguments(const kest::I_Callable_Generic &callable, PyObject *args, PyObject *kwargs,
+                                  Py_ssize_t first);
 
 /// Sets RuntimeError with the message of a host error.
 void setRuntimeError(const kest::Any &error);

@@ -244,7 +244,7 @@ TEST(BoundMethods, HaveOneParameterFewerAndPassTheInstance) {
   EXPECT_TRUE(bound.resultType().isSame(String::getClass()));
   EXPECT_EQ(text_of(bound(S("<"), Integer(2))), "<obj<obj");
   EXPECT_EQ(text_of(bound(S(">"))), ">obj"); // the default still fills the last parameter
-  EXPECT_EQ(error_text(bound(Integer(1))), "Argument 2 must be kest.String, not kest.Integer.");
+  EXPECT_EQ(error_text(bound(Integer(1))), "Argument 2 (prefix) must be kest.String, not kest.Integer.");
   EXPECT_EQ(error_text(bound.callWith({})), "Missing argument 'prefix' for describe.");
 }
 

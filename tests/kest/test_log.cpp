@@ -192,7 +192,7 @@ TEST(LogDynamic, LoggerLogMethodIsReachableByName) {
 
   auto wrong = log.callWith({logger, S("not a record")});
   ASSERT_TRUE(wrong.isError());
-  EXPECT_EQ(error_text(wrong), "Argument 2 must be kest.LogRecord, not kest.String.");
+  EXPECT_EQ(error_text(wrong), "Argument 2 (record) must be kest.LogRecord, not kest.String.");
   EXPECT_EQ(capture.records().size(), 2u);
 }
 
@@ -210,7 +210,7 @@ TEST(LogDynamic, CallingTheRecordClassConstructsARecord) {
 
   auto bad = I_Callable_Generic::unsafeFrom(cls)(S("thirty"), S("x"));
   ASSERT_TRUE(bad.isError());
-  EXPECT_EQ(error_text(bad), "Argument 1 must be kest.Integer, not kest.String.");
+  EXPECT_EQ(error_text(bad), "Argument 1 (level) must be kest.Integer, not kest.String.");
   auto sig = I_Callable_Generic::unsafeFrom(cls).signature();
   EXPECT_EQ(sig.toString().toUtf8(), "(level: Integer, message: String) -> LogRecord");
 }

@@ -144,7 +144,7 @@ TEST(KestModule, AtGetAndPut) {
   auto out_of_range = call_kest("at", {list, Integer(10)});
   ASSERT_TRUE(out_of_range.isError());
   EXPECT_EQ(error_text(out_of_range), "Index 10 is out of range for a sequence of length 3.");
-  EXPECT_EQ(error_text(call_kest("at", {list, S("1")})), "Argument 2 must be kest.Integer, not kest.String.");
+  EXPECT_EQ(error_text(call_kest("at", {list, S("1")})), "Argument 2 (index) must be kest.Integer, not kest.String.");
 
   HashMap map(String::getType(), Integer::getType());
   auto put = call_kest("put", {map, S("k"), Integer(5)});
@@ -161,7 +161,7 @@ TEST(KestModule, SignatureGivesTheSignatureText) {
   EXPECT_EQ(text_of(call_kest("signature", {add})), "(arg0: Integer, arg1: Integer) -> Integer");
   auto display_fn = I_Callable_Generic::unsafeFrom(kest_module().callables().find(S("display")));
   EXPECT_EQ(text_of(call_kest("signature", {display_fn})), "(value: Untyped) -> String");
-  EXPECT_EQ(error_text(call_kest("signature", {Integer(1)})), "Argument 1 must be kest.I_Callable, not kest.Integer.");
+  EXPECT_EQ(error_text(call_kest("signature", {Integer(1)})), "Argument 1 (f) must be kest.I_Callable, not kest.Integer.");
 }
 
 TEST(KestModule, CompareGivesTheOrderingNumber) {

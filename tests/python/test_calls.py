@@ -67,12 +67,12 @@ class BadArguments(unittest.TestCase):
                                  "Argument 'name' given twice for kest.demo.greet.")
 
     def test_argument_of_wrong_type(self):
-        self.assert_bad_argument(lambda: kest.demo.greet(1), "Argument 1 must be kest.String, not kest.Integer.")
+        self.assert_bad_argument(lambda: kest.demo.greet(1), "Argument 1 (name) must be kest.String, not kest.Integer.")
 
     def test_method_argument_of_wrong_type(self):
         shape = Shape("square", 1.0)
-        self.assert_bad_argument(lambda: shape.moved("far"), "Argument 2 must be kest.Float, not kest.String.")
-        self.assert_bad_argument(lambda: shape.describe(prefix=1), "Argument 2 must be kest.String, not kest.Integer.")
+        self.assert_bad_argument(lambda: shape.moved("far"), "Argument 2 (dx) must be kest.Float, not kest.String.")
+        self.assert_bad_argument(lambda: shape.describe(prefix=1), "Argument 2 (prefix) must be kest.String, not kest.Integer.")
 
     def test_method_given_too_many_arguments(self):
         shape = Shape("square", 1.0)
@@ -157,7 +157,7 @@ class Construction(unittest.TestCase):
     def test_class_refuses_arguments_of_wrong_type(self):
         with self.assertRaises(RuntimeError) as caught:
             Vector("a", 2)
-        self.assertEqual(caught.exception.kest.message, "Argument 1 must be kest.Float, not kest.String.")
+        self.assertEqual(caught.exception.kest.message, "Argument 1 (x) must be kest.Float, not kest.String.")
 
     def test_class_refuses_unknown_keyword(self):
         with self.assertRaises(RuntimeError) as caught:

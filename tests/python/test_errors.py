@@ -120,7 +120,7 @@ class DemoErrors(unittest.TestCase):
     def test_catching_bad_argument_by_the_class_exported_by_kest(self):
         with self.assertRaises(kest.BadArgument) as caught:
             kest.demo.greet(1)
-        self.assertEqual(caught.exception.kest.message, "Argument 1 must be kest.String, not kest.Integer.")
+        self.assertEqual(caught.exception.kest.message, "Argument 1 (name) must be kest.String, not kest.Integer.")
         with self.assertRaises(kest.BadArgument):
             Shape("hexagon", 1.0)
         with self.assertRaises(kest.demo.DemoError):
@@ -143,7 +143,7 @@ class OtherHostErrors(unittest.TestCase):
         self.assertIsInstance(error, RuntimeError)
         self.assertEqual(type(error).__name__, "BadArgument")
         self.assertEqual(type(error).__module__, "kest")
-        self.assertEqual(error.kest.message, "Argument 1 must be kest.String, not kest.Integer.")
+        self.assertEqual(error.kest.message, "Argument 1 (name) must be kest.String, not kest.Integer.")
 
     def test_bad_argument_and_demo_error_are_distinct_types(self):
         bad = type(raised_by(lambda: kest.demo.greet(1)))

@@ -133,11 +133,16 @@ private:
 class KEST_API object_value_native_callable : public object_value_callable {
 public:
   using function = std::function<Any(std::span<const Any>)>;
+  /// A function that also receives the callable it runs for (to name its
+  /// parameters in an error, for example).
+  using function_with_callable = std::function<Any(const object_value_callable &, std::span<const Any>)>;
   object_value_native_callable(function fn, Signature signature, bool independent);
+  object_value_native_callable(function_with_callable fn, Signature signature, bool independent);
   Any invoke(std::span<const Any> args) const override;
 
 private:
   function m_fn;
+  function_with_callable m_fn_with_callable;
 };
 
 /// A callable without parameters that returns one stored value.
@@ -161,6 +166,8 @@ KEST_API Parameter parameter_renamed(const Parameter &parameter, const String &n
 
 /// Makes a native callable from a function over raw arguments.
 KEST_API I_Callable_Generic make_callable(object_value_native_callable::function fn,
+                                          Signature signature, bool independent);
+KEST_API I_Callable_Generic make_callable(object_value_native_callable::function_with_callable fn,
                                           Signature signature, bool independent);
 /// A callable that returns `value` (independent, no parameters).
 KEST_API I_Callable_Generic make_constant_callable(const Any &value);

@@ -2,8 +2,10 @@
 /// Adapters that turn typed C++ functions into host callables.
 ///
 /// Each parameter is converted from the host value with `arg_traits<T>`; a value
-/// that does not fit gives a `BadArgument` error instead of a call. The result
-/// is converted with `result_traits<R>`; `void` gives None.
+/// that does not fit (another class, or an integer outside the range of `T`)
+/// gives a `BadArgument` error naming the parameter instead of a call; nothing
+/// is ever converted to a default. The result is converted with
+/// `result_traits<R>`; `void` gives None.
 
 #include <kest/boolean.hpp>
 #include <kest/callable.hpp>
@@ -12,15 +14,21 @@
 
 #include <concepts>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 namespace kest {
 namespace internal {
 
-/// The error for argument `index` that is not a `expected`.
-KEST_API Error bad_argument_error(std::size_t index, const Type &expected, const Any &value);
+/// The error for argument `index` of `callable` (whose parameter names it
+/// gives) that is not `expected` (a class name, or a range of integers).
+KEST_API Error bad_argument_error(const object_value_callable &callable, std::size_t index, const String &expected,
+                                  const Any &value);
+/// The text "kest.Integer from MIN to MAX".
+KEST_API String integer_range_text(std::intmax_t min, std::uintmax_t max);
 
 template <class T> struct arg_traits;
 
@@ -50,7 +58,19 @@ template <std::integral T>
   requires(!std::is_same_v<T, bool>)
 struct arg_traits<T> {
   static Type type() { return Integer::getType(); }
-  static bool fits(const Any &a) noexcept { return Integer::isInstance(a); }
+  /// An Integer whose value `T` holds exactly: no wrapping, no truncation.
+  static bool fits(const Any &a) noexcept {
+    if (!Integer::isInstance(a))
+      return false;
+    auto i = Integer::unsafeFrom(a);
+    return i.isSigned() ? std::in_range<T>(i.value()) : std::in_range<T>(i.unsignedValue());
+  }
+  static String expected(const Any &a) {
+    if (!Integer::isInstance(a))
+      return type().name();
+    return integer_range_text(static_cast<std::intmax_t>(std::numeric_limits<T>::min()),
+                              static_cast<std::uintmax_t>(std::numeric_limits<T>::max()));
+  }
   static T from(const Any &a) {
     auto i = Integer::unsafeFrom(a);
     if constexpr (std::is_signed_v<T>)
@@ -119,6 +139,15 @@ struct function_traits<R (C::*)(A...) const> : function_traits<R (*)(A...)> {};
 template <class C, class R, class... A>
 struct function_traits<R (C::*)(A...)> : function_traits<R (*)(A...)> {};
 
+/// What a parameter expects, for the error about `a`: its class name, unless
+/// the traits say more (integers name their range).
+template <class Traits> String expected_text(const Any &a) {
+  if constexpr (requires { Traits::expected(a); })
+    return Traits::expected(a);
+  else
+    return Traits::type().name();
+}
+
 template <class Args, std::size_t... I>
 std::vector<Parameter> parameters_of(std::index_sequence<I...>) {
   return {Parameter(String::fromUtf8("arg" + std::to_string(I)),
@@ -126,13 +155,15 @@ std::vector<Parameter> parameters_of(std::index_sequence<I...>) {
 }
 
 template <class F, class Args, std::size_t... I>
-Any invoke_typed(const F &f, std::span<const Any> args, std::index_sequence<I...>) {
+Any invoke_typed(const object_value_callable &self, const F &f, std::span<const Any> args,
+                 std::index_sequence<I...>) {
   std::size_t bad = sizeof...(I);
   ((bad == sizeof...(I) && !arg_traits<std::tuple_element_t<I, Args>>::fits(args[I]) ? bad = I : 0),
    ...);
   if (bad != sizeof...(I)) {
-    static const std::vector<Type (*)()> types{&arg_traits<std::tuple_element_t<I, Args>>::type...};
-    return bad_argument_error(bad, types[bad](), args[bad]);
+    static const std::vector<String (*)(const Any &)> expected{
+        &expected_text<arg_traits<std::tuple_element_t<I, Args>>>...};
+    return bad_argument_error(self, bad, expected[bad](args[bad]), args[bad]);
   }
   using R = std::invoke_result_t<const F &, std::tuple_element_t<I, Args>...>;
   if constexpr (std::is_void_v<R>) {
@@ -155,8 +186,8 @@ template <class F> I_Callable_Generic make_function(F f, bool independent = true
   constexpr auto seq = std::make_index_sequence<traits::arity>();
   Signature sig(internal::parameters_of<Args>(seq), &internal::result_traits<R>::type, traits::arity);
   return internal::make_callable(
-      [f = std::move(f)](std::span<const Any> args) -> Any {
-        return internal::invoke_typed<F, Args>(f, args, std::make_index_sequence<traits::arity>());
+      [f = std::move(f)](const internal::object_value_callable &self, std::span<const Any> args) -> Any {
+        return internal::invoke_typed<F, Args>(self, f, args, std::make_index_sequence<traits::arity>());
       },
       std::move(sig), independent);
 }
