@@ -363,10 +363,15 @@ PyObject *KestObject_dir(PyObject *self, PyObject *) {
     for (auto &p : kest::own_properties_of(value))
       if (!add(p.name()))
         return nullptr;
-    if (kest::Class_Generic::isInstance(value)) // a class offers its static members too
-      for (auto &p : kest::Class_Generic::unsafeFrom(value).definedProperties())
+    if (kest::Class_Generic::isInstance(value)) { // a class offers its instances' members too
+      auto own = kest::Class_Generic::unsafeFrom(value);
+      for (auto &p : own.definedProperties())
         if (!add(p.name()))
           return nullptr;
+      for (auto &m : own.definedMethods())
+        if (!add(m.name()))
+          return nullptr;
+    }
     return names.release();
   });
 }
