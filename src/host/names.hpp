@@ -7,6 +7,8 @@ namespace sarvode::names {
 
 /// Hidden field holding the address of a wrapped Python object.
 const kest::meta_field_untyped &pyobj();
+/// Hidden field marking a wrapped Python object that sandboxed code handed over.
+const kest::meta_field_untyped &sandboxed();
 /// Meta-property with the default values of a function's parameters.
 const kest::meta_property_untyped &defaults();
 /// Hidden field with a function's declared result type.

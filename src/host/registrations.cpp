@@ -19,6 +19,10 @@ const kest::meta_field_untyped &names::pyobj() {
   static const kest::meta_field_untyped name("$_pyobj");
   return name;
 }
+const kest::meta_field_untyped &names::sandboxed() {
+  static const kest::meta_field_untyped name("$_sandboxed");
+  return name;
+}
 const kest::meta_property_untyped &names::defaults() {
   static const kest::meta_property_untyped name("$$defaults");
   return name;
@@ -72,7 +76,7 @@ module_members &members() {
 
 const bool g_registered = [] {
   // Touch the name objects so that they exist before any handler runs.
-  (void)names::pyobj(), (void)names::defaults(), (void)names::result_type(), (void)names::sign(),
+  (void)names::pyobj(), (void)names::sandboxed(), (void)names::defaults(), (void)names::result_type(), (void)names::sign(),
       (void)names::import_all_modules();
   (void)members();
   kest::internal::add_init_handler(2, [] { (void)cpythonLanguageClass(); });

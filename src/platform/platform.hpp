@@ -26,6 +26,10 @@ using audit_hook_fn = int (*)(const char *, PyObject *, void *);
 using add_audit_hook_fn = int (*)(audit_hook_fn, void *);
 add_audit_hook_fn find_add_audit_hook();
 
+/// True when the memory at `address` is mapped writable (a table of the
+/// interpreter's that the sandbox patches must be, or it is left alone).
+bool is_writable(const void *address);
+
 /// Makes the loaded interpreter library's symbols visible to the extension
 /// modules it loads later (they do not link it themselves).
 void make_interpreter_symbols_global();

@@ -6,7 +6,10 @@
 
 #include <dlfcn.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 #include <string_view>
 
 namespace sarvode::platform {
@@ -72,6 +75,23 @@ void make_interpreter_symbols_global() {
     return;
   // Kept open on purpose: the promotion to the global scope lasts while the handle lives.
   (void)dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
+}
+
+bool is_writable(const void *address) {
+  // Each line of the map: "start-end perms offset dev inode path", addresses in hex.
+  const auto target = reinterpret_cast<std::uintptr_t>(address);
+  std::ifstream maps("/proc/self/maps");
+  std::string range, perms, rest;
+  while (maps >> range >> perms && std::getline(maps, rest)) {
+    const auto dash = range.find('-');
+    if (dash == std::string::npos)
+      continue;
+    const auto start = std::stoull(range.substr(0, dash), nullptr, 16);
+    const auto end = std::stoull(range.substr(dash + 1), nullptr, 16);
+    if (target >= start && target < end)
+      return perms.size() > 1 && perms[1] == 'w';
+  }
+  return false;
 }
 
 } // namespace sarvode::platform

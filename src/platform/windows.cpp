@@ -84,4 +84,12 @@ void make_interpreter_symbols_global() {
   (void)interpreter_module();
 }
 
+bool is_writable(const void *address) {
+  MEMORY_BASIC_INFORMATION info{};
+  if (VirtualQuery(address, &info, sizeof info) == 0 || info.State != MEM_COMMIT)
+    return false;
+  constexpr DWORD writable = PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+  return (info.Protect & writable) != 0;
+}
+
 } // namespace sarvode::platform

@@ -1,13 +1,18 @@
 // CPythonObject: its class and the Python object it holds.
 //
 // The object's address lives in the hidden Integer field `$_pyobj`; the
-// instance owns one strong reference to it. The host-side protocols of the
+// instance owns one strong reference to it. The hidden Boolean field
+// `$_sandboxed` marks an object that sandboxed code handed over: entering it
+// later, and releasing it, happen inside a sandbox scope. The host-side protocols of the
 // class (properties, methods, display, comparison) join with the proxies.
 
 #include "proxies/cpython_object.hpp"
 
 #include "host/names.hpp"
+#include "proxies/python_entry.hpp"
+#include "runtime/sandbox.hpp"
 
+#include <kest/boolean.hpp>
 #include <kest/builders.hpp>
 #include <kest/instance.hpp>
 #include <kest/integer.hpp>
@@ -15,6 +20,7 @@
 #include <kest/reflection.hpp>
 
 #include <mutex>
+#include <optional>
 
 namespace sarvode {
 
@@ -33,16 +39,36 @@ PyObject *stored_object(const kest::Any &value) {
   return reinterpret_cast<PyObject *>(static_cast<std::intptr_t>(kest::Integer::unsafeFrom(slot).value()));
 }
 
-void finalise(kest::internal::object_value_instance &instance) {
-  auto field = instance.class_value()->find_field(names::pyobj().info());
+/// The index of a field of the class, if it has one.
+std::optional<std::size_t> field_index(const kest::internal::object_value_class *cls, const kest::meta_field_untyped &name) {
+  auto field = cls->find_field(name.info());
   if (!field)
+    return std::nullopt;
+  return kest::Field::unsafeFrom(field).index();
+}
+
+bool sandboxed_instance(const kest::internal::object_value_instance &instance) {
+  auto index = field_index(instance.class_value(), names::sandboxed());
+  if (!index)
+    return false;
+  kest::Any flag = instance.field(*index);
+  return kest::Boolean::isInstance(flag) && kest::Boolean::unsafeFrom(flag).value();
+}
+
+void finalise(kest::internal::object_value_instance &instance) {
+  auto index = field_index(instance.class_value(), names::pyobj());
+  if (!index)
     return;
-  kest::Any slot = instance.exchange_field(kest::Field::unsafeFrom(field).index(), kest::Any());
-  if (kest::Integer::isInstance(slot))
-    if (auto *object = reinterpret_cast<PyObject *>(static_cast<std::intptr_t>(kest::Integer::unsafeFrom(slot).value()))) {
-      py::gil lock;
-      Py_DecRef(object);
-    }
+  kest::Any slot = instance.exchange_field(*index, kest::Any());
+  if (!kest::Integer::isInstance(slot))
+    return;
+  auto *object = reinterpret_cast<PyObject *>(static_cast<std::intptr_t>(kest::Integer::unsafeFrom(slot).value()));
+  if (!object || !Py_IsInitialized())
+    return; // after the interpreter ended there is nothing left to release
+  // The release may run the object's __del__: code that sandboxed code made
+  // stays sandboxed, on whichever thread drops the last host reference.
+  PythonEntry entry(sandboxed_instance(instance));
+  Py_DecRef(object);
 }
 
 kest::internal::class_declaration g_declaration("CPythonObject", [](kest::internal::class_builder_base &b) {
@@ -52,6 +78,7 @@ kest::internal::class_declaration g_declaration("CPythonObject", [](kest::intern
   b.add_entry(builder::doc_entry(kest::String(u"Proxy wrapper around of 'PyObject'.")));
   b.add_entry(builder::base_entry(kest::I_RuntimeOnly::getClass()));
   b.add_entry(builder::field_entry(names::pyobj().string(), 0, &kest::Integer::getType));
+  b.add_entry(builder::field_entry(names::sandboxed().string(), 0, &kest::Boolean::getType));
   b.add_entry(builder::flags_entry(kest::class_flags::python_backed));
   b.add_entry(builder::finaliser_entry(&finalise));
 });
@@ -94,8 +121,16 @@ kest::Any newCPythonObject(PyObject *object) {
   auto instance = cpythonObjectClass().allocateInstance();
   if (instance.isError())
     return instance;
+  if (sandboxActive())
+    (void)kest::Any(instance).setFieldValue(names::sandboxed(), kest::Boolean(true));
   setPythonObject(instance, object);
   return instance;
+}
+
+bool isSandboxedWrapper(const kest::Any &wrapper) {
+  kest::Any v = kest::internal::unwrap(wrapper);
+  auto *instance = kest::internal::instance_of(v);
+  return instance && isPythonBacked(v) && sandboxed_instance(*instance);
 }
 
 } // namespace sarvode

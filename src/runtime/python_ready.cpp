@@ -8,6 +8,7 @@
 #include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
 #include "runtime/sandbox.hpp"
+#include "runtime/sandbox_guards.hpp"
 
 #include <kest/list.hpp>
 
@@ -34,6 +35,8 @@ void start_interpreter() {
   if (auto add_hook = platform::find_add_audit_hook())
     g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
   Py_InitializeEx(0);
+  if (g_hook_installed)
+    installSandboxGuards(); // before any code but the interpreter's own start-up runs
   // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.
   auto &pending = pending_paths();
   for (auto &path : pending.copyItems())

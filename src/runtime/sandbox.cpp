@@ -45,8 +45,11 @@ constexpr const char *blocked_events[] = {
     "resource.setrlimit",
     // Threads, libraries, hooks; from 3.13 threads start through start_joinable_thread
     "_thread.start_new_thread", "_thread.start_joinable_thread", "os.add_dll_directory", "sys.addaudithook",
+    // Sub-interpreters: creating one from a sandboxed thread cannot succeed and
+    // must not take the process down on the way
+    "cpython.PyInterpreterState_New",
 };
-static_assert(std::size(blocked_events) == 84);
+static_assert(std::size(blocked_events) == 85);
 
 const std::unordered_set<std::string_view> &blocked_set() {
   static const std::unordered_set<std::string_view> set = [] {
@@ -111,7 +114,7 @@ int sandboxAuditHook(const char *event, PyObject *args, void *) {
   if (std::string_view(event) == "open" && judge_open(args) < 0)
     return -1;
   if (blocked_set().count(event) != 0)
-    return block("operation blocked in sandbox");
+    return block(operationBlockedMessage);
   return 0;
 }
 

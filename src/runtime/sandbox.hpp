@@ -22,6 +22,9 @@ private:
   PyObject *m_saved_dont_write_bytecode = nullptr; // owned; null when the attribute did not exist
 };
 
+/// The message of every blocked operation but a write through "open".
+inline constexpr const char *operationBlockedMessage = "operation blocked in sandbox";
+
 /// The audit hook: 0 lets an event pass; -1 with PermissionError stops it.
 int sandboxAuditHook(const char *event, PyObject *args, void *userData);
 

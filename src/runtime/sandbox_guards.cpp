@@ -1,0 +1,175 @@
+// Guards for the interpreter's functions that act outside the sandbox without
+// raising an audit event: process creation through _posixsubprocess, special
+// files, signals to the process, ending it, sub-interpreters, and (on 3.11)
+// starting a thread.
+//
+// A guard takes the place of the function in its module's method table, the
+// static PyMethodDef array that every function object of that name points at.
+// So it holds whichever route reaches the function: `os.mknod` and
+// `posix.mknod`, a reference taken before the guard was set, a module object
+// made again after it was removed from sys.modules, and calls from C. Outside
+// a sandbox scope the guard calls the original at once.
+
+#include "runtime/sandbox_guards.hpp"
+
+#include "platform/platform.hpp"
+#include "runtime/sandbox.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace sarvode {
+
+namespace {
+struct guarded_function {
+  const char *module;
+  const char *name;
+};
+
+constexpr guarded_function guarded_functions[] = {
+    // Processes: subprocess and multiprocessing reach fork_exec after their own
+    // audit event, which code calling the module directly skips.
+    {"_posixsubprocess", "fork_exec"},
+    // Special files.
+    {"posix", "mknod"},
+    {"posix", "mkfifo"},
+    // Ending the process, or sending it a signal now or later.
+    {"posix", "abort"},
+    {"posix", "_exit"},
+    {"_signal", "raise_signal"},
+    {"_signal", "alarm"},
+    {"_signal", "setitimer"},
+    // Changing how the process answers signals.
+    {"_signal", "signal"},
+    {"_signal", "siginterrupt"},
+    {"_signal", "set_wakeup_fd"},
+    {"_signal", "pthread_sigmask"},
+    {"faulthandler", "enable"},
+    {"faulthandler", "register"},
+    {"faulthandler", "dump_traceback_later"},
+    // Crashing on purpose (the interpreter's own test helpers).
+    {"faulthandler", "_sigsegv"},
+    {"faulthandler", "_sigabrt"},
+    {"faulthandler", "_sigfpe"},
+    {"faulthandler", "_read_null"},
+    {"faulthandler", "_fatal_error"},
+    {"faulthandler", "_fatal_error_c_thread"},
+    {"faulthandler", "_stack_overflow"},
+    // Sub-interpreters: the audit event stops their creation too, but these
+    // modules report that as a RuntimeError of their own.
+    {"_xxsubinterpreters", "create"},
+    {"_interpreters", "create"},
+    // Threads: code on a new thread would run outside the per-thread switch.
+    // Python 3.11 raises no audit event for these.
+    {"_thread", "start_new_thread"},
+    {"_thread", "start_new"},
+    {"_thread", "start_joinable_thread"},
+};
+
+constexpr std::size_t max_guards = 32;
+
+// The calling conventions of module functions, by their flags.
+using function_o = PyObject *(*)(PyObject *, PyObject *);                        // VARARGS, NOARGS, O
+using function_kw = PyObject *(*)(PyObject *, PyObject *, PyObject *);           // VARARGS | KEYWORDS
+using function_fast = PyObject *(*)(PyObject *, PyObject *const *, Py_ssize_t); // FASTCALL
+using function_fast_kw = PyObject *(*)(PyObject *, PyObject *const *, Py_ssize_t, PyObject *); // FASTCALL | KEYWORDS
+
+/// Function pointers change type through `void (*)()`, as the interpreter's own
+/// method tables do: the flags say which type a PyCFunction really has.
+template <class To, class From> To function_cast(From f) {
+  return reinterpret_cast<To>(reinterpret_cast<void (*)()>(f));
+}
+
+/// The original function of each guard, written once at start-up before any
+/// other code runs, read afterwards.
+std::array<PyCFunction, max_guards> g_originals{};
+
+PyObject *refuse() {
+  PyErr_SetString(PyExc_PermissionError, operationBlockedMessage);
+  return nullptr;
+}
+
+template <std::size_t N> struct guard {
+  static PyObject *o(PyObject *self, PyObject *arg) {
+    return sandboxActive() ? refuse() : function_cast<function_o>(g_originals[N])(self, arg);
+  }
+  static PyObject *kw(PyObject *self, PyObject *args, PyObject *kwargs) {
+    return sandboxActive() ? refuse() : function_cast<function_kw>(g_originals[N])(self, args, kwargs);
+  }
+  static PyObject *fast(PyObject *self, PyObject *const *args, Py_ssize_t n) {
+    return sandboxActive() ? refuse() : function_cast<function_fast>(g_originals[N])(self, args, n);
+  }
+  static PyObject *fast_kw(PyObject *self, PyObject *const *args, Py_ssize_t n, PyObject *names) {
+    return sandboxActive() ? refuse() : function_cast<function_fast_kw>(g_originals[N])(self, args, n, names);
+  }
+};
+
+struct guard_set {
+  PyCFunction o, kw, fast, fast_kw;
+};
+
+template <std::size_t... N> std::array<guard_set, max_guards> make_guards(std::index_sequence<N...>) {
+  return {guard_set{function_cast<PyCFunction>(&guard<N>::o), function_cast<PyCFunction>(&guard<N>::kw),
+                    function_cast<PyCFunction>(&guard<N>::fast),
+                    function_cast<PyCFunction>(&guard<N>::fast_kw)}...};
+}
+
+const std::array<guard_set, max_guards> g_guards = make_guards(std::make_index_sequence<max_guards>());
+
+/// The guard of slot `n` with the calling convention of `flags`.
+PyCFunction guard_for(std::size_t n, int flags) {
+  const auto &set = g_guards[n];
+  if (flags & METH_FASTCALL)
+    return (flags & METH_KEYWORDS) ? set.fast_kw : set.fast;
+  return (flags & METH_KEYWORDS) ? set.kw : set.o;
+}
+
+std::size_t g_used = 0;
+
+/// Puts guards in place of the named functions of one module's method table.
+void guard_module(const char *module_name) {
+  auto module = py::object::steal(PyImport_ImportModule(module_name));
+  if (!module) {
+    PyErr_Clear(); // a module this build lacks has nothing to guard
+    return;
+  }
+  PyModuleDef *def = PyModule_GetDef(module.get());
+  if (!def || !def->m_methods) {
+    PyErr_Clear();
+    return;
+  }
+  for (PyMethodDef *method = def->m_methods; method->ml_name; ++method) {
+    for (const auto &g : guarded_functions) {
+      if (std::strcmp(g.module, module_name) != 0 || std::strcmp(g.name, method->ml_name) != 0)
+        continue;
+      if (g_used == max_guards || (method->ml_flags & METH_METHOD) || !platform::is_writable(&method->ml_meth))
+        continue;
+      g_originals[g_used] = method->ml_meth;
+      method->ml_meth = guard_for(g_used, method->ml_flags);
+      ++g_used;
+    }
+  }
+}
+} // namespace
+
+void installSandboxGuards() {
+  static_assert(std::size(guarded_functions) <= max_guards);
+  static bool installed = false; // guarded by the interpreter lock
+  if (std::exchange(installed, true))
+    return;
+  std::string_view done[std::size(guarded_functions)];
+  std::size_t count = 0;
+  for (const auto &g : guarded_functions) {
+    if (std::find(done, done + count, std::string_view(g.module)) != done + count)
+      continue;
+    done[count++] = g.module;
+    guard_module(g.module);
+  }
+}
+
+std::size_t sandboxGuardCount() noexcept { return g_used; }
+
+} // namespace sarvode

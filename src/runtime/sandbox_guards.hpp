@@ -1,0 +1,19 @@
+#pragma once
+// Guards for the interpreter functions that act outside the sandbox without an
+// audit event (process creation, special files, signals, ending the process).
+
+#include "runtime/python.hpp"
+
+#include <cstddef>
+
+namespace sarvode {
+
+/// Puts a guard in place of each such function, once, before any other code
+/// runs; a guarded function raises PermissionError while a SandboxScope lives
+/// on the calling thread. The caller holds the interpreter lock.
+void installSandboxGuards();
+
+/// How many functions are guarded (for tests).
+std::size_t sandboxGuardCount() noexcept;
+
+} // namespace sarvode
