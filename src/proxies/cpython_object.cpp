@@ -9,6 +9,7 @@
 #include "proxies/cpython_object.hpp"
 
 #include "host/names.hpp"
+#include "proxies/cpython_object_members.hpp"
 #include "proxies/python_entry.hpp"
 #include "runtime/sandbox.hpp"
 
@@ -81,10 +82,19 @@ kest::internal::class_declaration g_declaration("CPythonObject", [](kest::intern
   b.add_entry(builder::field_entry(names::sandboxed().string(), 0, &kest::Boolean::getType));
   b.add_entry(builder::flags_entry(kest::class_flags::python_backed));
   b.add_entry(builder::finaliser_entry(&finalise));
+  for (auto &member : cpythonObjectMembers())
+    b.add_entry(member);
 });
 } // namespace
 
-kest::Class_Generic cpythonObjectClass() { return g_declaration.get(); }
+kest::Class_Generic cpythonObjectClass() {
+  static const kest::Class_Generic cls = [] {
+    auto c = g_declaration.get();
+    installCPythonObjectHooks(c);
+    return c;
+  }();
+  return cls;
+}
 
 bool isPythonBacked(const kest::Any &value) {
   kest::Any v = kest::internal::unwrap(value);
@@ -117,15 +127,22 @@ void setPythonObject(const kest::Any &wrapper, PyObject *object) {
     }
 }
 
-kest::Any newCPythonObject(PyObject *object) {
-  auto instance = cpythonObjectClass().allocateInstance();
+void initialisePythonWrapper(const kest::Any &wrapper, PyObject *object) {
+  if (sandboxActive())
+    (void)wrapper.setFieldValue(names::sandboxed(), kest::Boolean(true));
+  setPythonObject(wrapper, object);
+}
+
+kest::Any newPythonWrapper(const kest::Class_Generic &cls, PyObject *object) {
+  auto instance = cls.allocateInstance();
   if (instance.isError())
     return instance;
-  if (sandboxActive())
-    (void)kest::Any(instance).setFieldValue(names::sandboxed(), kest::Boolean(true));
-  setPythonObject(instance, object);
-  return instance;
+  kest::Any wrapper(instance);
+  initialisePythonWrapper(wrapper, object);
+  return wrapper;
 }
+
+kest::Any newCPythonObject(PyObject *object) { return newPythonWrapper(cpythonObjectClass(), object); }
 
 bool isSandboxedWrapper(const kest::Any &wrapper) {
   kest::Any v = kest::internal::unwrap(wrapper);
