@@ -51,7 +51,17 @@ def _line_editing(names, history):
         import rlcompleter
     except ImportError:
         return None
-    readline.set_completer(rlcompleter.Completer(names).complete)
+    completer = rlcompleter.Completer(names)
+
+    def complete(text, state):
+        # Looking at attributes must not print warnings into the input line.
+        import warnings
+
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            return completer.complete(text, state)
+
+    readline.set_completer(complete)
     if "libedit" in (readline.__doc__ or ""):
         readline.parse_and_bind("bind ^I rl_complete")
     else:
