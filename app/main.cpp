@@ -1,25 +1,27 @@
 // sarvode: the host application. It loads its extensions, runs their start-up
 // handlers, and runs Python through the host's language interface: a script
-// file, code (-c), an expression (-e), or an interactive console.
+// file, a module (-m), the standard input (-), code (-c), an expression (-e),
+// or an interactive console.
 
-#include "console.hpp"
+#include "command_line.hpp"
 #include "demo/demo_module.hpp"
 #include "extensions.hpp"
 #include "model_report.hpp"
+#include "process_signals.hpp"
 #include "python_runner.hpp"
+#include "script_runner.hpp"
+#include "user_folder.hpp"
 
 #include <kest/init.hpp>
 
 #include <CLI/CLI.hpp>
 
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <unistd.h>
 
 namespace {
-// Exit statuses: 0 success, 1 an evaluation error (from run_and_report), 2 a
-// usage error, 3 an extension that could not be loaded.
+// Exit statuses of sarvode itself: 2 a usage error, 3 an extension that could
+// not be loaded. The others are those of the Python code, as python3 gives them.
 constexpr int exit_usage = 2;
 constexpr int exit_extension_failed = 3;
 
@@ -28,46 +30,63 @@ int usage_error(const std::string &message) {
   return exit_usage;
 }
 
-/// sys.argv for a script: the file, then its arguments.
-void set_argv(const kest::I_Language &language, const std::vector<std::string> &argv) {
-  std::vector<kest::Any> items;
-  for (const auto &arg : argv)
-    items.emplace_back(kest::String::fromUtf8(arg));
-  kest::HashMap locals(kest::String::getType(), kest::Type());
-  (void)locals.setChecked(kest::String(u"argv"), kest::Tuple(std::move(items)));
-  kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
-  (void)language.evaluate(kest::String(u"import sys\nsys.argv = list(argv)"), scope);
+/// -c and -e: the host's own evaluation; its result printed as print() would.
+int evaluate_and_show(const kest::I_Language &language, const std::string &code, bool expression,
+                      const sarvode::run_options &options) {
+  if (!expression)
+    if (const int status = sarvode::check_syntax(language, options, code); status != 0)
+      return status;
+  const auto value = sarvode::evaluate(language, code, expression, options);
+  if (kest::Error::isInstance(value)) {
+    sarvode::print_error(std::cerr, "<string>", kest::Error::unsafeFrom(value));
+    return 1;
+  }
+  return sarvode::show_value(language, options, value);
 }
 } // namespace
 
 int main(int argc, char **argv) {
+  // Before anything can write: a closed pipe must fail a write, not end us.
+  sarvode::ignore_write_signals();
+
+  std::vector<std::string> arguments(argv, argv + argc);
+  const auto target = sarvode::split_script_target(arguments);
+  std::vector<const char *> own_arguments;
+  for (const auto &argument : arguments)
+    own_arguments.push_back(argument.c_str());
+
   CLI::App app{"sarvode - a host application with a dynamic object model and a Python language.\n"
-               "Runs FILE as Python statements (a top-level 'return' gives the result), or CODE, or EXPR;\n"
-               "with no arguments on a terminal it opens a console.",
+               "Runs FILE, a module (-m) or the standard input (-) as python3 does; or CODE (statements\n"
+               "whose 'return' gives the result) or EXPR; with no arguments on a terminal it opens a console.",
                "sarvode"};
   bool show_version = false, show_model = false, interactive = false;
-  std::string code, expression;
+  std::string code, expression, module_name;
   sarvode::run_options options;
   std::string extensions_dir = sarvode::default_extensions_directory();
   app.add_flag("--version", show_version, "Print the version and exit");
   app.add_flag("--show-model", show_model, "Print the modules, classes and functions of the object model");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
   auto *c = app.add_option("-c", code, "Run CODE as Python statements");
-  auto *e = app.add_option("-e", expression, "Evaluate EXPR as a Python expression");
+  auto *e = app.add_option("-e", expression, "Evaluate EXPR as a Python expression and print it");
+  app.add_option("-m", module_name, "Run library module MODULE as a script; the arguments after it are its own");
   app.add_flag("-i", interactive, "Open the interactive console");
   app.add_flag("--sandbox", options.sandbox, "Run in the read-only sandbox");
   app.add_flag("--show-class", options.show_class, "Print the result's qualified class name before it");
+  app.footer("FILE [ARG...]   run FILE as __main__ (a folder or zip archive with __main__.py too)\n"
+             "- [ARG...]      run the script read from standard input");
   app.prefix_command(); // FILE and everything after it belong to the script
   try {
-    app.parse(argc, argv);
+    app.parse(static_cast<int>(own_arguments.size()), own_arguments.data());
   } catch (const CLI::ParseError &error) {
     const int status = app.exit(error);
     return status == 0 ? 0 : exit_usage;
   }
   const auto script = app.remaining();
-  const int modes = (c->count() > 0) + (e->count() > 0) + (!script.empty()) + interactive;
+  const int modes = (c->count() > 0) + (e->count() > 0) + (!script.empty()) + interactive + target.has_value();
   if (modes > 1)
-    return usage_error("use only one of FILE, -c, -e and -i (see --help)");
+    return usage_error("use only one of FILE, -m, -, -c, -e and -i (see --help)");
+  if (!script.empty() && access(script.front().c_str(), R_OK) != 0)
+    return usage_error("cannot read " + script.front());
 
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {
@@ -87,26 +106,36 @@ int main(int argc, char **argv) {
   }
   auto language = sarvode::python_language();
   if (!language) {
-    std::cerr << "sarvode: the Python extension registered no Python language\n";
+    std::cerr << "sarvode: the Python language extension registered no Python language\n";
     return exit_extension_failed;
   }
+
+  std::vector<std::string> request;
+  if (target && target->what == sarvode::script_target::kind::module)
+    request = {"module", target->name};
+  else if (target)
+    request = {"stdin", "-"};
+  else if (!script.empty())
+    request = {"file", script.front()};
+  else if (c->count() == 0 && e->count() == 0 && !interactive && !isatty(STDIN_FILENO))
+    request = {"stdin", ""}; // a script piped in, as python3 runs it
+  else if (c->count() == 0 && e->count() == 0)
+    request = {"console", sarvode::console_history_file()};
+  if (target)
+    request.insert(request.end(), target->args.begin(), target->args.end());
+  else if (!script.empty())
+    request.insert(request.end(), script.begin() + 1, script.end());
+
+  int status = 0;
   if (c->count() > 0)
-    return sarvode::run_and_report(*language, "<string>", code, false, {}, options, std::cout, std::cerr);
-  if (e->count() > 0)
-    return sarvode::run_and_report(*language, "<string>", expression, true, {}, options, std::cout, std::cerr);
-  if (!script.empty()) {
-    std::ifstream file(script.front(), std::ios::binary);
-    if (!file)
-      return usage_error("cannot read " + script.front());
-    std::ostringstream text;
-    text << file.rdbuf();
-    set_argv(*language, script);
-    return sarvode::run_and_report(*language, script.front(), text.str(), false, {}, options, std::cout, std::cerr);
-  }
-  if (interactive || isatty(STDIN_FILENO))
-    return sarvode::run_console(*language, options, std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) != 0);
-  // Statements piped in on standard input.
-  std::ostringstream text;
-  text << std::cin.rdbuf();
-  return sarvode::run_and_report(*language, "<stdin>", text.str(), false, {}, options, std::cout, std::cerr);
+    status = evaluate_and_show(*language, code, false, options);
+  else if (e->count() > 0)
+    status = evaluate_and_show(*language, expression, true, options);
+  else
+    status = sarvode::run_request(*language, options, request);
+  status = sarvode::finish_run(*language, options, status);
+  std::cout.flush();
+  if (status == sarvode::status_interrupted)
+    return sarvode::end_by_interrupt();
+  return status;
 }

@@ -21,4 +21,4 @@ try:
     drawing[0].explode()
 except DemoError as e:
     print("caught the host's DemoError:", e.kest.message)
-return round(drawing.totalArea(), 3)
+print("total area:", round(drawing.totalArea(), 3))

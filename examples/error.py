@@ -1,5 +1,5 @@
-# A runtime error raised two calls deep: the host reports the line of the
-# innermost frame, relative to this file.
+# A runtime error raised two calls deep: sarvode names the innermost line of
+# this file, then prints Python's traceback.
 def outer():
     return inner()
 

@@ -1,6 +1,6 @@
 # Reading works in the sandbox; writing does not.
 import os
-print("can read this file:", len(open(__file__ if "__file__" in globals() else "examples/sandbox.py").read()) > 0)
+print("can read this file:", len(open(__file__).read()) > 0)
 try:
     open("sandbox-output.txt", "w")
 except PermissionError as e:
@@ -9,4 +9,4 @@ try:
     os.remove("nothing-to-remove")
 except PermissionError as e:
     print("removing a file:", e)
-return "sandbox held"
+print("sandbox held")

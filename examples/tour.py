@@ -11,5 +11,6 @@ print("host modules seen by Python:", sorted(name for name in ("kest", "python")
 total = sum(x * x for x in range(10))
 print("sum of squares below 10:", total)
 
-# The value the script returns is printed by the host.
-return {"squares": total, "argv": len(sys.argv)}["squares"]
+# A script runs as __main__, the way python3 runs it.
+if __name__ == "__main__":
+    print("running as", __name__, "from", __file__.rsplit("/", 1)[-1])

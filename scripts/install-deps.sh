@@ -28,6 +28,7 @@ PACKAGES=(
   pybind11-dev
   clang-14
   libclang-rt-14-dev
+  tmux
 )
 
 dry_run=0

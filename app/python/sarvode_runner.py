@@ -1,0 +1,300 @@
+# The Python side of the sarvode command line. sarvode compiles this file into
+# itself and runs it through the host's Python language, so the sandbox, the
+# search paths and the host modules apply. It runs a script, a module, the
+# standard input or the console the way python3 does, and ends a run the way
+# python3 does (threads joined, exit handlers run, output flushed).
+#
+# Every function returns an exit status for the host: 0..255, or INTERRUPTED
+# when KeyboardInterrupt ended the run (the host then ends by SIGINT, as
+# python3 does, which a shell shows as 130).
+
+import os
+import signal
+import sys
+
+INTERRUPTED = -int(signal.SIGINT)
+# The host compiles each of its Python modules under a name of this form.
+RUNNER_FILE_PREFIX = "<sarvode "
+
+
+def _python_of_this_installation():
+    """The interpreter program of the embedded Python's own installation and
+    version, found from its prefix; '' when there is none (as python3 leaves
+    sys.executable when it cannot tell)."""
+    prefix = sys.base_exec_prefix
+    if os.name == "nt":
+        candidates = [os.path.join(prefix, "python.exe")]
+    else:
+        major, minor = sys.version_info[:2]
+        folder = os.path.join(prefix, "bin")
+        exact = os.path.join(folder, f"python{major}.{minor}")
+        candidates = [exact]
+        # python3 only when it is the same program (a link to the exact name).
+        for name in (f"python{major}", "python"):
+            other = os.path.join(folder, name)
+            if os.path.exists(exact) or not os.path.exists(other):
+                continue
+            if os.path.basename(os.path.realpath(other)) == f"python{major}.{minor}":
+                candidates.append(other)
+    for candidate in candidates:
+        if os.path.isfile(candidate) and os.access(candidate, os.X_OK):
+            return candidate
+    return ""
+
+
+def _prepare():
+    # The interpreter starts without Python's own signal handlers; sarvode owns
+    # its signals and wants Ctrl-C to raise KeyboardInterrupt, as in python3.
+    # (The host itself ignores SIGPIPE and SIGXFSZ before Python starts.)
+    import threading
+
+    # A SIGINT ignored from the start stays ignored, as python3 leaves it.
+    if threading.current_thread() is threading.main_thread():
+        if signal.getsignal(signal.SIGINT) is not signal.SIG_IGN:
+            signal.signal(signal.SIGINT, signal.default_int_handler)
+    executable = _python_of_this_installation()
+    sys.executable = executable
+    if hasattr(sys, "_base_executable"):
+        sys._base_executable = executable  # multiprocessing and venv read it
+
+
+_prepare()
+
+
+# ---------------------------------------------------------------------------
+# Errors: a compiler-style first line, then Python's own traceback.
+
+
+def _trimmed(tb):
+    """The traceback without the runner's own frames at its start."""
+    while tb is not None and tb.tb_frame.f_code.co_filename.startswith(RUNNER_FILE_PREFIX):
+        tb = tb.tb_next
+    return tb
+
+
+def _first_line(exc, tb, user_files):
+    where = None
+    while tb is not None:
+        if tb.tb_frame.f_code.co_filename in user_files:
+            where = (tb.tb_frame.f_code.co_filename, tb.tb_lineno, None)
+        tb = tb.tb_next
+    message = str(exc)
+    if isinstance(exc, SyntaxError):
+        message = exc.msg or message
+        if where is None and exc.filename is not None:
+            where = (exc.filename, exc.lineno, exc.offset)
+    if not message:
+        message = type(exc).__name__
+    message = message.rstrip("\n")
+    if where is None:
+        return f"sarvode: error: {message}"
+    file, line, column = where
+    position = f"{file}:{line}" if line else file
+    if line and column:
+        position += f":{column}"
+    return f"{position}: error: {message}"
+
+
+def report(exc, tb, user_files):
+    """Prints an uncaught exception: the first line names the innermost frame
+    of the user's own code, then sys.excepthook prints the traceback as
+    python3 does."""
+    tb = _trimmed(tb)
+    try:
+        sys.stdout.flush()
+    except Exception:
+        pass
+    sys.stderr.write(_first_line(exc, tb, user_files) + "\n")
+    exc.__traceback__ = tb  # the hook prints the exception's own traceback
+    try:
+        sys.excepthook(type(exc), exc, tb)
+    except BaseException:
+        sys.__excepthook__(type(exc), exc, tb)
+    sys.stderr.flush()
+
+
+def exit_status(exc):
+    """The status for SystemExit, as python3 gives it."""
+    code = exc.code
+    if code is None:
+        return 0
+    if isinstance(code, int):
+        return code & 0xFF
+    try:
+        sys.stderr.write(str(code) + "\n")
+        sys.stderr.flush()
+    except Exception:
+        pass
+    return 1
+
+
+def _guarded(action, user_files):
+    try:
+        action()
+    except SystemExit as exc:
+        return exit_status(exc)
+    except KeyboardInterrupt as exc:
+        report(exc, exc.__traceback__, user_files)
+        return INTERRUPTED
+    except BaseException as exc:
+        report(exc, exc.__traceback__, user_files)
+        return 1
+    return 0
+
+
+# ---------------------------------------------------------------------------
+# Modes.
+
+
+def _main_module(host_names):
+    import types
+
+    main = sys.modules.get("__main__")
+    if main is None:
+        main = sys.modules["__main__"] = types.ModuleType("__main__")
+    for name, value in host_names.items():
+        main.__dict__.setdefault(name, value)  # the host modules, as in every evaluation
+    return main
+
+
+def _run_code(source, filename, host_names):
+    code = compile(source, filename, "exec", dont_inherit=True)
+    exec(code, _main_module(host_names).__dict__)
+
+
+def run_file(path, args, host_names):
+    """python3 FILE: the file as __main__, its folder first on sys.path."""
+    import runpy
+
+    sys.argv = [path, *args]
+    if os.path.isdir(path) or _is_zip(path):
+        # A folder or archive with __main__.py, found the way python3 finds it.
+        sys.path.insert(0, path)
+        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {path})
+    filename = os.path.abspath(path)
+    sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
+
+    def action():
+        import importlib.machinery
+
+        with open(path, "rb") as file:
+            source = file.read()
+        main = _main_module(host_names)
+        main.__file__ = filename
+        main.__cached__ = None
+        main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
+        _run_code(source, filename, host_names)
+
+    return _guarded(action, {filename})
+
+
+def _is_zip(path):
+    import zipfile
+
+    try:
+        return zipfile.is_zipfile(path)
+    except OSError:
+        return False
+
+
+def run_module(name, args, host_names):
+    """python3 -m MODULE: the module (a package's __main__) as __main__."""
+    import runpy
+
+    sys.argv = ["-m", *args]
+    sys.path.insert(0, os.getcwd())
+    files = set()
+
+    def action():
+        import importlib.util
+
+        spec = importlib.util.find_spec(name) if name else None
+        if spec is not None and spec.submodule_search_locations is not None:
+            spec = importlib.util.find_spec(name + ".__main__")
+        if spec is not None and spec.origin:
+            files.add(spec.origin)
+        _main_module(host_names)
+        # runpy's own entry for -m, the one python3 calls.
+        runpy._run_module_as_main(name, alter_argv=True)
+
+    return _guarded(action, files)
+
+
+def run_stdin(argv0, args, host_names):
+    """python3 - : the standard input read whole, then run as __main__."""
+    sys.argv = [argv0, *args]
+    sys.path.insert(0, "")
+    return _guarded(lambda: _run_code(sys.stdin.buffer.read(), "<stdin>", host_names), {"<stdin>"})
+
+
+def show(value, prefix):
+    """Prints a value as print() does, after a prefix; nothing for None."""
+    if value is None:
+        return 0
+    return _guarded(lambda: print(prefix + str(value)), {"<string>"})
+
+
+def check_syntax(source):
+    """For -c: the code's syntax errors shown on the user's own lines (the
+    host runs the code as a function body, which the parser accepts as it
+    stands: a top-level return is no syntax error to it). 0 or 1."""
+    import ast
+
+    try:
+        ast.parse(source, "<string>", "exec")
+    except SyntaxError as exc:
+        report(exc, None, {"<string>"})
+        return 1
+    return 0
+
+
+def finish(status):
+    """The end of a run, in python3's order: non-daemon threads joined, exit
+    handlers run, standard streams flushed (status 120 when stdout fails)."""
+    threading = sys.modules.get("threading")
+    if threading is not None:
+        try:
+            threading._shutdown()
+        except BaseException as exc:
+            sys.stderr.write(f"Exception ignored on threading shutdown: {exc!r}\n")
+    import atexit
+
+    atexit._run_exitfuncs()
+    for stream in (sys.stdout, sys.stderr):
+        try:
+            if stream is not None:
+                stream.flush()
+        except Exception:
+            if stream is sys.stdout:
+                # What python3 prints and returns when its output cannot be flushed.
+                sys.stderr.write(f"Exception ignored in: {stream!r}\n")
+                _quiet_stdout()
+                if status != INTERRUPTED:
+                    status = 120
+    return status
+
+
+def _quiet_stdout():
+    # Output lost to a closed pipe must not fail again when the host exits.
+    try:
+        devnull = os.open(os.devnull, os.O_WRONLY)
+        os.dup2(devnull, sys.stdout.fileno())
+        os.close(devnull)
+    except Exception:
+        pass
+
+
+def main(request, host_names):
+    """Runs a request from the host: (MODE, TARGET, ARG...)."""
+    mode, target, *args = request
+    if mode == "file":
+        return run_file(target, args, host_names)
+    if mode == "module":
+        return run_module(target, args, host_names)
+    if mode == "stdin":
+        return run_stdin(target, args, host_names)
+    if mode == "console":
+        from _sarvode_console import run_console
+
+        return _guarded(lambda: run_console(target, host_names), {"<console>"})
+    raise ValueError(f"unknown run mode {mode!r}")

@@ -1,0 +1,99 @@
+// Calls into the command line's Python modules through the host's language.
+
+#include "script_runner.hpp"
+
+#include "python_modules.hpp"
+
+#include <iostream>
+
+namespace sarvode {
+
+namespace {
+/// Makes the modules once (kept in sys.modules), then returns what `call`
+/// gives. The evaluation's globals hold the host modules; they are handed on
+/// to the code that runs as __main__, as every evaluation sees them.
+constexpr const char *bootstrap = R"(import sys
+if '_sarvode_runner' not in sys.modules:
+    import types
+    for name, text in sarvode_modules:
+        module = types.ModuleType(name)
+        module.__file__ = '<sarvode ' + name + '>'
+        sys.modules[name] = module
+        exec(compile(text, module.__file__, 'exec'), module.__dict__)
+runner = sys.modules['_sarvode_runner']
+host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
+return )";
+
+kest::Tuple modules_tuple() {
+  std::vector<kest::Any> items;
+  for (const auto &module : python_modules())
+    items.emplace_back(kest::Tuple{kest::String::fromUtf8(module.name), kest::String::fromUtf8(module.source)});
+  return kest::Tuple(std::move(items));
+}
+
+kest::Any call(const kest::I_Language &language, const run_options &options, const std::string &expression,
+               kest::HashMap locals) {
+  (void)locals.setChecked(kest::String(u"sarvode_modules"), modules_tuple());
+  kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
+  const auto code = kest::String::fromUtf8(std::string(bootstrap) + expression);
+  kest::Result<kest::Any> result;
+  if (options.sandbox) {
+    auto python = kest::PythonLanguage::cast(language);
+    if (!python.is<kest::PythonLanguage>())
+      return kest::Error(kest::String(u"the Python language has no sandbox"));
+    result = python.as<kest::PythonLanguage>().evaluateInSandbox(code, scope);
+  } else {
+    result = language.evaluate(code, scope);
+  }
+  return kest::internal::result_unwrap_lazy(result);
+}
+
+/// The status a call returned; an error of the runner itself is printed and is status 1.
+int status_of(const kest::Any &value) {
+  if (kest::Integer::isInstance(value))
+    return static_cast<int>(kest::Integer::unsafeFrom(value).value());
+  if (kest::Error::isInstance(value))
+    print_error(std::cerr, "sarvode", kest::Error::unsafeFrom(value));
+  else
+    std::cerr << "sarvode: error: the runner returned no status\n";
+  return 1;
+}
+
+kest::HashMap new_locals() { return kest::HashMap(kest::String::getType(), kest::Type()); }
+} // namespace
+
+int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request) {
+  std::vector<kest::Any> items;
+  for (const auto &item : request)
+    items.emplace_back(kest::String::fromUtf8(item));
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_request"), kest::Tuple(std::move(items)));
+  return status_of(call(language, options, "runner.main(tuple(sarvode_request), host_names)", locals));
+}
+
+int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value) {
+  if (kest::is_none(value))
+    return 0;
+  std::string prefix;
+  if (options.show_class)
+    prefix = std::string(kest::qualname(kest::class_of(value)).utf8View()) + ": ";
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_value"), value);
+  (void)locals.setChecked(kest::String(u"sarvode_prefix"), kest::String::fromUtf8(prefix));
+  return status_of(call(language, options, "runner.show(sarvode_value, sarvode_prefix)", locals));
+}
+
+int check_syntax(const kest::I_Language &language, const run_options &options, const std::string &code) {
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_code"), kest::String::fromUtf8(code));
+  return status_of(call(language, options, "runner.check_syntax(sarvode_code)", locals));
+}
+
+int finish_run(const kest::I_Language &language, const run_options &options, int status) {
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_status"), kest::Integer(status));
+  const auto value = call(language, options, "runner.finish(sarvode_status)", locals);
+  return kest::Integer::isInstance(value) ? static_cast<int>(kest::Integer::unsafeFrom(value).value()) : status;
+}
+
+} // namespace sarvode

@@ -1,0 +1,33 @@
+#pragma once
+// Running scripts, modules, standard input and the console the way python3
+// does, through the Python modules of the command line (app/python/), which
+// the host's Python language evaluates.
+
+#include "python_runner.hpp"
+
+#include <string>
+#include <vector>
+
+namespace sarvode {
+
+/// The exit status that stands for "ended by KeyboardInterrupt".
+inline constexpr int status_interrupted = -2;
+
+/// Runs a request: {"file", PATH, ARG...}, {"module", NAME, ARG...},
+/// {"stdin", ARGV0, ARG...} or {"console", HISTORY_FILE}. Errors are printed
+/// by the Python side; returns the exit status (0..255 or status_interrupted).
+int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request);
+
+/// Prints a value as Python's print() does (nothing for None), after its host
+/// class name and ": " when asked. Returns 0, or 1 when it could not be printed.
+int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value);
+
+/// For -c: 0 when the statements parse; else prints the syntax error on the
+/// user's own line, with a caret, and returns 1.
+int check_syntax(const kest::I_Language &language, const run_options &options, const std::string &code);
+
+/// Ends a run as python3 does (threads joined, exit handlers run, output
+/// flushed); returns the final status.
+int finish_run(const kest::I_Language &language, const run_options &options, int status);
+
+} // namespace sarvode

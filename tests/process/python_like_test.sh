@@ -1,0 +1,221 @@
+#!/usr/bin/env bash
+# sarvode runs scripts, modules and standard input the way python3 does: each
+# case runs the same script with sarvode and with the Python that the build
+# embeds, and compares output, exit status and traceback.
+# Usage: python_like_test.sh SARVODE PYTHON CASE TMPDIR
+set -uo pipefail
+sarvode=$1
+python=$2
+case_name=$3
+mkdir -p "$4"
+tmp=$(mktemp -d "$4/py-XXXXXX")
+trap 'rm -rf "$tmp"' EXIT
+cd "$tmp" || exit 1
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# run WHO ARGS...: WHO is "s" (sarvode) or "p" (python); sets ${WHO}_out,
+# ${WHO}_err and ${WHO}_status. Standard input comes from $stdin.
+run() {
+  local who=$1 program
+  shift
+  [[ $who == s ]] && program=$sarvode || program=$python
+  local out status
+  out=$("$program" "$@" 2>"$tmp/$who.err" <"${stdin:-/dev/null}")
+  status=$?
+  printf -v "${who}_out" '%s' "$out"
+  printf -v "${who}_status" '%s' "$status"
+  printf -v "${who}_err" '%s' "$(cat "$tmp/$who.err")"
+}
+
+# both ARGS...: runs both and requires the same output and status, and
+# sarvode's standard error to be python3's after one first line, which is
+# returned in $first (empty when python3 printed nothing either).
+both() {
+  run s "$@"
+  run p "$@"
+  [[ $s_status == "$p_status" ]] || fail "status $s_status, python3 $p_status (stderr: $s_err)"
+  [[ $s_out == "$p_out" ]] || fail "stdout [$s_out], python3 [$p_out]"
+  first=""
+  if [[ -z $p_err ]]; then
+    [[ -z $s_err ]] || fail "stderr [$s_err], python3 printed nothing"
+    return
+  fi
+  first=${s_err%%$'\n'*}
+  local rest=${s_err#*$'\n'}
+  [[ $s_err == *$'\n'* ]] || rest=""
+  [[ $rest == "$p_err" ]] || fail $'stderr after the first line:\n'"$rest"$'\npython3:\n'"$p_err"
+}
+
+# same_error ARGS...: like both, but python3's whole standard error is one
+# message that sarvode prints as it is (no first line of its own).
+same_error() {
+  run s "$@"
+  run p "$@"
+  [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
+    fail "sarvode: $s_status [$s_out] [$s_err]; python3: $p_status [$p_out] [$p_err]"
+}
+
+case $case_name in
+sibling-import)
+  printf 'def greet(name):\n    return "hello " + name\n' >helper.py
+  printf 'import helper\nimport os\nprint(helper.greet("you"), helper.__file__ == os.path.join(os.path.dirname(__file__), "helper.py"))\n' >main.py
+  cd / && both "$tmp/main.py" && cd "$tmp"
+  [[ $s_out == "hello you True" ]] || fail "output [$s_out]"
+  ;;
+import-star)
+  printf 'from math import *\nfrom os.path import *\nprint(floor(pi), basename("/a/b"))\n' >star.py
+  both star.py
+  [[ $s_out == "3 b" ]] || fail "output [$s_out]"
+  ;;
+pickling)
+  cat >pick.py <<'PY'
+import pickle
+def twice(x):
+    return 2 * x
+class Point:
+    def __init__(self, x):
+        self.x = x
+f = pickle.loads(pickle.dumps(twice))
+p = pickle.loads(pickle.dumps(Point(4)))
+print(f is twice, f(21), type(p) is Point, p.x)
+PY
+  both pick.py
+  [[ $s_out == "True 42 True 4" ]] || fail "output [$s_out]"
+  ;;
+main-names)
+  mkdir sub
+  printf 'import sys, os\nprint(__name__, __file__, sys.argv, sys.path[0] == os.path.dirname(os.path.abspath(__file__)))\nif __name__ == "__main__":\n    print("as main")\n' >sub/names.py
+  both sub/names.py one --two
+  [[ $s_out == "__main__ $tmp/sub/names.py ['sub/names.py', 'one', '--two'] True"$'\n'"as main" ]] || fail "output [$s_out]"
+  ;;
+module-package-main)
+  mkdir -p app/inner
+  printf '' >app/__init__.py
+  printf 'import sys\nfrom . import part\nprint(__name__, __package__, sys.argv, part.VALUE)\nraise SystemExit(int(sys.argv[1]))\n' >app/__main__.py
+  printf 'VALUE = 7\n' >app/part.py
+  both -m app 5 x
+  [[ $s_status == 5 && $s_out == "__main__ app ['$tmp/app/__main__.py', '5', 'x'] 7" ]] || fail "status $s_status [$s_out]"
+  printf 'raise ValueError("in a module")\n' >failing.py
+  both -m failing
+  [[ $first == "$tmp/failing.py:1: error: in a module" ]] || fail "first line [$first]"
+  run s -m no_such_module_here
+  [[ $s_status == 1 && $s_err == *"No module named no_such_module_here"* ]] || fail "missing module: $s_status [$s_err]"
+  ;;
+stdin-script)
+  printf 'import sys\nprint(__name__, sys.argv)\ndef f():\n    raise KeyError("k")\nf()\n' >input.py
+  stdin=input.py both - a b
+  [[ $s_status == 1 && $s_out == "__main__ ['-', 'a', 'b']" ]] || fail "status $s_status [$s_out]"
+  [[ $first == "<stdin>:4: error: 'k'" ]] || fail "first line [$first]"
+  stdin=input.py both
+  [[ $s_out == "__main__ ['']" ]] || fail "without arguments: [$s_out]"
+  ;;
+closed-pipe)
+  cat >writer.py <<'PY'
+import os, sys
+try:
+    while True:
+        sys.stdout.write("x" * 65536)
+        sys.stdout.flush()
+except BrokenPipeError:
+    sys.stderr.write("broken pipe\n")
+    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+    sys.exit(0)
+PY
+  for program in "$sarvode" "$python"; do
+    "$program" writer.py 2>"$tmp/err" | head -c 1 >/dev/null
+    status=${PIPESTATUS[0]}
+    [[ $status == 0 && $(cat "$tmp/err") == "broken pipe" ]] || fail "$program: status $status, stderr [$(cat "$tmp/err")]"
+  done
+  ;;
+file-size-limit)
+  printf 'try:\n    open("big", "wb").write(b"x" * 100000)\nexcept OSError as e:\n    print("OSError", e.errno)\n' >big.py
+  (ulimit -f 8 && run s big.py && run p big.py && [[ $s_status == 0 && $s_out == "$p_out" && $s_out == "OSError 27" ]]) ||
+    fail "past the file-size limit"
+  ;;
+sys-executable)
+  printf 'import sys\nprint(sys.executable)\n' >exe.py
+  mkdir fake && printf '#!/bin/sh\necho fake\n' >fake/python3 && chmod +x fake/python3
+  exe=$(PATH="$tmp/fake:$PATH" "$sarvode" exe.py) || fail "sarvode failed"
+  [[ -n $exe && $exe != "$tmp/fake/"* ]] || fail "sys.executable [$exe]"
+  [[ $(realpath "$exe") == $(realpath "$python") ]] || fail "sys.executable $exe is not $python"
+  version='import sys; print(sys.version)'
+  theirs=$("$exe" -c "$version") && ours=$("$sarvode" -c "$version") || fail "cannot ask the version"
+  [[ -n $ours && $theirs == "$ours" ]] || fail "another version: [$theirs], embedded [$ours]"
+  ;;
+end-of-run)
+  cat >ending.py <<'PY'
+import atexit, threading, time
+atexit.register(lambda: print("exit handler"))
+def late():
+    time.sleep(0.5)
+    print("thread done")
+threading.Thread(target=late).start()
+print("main done")
+PY
+  both ending.py
+  [[ $s_out == $'main done\nthread done\nexit handler' ]] || fail "output [$s_out]"
+  ;;
+system-exit)
+  for code in 'sys.exit(3)' 'sys.exit()' 'sys.exit(None)' 'sys.exit(300)' 'raise SystemExit(0)'; do
+    printf 'import sys\nprint("before")\n%s\nprint("after")\n' "$code" >exits.py
+    both exits.py
+  done
+  printf 'import sys\nsys.exit("a message")\n' >message.py
+  same_error message.py
+  [[ $s_status == 1 && $s_err == "a message" ]] || fail "message: $s_status [$s_err]"
+  ;;
+keyboard-interrupt)
+  cat >loop.py <<'PY'
+import time
+def wait():
+    while True:
+        time.sleep(0.05)
+print("ready", flush=True)
+wait()
+PY
+  set -m # background jobs keep SIGINT's default disposition
+  for who in s p; do
+    [[ $who == s ]] && program=$sarvode || program=$python
+    "$program" loop.py >"$tmp/$who.out" 2>"$tmp/$who.err" </dev/null &
+    pid=$!
+    for _ in $(seq 600); do
+      [[ -s $tmp/$who.out ]] && break
+      sleep 0.1
+    done
+    kill -INT "$pid"
+    wait "$pid"
+    printf -v "${who}_status" '%s' "$?"
+  done
+  [[ $s_status == 130 && $p_status == 130 ]] || fail "status $s_status, python3 $p_status"
+  s_err=$(cat "$tmp/s.err")
+  [[ $(tail -n +2 "$tmp/s.err") == $(cat "$tmp/p.err") ]] || fail $'stderr:\n'"$s_err"$'\npython3:\n'"$(cat "$tmp/p.err")"
+  [[ ${s_err%%$'\n'*} == "$tmp/loop.py:4: error: KeyboardInterrupt" ]] || fail "first line of [$s_err]"
+  ;;
+library-frame-error)
+  printf 'import copy, threading\n\ndef clone(x):\n    return copy.deepcopy(x)\n\nclone(threading.Lock())\n' >lib.py
+  both lib.py
+  [[ $first == "$tmp/lib.py:4: error: cannot pickle '_thread.lock' object" ]] || fail "first line [$first]"
+  [[ $s_err == *"copy.py"* ]] || fail "no library frame in [$s_err]"
+  ;;
+syntax-errors)
+  printf 'x = = 1\ny = 2\nz = 3\n' >first.py
+  printf 'x = 1\ny = (2 +\nz = 3\n' >middle.py
+  printf 'x = 1\ny = 2\nz = 3 +\n' >last.py
+  for file in first middle last; do
+    both $file.py
+    [[ $s_status == 1 && $s_err == *"SyntaxError"* && $s_err == *"^"* ]] || fail "$file: [$s_err]"
+  done
+  both first.py
+  [[ $first == "$tmp/first.py:1:5: error: invalid syntax" ]] || fail "first line [$first]"
+  both last.py
+  [[ $first == "$tmp/last.py:3:8: error: invalid syntax" ]] || fail "first line [$first]"
+  ;;
+*)
+  fail "unknown case $case_name"
+  ;;
+esac
+echo "$case_name: passed"
