@@ -41,6 +41,13 @@ kest::Any call(const kest::I_Language &language, const run_options &options, con
     auto python = kest::PythonLanguage::cast(language);
     if (!python.is<kest::PythonLanguage>())
       return kest::Error(kest::String(u"the Python language has no sandbox"));
+    // The runner's own modules are the host's code: they are made outside the
+    // sandbox (they install the SIGINT handler and set sys.executable), and
+    // only what the request runs is sandboxed.
+    auto made = kest::internal::result_unwrap_lazy(
+        language.evaluate(kest::String::fromUtf8(std::string(bootstrap) + "None"), scope));
+    if (kest::Error::isInstance(made))
+      return made;
     result = python.as<kest::PythonLanguage>().evaluateInSandbox(code, scope);
   } else {
     result = language.evaluate(code, scope);
