@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 namespace kest::internal {
@@ -118,7 +119,29 @@ Any class_builder_base::finaliser_entry(internal::finaliser fn) {
 
 // --- defclass_impl -------------------------------------------------------------------
 
+namespace {
+/// The error for a property, method or field entry whose member is of another class, or None.
+std::optional<Error> wrong_member(const object_value_entry &e) {
+  switch (e.kind_of) {
+  case entry_kind::property:
+    return Property::isInstance(e.value) ? std::nullopt
+                                         : std::optional<Error>(wrong_class("Property", e.value));
+  case entry_kind::method:
+    return I_Callable_Generic::isInstance(e.value) ? std::nullopt
+                                                    : std::optional<Error>(wrong_class("I_Callable", e.value));
+  case entry_kind::field:
+    return Field::isInstance(e.value) ? std::nullopt : std::optional<Error>(wrong_class("Field", e.value));
+  default:
+    return std::nullopt;
+  }
+}
+} // namespace
+
 Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
+  for (auto &entry : entries) // checked before anything is made
+    if (auto *e = as_entry(entry))
+      if (auto error = wrong_member(*e))
+        return *error;
   String name;
   bool has_name = false;
   std::vector<Class_Generic> bases;

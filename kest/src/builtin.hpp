@@ -6,6 +6,7 @@
 #include <kest/instance.hpp>
 #include <kest/none.hpp>
 
+#include <cassert>
 #include <initializer_list>
 
 namespace kest::internal {
@@ -42,8 +43,28 @@ public:
   }
 };
 
-/// The object behind a handle, cast to its native type.
-template <class T> T *native(const Any &a) noexcept { return static_cast<T *>(a.get()); }
+/// The object behind a handle, cast to its native type without a check: the
+/// caller has checked the class. Debug builds assert that it really is a `T`.
+template <class T> T *native(const Any &a) noexcept {
+  assert(dynamic_cast<T *>(a.get()) == a.get() && "native: the value is not of this native type");
+  return static_cast<T *>(a.get());
+}
+
+/// The object behind a handle when its kind is `kind`, else null. Handle members
+/// use it, so that a handle made over a value of another class (`unsafeFrom`)
+/// gives a neutral answer or an error instead of reading the wrong object.
+template <class T> T *native_if(const Any &a, ObjectType kind) noexcept {
+  return a.kind() == kind ? native<T>(a) : nullptr;
+}
+
+/// The object behind a handle when it is a `T` (for native instances, which
+/// share the kind Instance with declared classes), else null.
+template <class T> T *native_if(const Any &a) noexcept { return dynamic_cast<T *>(a.get()); }
+
+/// The error for a value that is not of the class an operation needs.
+inline Error wrong_class(const char *expected, const Any &value) {
+  return result_error_cast_source(String::fromUtf8(expected), value);
+}
 
 } // namespace kest::internal
 

@@ -10,6 +10,11 @@
 namespace kest::internal {
 
 namespace {
+/// `self` as an interface handle. A method may be called with any value as its
+/// `self`; the interface's members check that it conforms, and answer with the
+/// cast error when it does not, so the handle is made without a check here.
+template <class Interface> Interface self_as(const Any &self) { return Interface(unchecked, self); }
+
 void method(const Class_Generic &cls, const char *name, I_Callable_Generic fn, const char *params) {
   const auto text = String::fromUtf8(name);
   cls->add_method(meta_method_untyped(text), declared_function(text, std::move(fn), String::fromUtf8(params), String()));
@@ -17,26 +22,27 @@ void method(const Class_Generic &cls, const char *name, I_Callable_Generic fn, c
 
 void length_property(const Class_Generic &cls) {
   property_builder_base builder{String(u"$$__len__")};
-  builder.assign_getter(make_method([](Any self) { return I_Sequence::unsafeFrom(self).length(); }));
+  builder.assign_getter(make_method([](Any self) { return self_as<I_Sequence>(self).length(); }));
   cls->add_property(builder.name(), builder.build());
 }
 
 Result<Any> unwrap_result(const Result<Any> &r) { return Result<Any>(unchecked, result_unwrap_lazy(r)); }
 
+
 void iterable_members(const Class_Generic &cls) {
-  method(cls, "iter", make_method([](Any self) { return unwrap_result(I_Iterable::unsafeFrom(self).iter()); }), "");
+  method(cls, "iter", make_method([](Any self) { return unwrap_result(self_as<I_Iterable>(self).iter()); }), "");
   method(cls, "contains",
-         make_method([](Any self, Any value) { return unwrap_result(I_Iterable::unsafeFrom(self).contains(value)); }),
+         make_method([](Any self, Any value) { return unwrap_result(self_as<I_Iterable>(self).contains(value)); }),
          "value");
 }
 
 void sequence_members(const Class_Generic &cls) {
   length_property(cls);
   iterable_members(cls);
-  method(cls, "at", make_method([](Any self, std::int64_t i) { return unwrap_result(I_Sequence::unsafeFrom(self).at(i)); }),
+  method(cls, "at", make_method([](Any self, std::int64_t i) { return unwrap_result(self_as<I_Sequence>(self).at(i)); }),
          "index");
   method(cls, "indexOf",
-         make_method([](Any self, Any value) { return unwrap_result(I_Sequence::unsafeFrom(self).indexOf(value)); }),
+         make_method([](Any self, Any value) { return unwrap_result(self_as<I_Sequence>(self).indexOf(value)); }),
          "value");
 }
 } // namespace
@@ -45,7 +51,7 @@ void add_tuple_members(const Class_Generic &cls) { sequence_members(cls); }
 
 void add_list_members(const Class_Generic &cls) {
   sequence_members(cls);
-  auto seq = [](const Any &self) { return I_MutableSequence::unsafeFrom(self); };
+  auto seq = [](const Any &self) { return self_as<I_MutableSequence>(self); };
   method(cls, "append", make_method([seq](Any self, Any v) { return seq(self).append(v); }), "value");
   method(cls, "appendAt",
          make_method([seq](Any self, std::int64_t i, Any v) { return seq(self).appendAt(i, v); }), "index, value");
@@ -57,6 +63,8 @@ void add_list_members(const Class_Generic &cls) {
   method(cls, "removeOne", make_method([seq](Any self, Any v) { return seq(self).removeOne(v); }), "value");
   method(cls, "clear", make_method([seq](Any self) { return seq(self).clear(); }), "");
   method(cls, "concat", make_method([](Any self, Any other) -> Result<Any> {
+           if (!List::isInstance(self))
+             return wrong_class("List", self);
            auto out = List(List::unsafeFrom(self).elementType(), List::unsafeFrom(self).copyItems());
            auto r = I_MutableSequence::unsafeFrom(out).extend(other);
            if (r.isError())
@@ -69,24 +77,24 @@ void add_list_members(const Class_Generic &cls) {
 void add_map_members(const Class_Generic &cls) {
   length_property(cls);
   iterable_members(cls);
-  auto map = [](const Any &self) { return I_MutableMap::unsafeFrom(self); };
-  method(cls, "get", make_method([](Any self, Any key) { return I_Map::unsafeFrom(self).get(key); }), "key");
+  auto map = [](const Any &self) { return self_as<I_MutableMap>(self); };
+  method(cls, "get", make_method([](Any self, Any key) { return self_as<I_Map>(self).get(key); }), "key");
   method(cls, "set", make_method([map](Any self, Any key, Any v) { return map(self).setChecked(key, v); }),
          "key, value");
   method(cls, "remove", make_method([map](Any self, Any key) { return map(self).remove(key); }), "key");
   method(cls, "clear", make_method([map](Any self) { return map(self).clear(); }), "");
   property_builder_base keys{String(u"$$keys")};
-  keys.assign_getter(make_method([](Any self) { return I_Map::unsafeFrom(self).keys(); }));
+  keys.assign_getter(make_method([](Any self) { return self_as<I_Map>(self).keys(); }));
   cls->add_property(keys.name(), keys.build());
   property_builder_base values{String(u"$$values")};
-  values.assign_getter(make_method([](Any self) { return I_Map::unsafeFrom(self).values(); }));
+  values.assign_getter(make_method([](Any self) { return self_as<I_Map>(self).values(); }));
   cls->add_property(values.name(), values.build());
 }
 
 void add_set_members(const Class_Generic &cls) {
   length_property(cls);
   iterable_members(cls);
-  auto set = [](const Any &self) { return I_MutableSet::unsafeFrom(self); };
+  auto set = [](const Any &self) { return self_as<I_MutableSet>(self); };
   method(cls, "insert", make_method([set](Any self, Any v) { return set(self).insert(v); }), "value");
   method(cls, "remove", make_method([set](Any self, Any v) { return set(self).remove(v); }), "value");
   method(cls, "extend", make_method([set](Any self, Any items) { return set(self).extend(items); }), "items");
@@ -94,7 +102,7 @@ void add_set_members(const Class_Generic &cls) {
 }
 
 void add_iterator_members(const Class_Generic &cls) {
-  method(cls, "next", make_method([](Any self) { return unwrap_result(I_Iterator::unsafeFrom(self).next()); }), "");
+  method(cls, "next", make_method([](Any self) { return unwrap_result(self_as<I_Iterator>(self).next()); }), "");
 }
 
 } // namespace kest::internal

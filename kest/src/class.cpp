@@ -199,6 +199,15 @@ const meta_method_untyped &hook_name(object_hook hook) {
   return names[static_cast<std::size_t>(hook)];
 }
 
+Union<I_Callable_Generic, None> hook_method(const object_value_class *cls, object_hook hook) {
+  // The override mask may be older than the member tables; the method is looked
+  // up again and checked, as a member may have been removed since.
+  auto method = cls ? cls->find_method(hook_name(hook).info()) : Any();
+  if (I_Callable_Generic::isInstance(method))
+    return I_Callable_Generic::unsafeFrom(method);
+  return None();
+}
+
 Class_Generic make_builtin_class(const char *name, std::uint64_t flags,
                                  std::initializer_list<class_getter> bases) {
   std::vector<Class_Generic> resolved;
@@ -304,63 +313,104 @@ Class_Generic Class_Generic::create(const String &name, std::uint64_t flags,
   return cls;
 }
 
-String Class_Generic::name() const { return value()->name; }
+namespace {
+/// The class object, or null for an empty handle or one made over a value that
+/// is no class: members then answer as for a class with no name, members or
+/// bases, and ignore writes.
+object_value_class *class_value_of(const Any &a) noexcept {
+  return native_if<object_value_class>(a, ObjectType::Class);
+}
+} // namespace
+
+String Class_Generic::name() const {
+  auto *c = class_value_of(*this);
+  return c ? c->name : String();
+}
 
 String Class_Generic::doc() const {
-  std::lock_guard guard(value()->lock);
-  return value()->doc;
+  auto *c = class_value_of(*this);
+  if (!c)
+    return {};
+  std::lock_guard guard(c->lock);
+  return c->doc;
 }
 
 void Class_Generic::setDoc(const String &doc) const {
-  std::lock_guard guard(value()->lock);
-  value()->doc = doc;
+  auto *c = class_value_of(*this);
+  if (!c)
+    return;
+  std::lock_guard guard(c->lock);
+  c->doc = doc;
 }
 
 Any Class_Generic::declaringContext() const {
+  auto *c = class_value_of(*this);
+  if (!c)
+    return None();
   Any context;
   {
-    std::lock_guard guard(value()->lock);
-    context = value()->context;
+    std::lock_guard guard(c->lock);
+    context = c->context;
   }
   return resolve_context(context);
 }
 
 void Class_Generic::setDeclaringContext(const Any &context) const {
+  auto *c = class_value_of(*this);
+  if (!c)
+    return;
   Any stored = store_context(context);
-  std::lock_guard guard(value()->lock);
-  value()->context.swap(stored);
+  std::lock_guard guard(c->lock);
+  c->context.swap(stored);
 }
 
 String Class_Generic::example(const String &language) const {
-  std::lock_guard guard(value()->lock);
-  for (auto &[lang, text] : value()->examples)
+  auto *c = class_value_of(*this);
+  if (!c)
+    return {};
+  std::lock_guard guard(c->lock);
+  for (auto &[lang, text] : c->examples)
     if (lang.view() == language.view())
       return text;
   return {};
 }
 
-std::vector<Class_Generic> Class_Generic::bases() const { return value()->bases; }
-std::uint64_t Class_Generic::flags() const noexcept { return value()->flags.load(std::memory_order_relaxed); }
-void Class_Generic::addFlags(std::uint64_t f) const noexcept { value()->flags.fetch_or(f); }
+std::vector<Class_Generic> Class_Generic::bases() const {
+  auto *c = class_value_of(*this);
+  return c ? c->bases : std::vector<Class_Generic>();
+}
+std::uint64_t Class_Generic::flags() const noexcept {
+  auto *c = class_value_of(*this);
+  return c ? c->flags.load(std::memory_order_relaxed) : 0;
+}
+void Class_Generic::addFlags(std::uint64_t f) const noexcept {
+  if (auto *c = class_value_of(*this))
+    c->flags.fetch_or(f);
+}
 
 bool Class_Generic::derivesFrom(const Class_Generic &other) const noexcept {
-  return m_ptr && other && value()->derives_from(other.value());
+  auto *c = class_value_of(*this);
+  auto *o = class_value_of(other);
+  return c && o && c->derives_from(o);
 }
 
 Union<Property, None> Class_Generic::definedProperty(const meta_property_untyped &name) const {
-  if (auto p = value()->find_property(name.info()))
+  auto *c = class_value_of(*this);
+  if (auto p = c ? c->find_property(name.info()) : Any())
     return Property::unsafeFrom(p);
   return None();
 }
 
 Union<I_Callable_Generic, None> Class_Generic::definedMethod(const meta_method_untyped &name) const {
-  if (auto m = value()->find_method(name.info()))
+  auto *c = class_value_of(*this);
+  if (auto m = c ? c->find_method(name.info()) : Any())
     return I_Callable_Generic::unsafeFrom(m);
   return None();
 }
 
 Union<Field, None> Class_Generic::definedField(const meta_field_untyped &name) const {
-  if (auto f = value()->find_field(name.info()))
+  auto *c = class_value_of(*this);
+  if (auto f = c ? c->find_field(name.info()) : Any())
     return Field::unsafeFrom(f);
   return None();
 }
@@ -375,9 +425,11 @@ void collect(const object_value_class *c, member_table object_value_class::*tabl
     out.put(n, m);
 }
 template <class T> std::vector<T> collected(const object_value_class *c, member_table object_value_class::*table) {
+  std::vector<T> out;
+  if (!c)
+    return out;
   member_table all;
   collect(c, table, all);
-  std::vector<T> out;
   out.reserve(all.entries.size());
   for (auto &[n, m] : all.entries)
     out.push_back(T::unsafeFrom(m));
@@ -386,62 +438,80 @@ template <class T> std::vector<T> collected(const object_value_class *c, member_
 } // namespace
 
 std::vector<Property> Class_Generic::definedProperties() const {
-  return collected<Property>(value(), &object_value_class::properties);
+  return collected<Property>(class_value_of(*this), &object_value_class::properties);
 }
 std::vector<I_Callable_Generic> Class_Generic::definedMethods() const {
-  return collected<I_Callable_Generic>(value(), &object_value_class::methods);
+  return collected<I_Callable_Generic>(class_value_of(*this), &object_value_class::methods);
 }
 std::vector<Field> Class_Generic::definedFields() const {
-  return collected<Field>(value(), &object_value_class::fields);
+  return collected<Field>(class_value_of(*this), &object_value_class::fields);
 }
 std::vector<Property> Class_Generic::ownDefinedProperties() const {
   std::vector<Property> out;
-  std::lock_guard guard(value()->lock);
-  for (auto &[n, m] : value()->properties.entries)
+  auto *c = class_value_of(*this);
+  if (!c)
+    return out;
+  std::lock_guard guard(c->lock);
+  for (auto &[n, m] : c->properties.entries)
     out.push_back(Property::unsafeFrom(m));
   return out;
 }
 
 Result<Any> Class_Generic::allocateInstance() const {
+  auto *c = class_value_of(*this);
+  if (!c)
+    return wrong_class("Class", *this);
   if (hasFlag(class_flags::interface) || hasFlag(class_flags::abstract) ||
       hasFlag(class_flags::generic_definition) || hasFlag(class_flags::union_type) ||
       hasFlag(class_flags::top_type))
     return Error(String::fromUtf8(
         fmt::format("Unable to create an instance of the abstract class {}.", qualname(*this).utf8View())));
-  if (auto allocate = value()->find_allocator())
+  if (auto allocate = c->find_allocator())
     return allocate(*this);
   return Any(new object_value_instance(*this));
 }
 
 Any Class_Generic::genericDefinition() const {
-  return value()->generic_definition ? value()->generic_definition : Any(None());
+  auto *c = class_value_of(*this);
+  return c && c->generic_definition ? c->generic_definition : Any(None());
 }
-std::vector<Type> Class_Generic::genericArguments() const { return value()->generic_arguments; }
+std::vector<Type> Class_Generic::genericArguments() const {
+  auto *c = class_value_of(*this);
+  return c ? c->generic_arguments : std::vector<Type>();
+}
 
-Result<Any> Class_Generic::coerce(const Any &v) const { return kest::coerce(v, Type(*this)); }
+Result<Any> Class_Generic::coerce(const Any &v) const {
+  if (!class_value_of(*this))
+    return wrong_class("Class", *this);
+  return kest::coerce(v, Type(*this));
+}
+
+namespace {
+/// Replaces one hook (or the finaliser, or the allocator) of a class under its lock.
+template <class T> void set_hook(const Any &cls, T object_value_class::*slot, T value) {
+  auto *c = class_value_of(cls);
+  if (!c)
+    return;
+  std::lock_guard guard(c->lock);
+  std::swap(c->*slot, value); // the old hook is released outside the lock
+}
+} // namespace
 
 void Class_Generic::setMethodLookupHook(method_lookup_hook hook) const {
-  {
-    std::lock_guard guard(value()->lock);
-    value()->method_hook = std::move(hook);
-  }
+  set_hook(*this, &object_value_class::method_hook, std::move(hook));
   bump_class_members_epoch();
 }
 void Class_Generic::setPropertyGetterHook(property_getter_hook hook) const {
-  std::lock_guard guard(value()->lock);
-  value()->getter_hook = std::move(hook);
+  set_hook(*this, &object_value_class::getter_hook, std::move(hook));
 }
 void Class_Generic::setPropertySetterHook(property_setter_hook hook) const {
-  std::lock_guard guard(value()->lock);
-  value()->setter_hook = std::move(hook);
+  set_hook(*this, &object_value_class::setter_hook, std::move(hook));
 }
 void Class_Generic::setFinaliser(internal::finaliser fn) const {
-  std::lock_guard guard(value()->lock);
-  value()->finaliser = std::move(fn);
+  set_hook(*this, &object_value_class::finaliser, std::move(fn));
 }
 void Class_Generic::setAllocator(instance_allocator allocator) const {
-  std::lock_guard guard(value()->lock);
-  value()->allocator = std::move(allocator);
+  set_hook(*this, &object_value_class::allocator, std::move(allocator));
 }
 
 } // namespace kest

@@ -181,6 +181,8 @@ Result<Any> coerce_to_class(const Any &v, const Class_Generic &cls) {
 } // namespace
 
 Result<Any> coerce(const Any &value, const Type &type) {
+  if (!Class_Generic::isInstance(type)) // a type handle made over a value that is no class
+    return wrong_class("Type", type);
   const Any v = unwrap(value);
   if (type.matches(v))
     return Result<Any>(unchecked, v);

@@ -33,7 +33,10 @@ Ordering Ordering::equal() { return Ordering(unchecked, Integer(0)); }
 Ordering Ordering::greater() { return Ordering(unchecked, Integer(1)); }
 Ordering Ordering::unordered() { return Ordering(unchecked, Integer(2)); }
 Ordering Ordering::fromSign(std::int64_t sign) { return sign < 0 ? less() : sign > 0 ? greater() : equal(); }
-int Ordering::value() const noexcept { return static_cast<int>(Integer::unsafeFrom(*this).value()); }
+// A handle made over anything but an ordering number reads as unordered.
+int Ordering::value() const noexcept {
+  return isInstance(*this) ? static_cast<int>(Integer(unchecked, *this).value()) : 2;
+}
 
 namespace {
 __extension__ typedef __int128 int128; // exact sums of days and nanoseconds
@@ -173,8 +176,10 @@ Result<Ordering> internal::compare_objects_value(const Any &left, const Any &rig
   if (left_hook || right_hook) {
     const Any &self = left_hook ? a : b;
     const Any &other = left_hook ? b : a;
-    auto *cls = self.get()->class_value();
-    auto method = I_Callable_Generic::unsafeFrom(cls->find_method(hook_name(object_hook::compare).info()));
+    auto found = hook_method(self.get()->class_value(), object_hook::compare);
+    if (!found.is<I_Callable_Generic>())
+      return helpers::error_method_not_found(hook_name(object_hook::compare).string(), self);
+    auto method = found.as<I_Callable_Generic>();
     auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({other}) : method.callWith({self, other}));
     if (Error::isInstance(r))
       return Error::unsafeFrom(r);
@@ -291,8 +296,8 @@ std::int64_t hash_of(const Any &value) {
   }
   case ObjectType::Instance: {
     auto *cls = v.get()->class_value();
-    if (overrides(cls, object_hook::hash)) {
-      auto method = I_Callable_Generic::unsafeFrom(cls->find_method(hook_name(object_hook::hash).info()));
+    if (auto found = overriding_hook(cls, object_hook::hash); found.is<I_Callable_Generic>()) {
+      auto method = found.as<I_Callable_Generic>();
       auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({}) : method.callWith({v}));
       if (Integer::isInstance(r))
         return Integer::unsafeFrom(r).value();

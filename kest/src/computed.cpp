@@ -149,7 +149,9 @@ External External::fromValue(const Any &value) {
 Any External::load() const { return object_value_external::load(*this); }
 
 void External::store(const Any &value) const {
-  auto *e = native<external_value>(*this);
+  auto *e = native_if<external_value>(*this, ObjectType::External);
+  if (!e) // a handle made over another class has no cell to store into
+    return;
   Any old = value;
   std::lock_guard guard(e->lock);
   e->cell.swap(old);

@@ -85,15 +85,21 @@ KEST_DEFINE_HANDLE(Tuple, a.kind() == ObjectType::Tuple, [] {
 }())
 
 Tuple::Tuple(std::vector<Any> items) : Any(unchecked, Any(new object_value_tuple(std::move(items)))) {}
-std::int64_t Tuple::length() const noexcept {
-  return static_cast<std::int64_t>(native<object_value_tuple>(*this)->items.size());
+namespace {
+/// The elements; a handle made over another class reads as the empty tuple.
+std::span<const Any> tuple_items(const Any &a) noexcept {
+  auto *t = native_if<object_value_tuple>(a, ObjectType::Tuple);
+  return t ? std::span<const Any>(t->items) : std::span<const Any>();
 }
+} // namespace
+
+std::int64_t Tuple::length() const noexcept { return static_cast<std::int64_t>(tuple_items(*this).size()); }
 Any Tuple::at(std::int64_t index) const {
-  auto &items = native<object_value_tuple>(*this)->items;
+  auto items = tuple_items(*this);
   auto p = position_of(index, items.size());
   return p < 0 ? Any() : items[static_cast<std::size_t>(p)];
 }
-std::span<const Any> Tuple::items() const noexcept { return native<object_value_tuple>(*this)->items; }
+std::span<const Any> Tuple::items() const noexcept { return tuple_items(*this); }
 
 // --- List ---------------------------------------------------------------------
 
@@ -106,7 +112,9 @@ const Class_Generic &list_definition() {
   }();
   return cls;
 }
-object_value_list *lst(const Any &a) { return native<object_value_list>(a); }
+/// The list object, or null for a handle made over another class: members then
+/// answer as for an empty list, and those that can fail return an error.
+object_value_list *lst(const Any &a) { return native_if<object_value_list>(a, ObjectType::List); }
 } // namespace
 
 KEST_DEFINE_HANDLE(List, a.kind() == ObjectType::List, list_definition())
@@ -121,15 +129,23 @@ List::List(const Type &elementType, std::vector<Any> items)
     : Any(unchecked, Any(new object_value_list(genericInstance(elementType), std::move(items)))) {}
 List::List(std::initializer_list<Any> items) : List(Type(), std::vector<Any>(items)) {}
 
-Type List::elementType() const { return lst(*this)->element_type(); }
+Type List::elementType() const {
+  auto *l = lst(*this);
+  return l ? l->element_type() : Type();
+}
 
 std::int64_t List::length() const noexcept {
-  std::lock_guard guard(lst(*this)->lock);
-  return static_cast<std::int64_t>(lst(*this)->items.size());
+  auto *l = lst(*this);
+  if (!l)
+    return 0;
+  std::lock_guard guard(l->lock);
+  return static_cast<std::int64_t>(l->items.size());
 }
 
 Result<Any> List::at(std::int64_t index) const {
   auto *l = lst(*this);
+  if (!l)
+    return wrong_class("List", *this);
   std::lock_guard guard(l->lock);
   auto p = position_of(index, l->items.size());
   if (p < 0)
@@ -139,6 +155,8 @@ Result<Any> List::at(std::int64_t index) const {
 
 Result<None> List::append(const Any &value) const {
   auto *l = lst(*this);
+  if (!l)
+    return wrong_class("List", *this);
   if (!l->element_type().matches(value))
     return type_mismatch("store", value, l->cls);
   std::lock_guard guard(l->lock);
@@ -148,6 +166,8 @@ Result<None> List::append(const Any &value) const {
 
 Result<None> List::insert(std::int64_t index, const Any &value) const {
   auto *l = lst(*this);
+  if (!l)
+    return wrong_class("List", *this);
   if (!l->element_type().matches(value))
     return type_mismatch("store", value, l->cls);
   std::lock_guard guard(l->lock);
@@ -161,6 +181,8 @@ Result<None> List::insert(std::int64_t index, const Any &value) const {
 
 Result<None> List::set(std::int64_t index, const Any &value) const {
   auto *l = lst(*this);
+  if (!l)
+    return wrong_class("List", *this);
   if (!l->element_type().matches(value))
     return type_mismatch("store", value, l->cls);
   Any old = value;
@@ -174,6 +196,8 @@ Result<None> List::set(std::int64_t index, const Any &value) const {
 
 Result<Any> List::removeAt(std::int64_t index) const {
   auto *l = lst(*this);
+  if (!l)
+    return wrong_class("List", *this);
   std::lock_guard guard(l->lock);
   auto p = position_of(index, l->items.size());
   if (p < 0)
@@ -184,14 +208,20 @@ Result<Any> List::removeAt(std::int64_t index) const {
 }
 
 void List::clear() const {
+  auto *l = lst(*this);
+  if (!l)
+    return;
   std::vector<Any> old;
-  std::lock_guard guard(lst(*this)->lock);
-  old.swap(lst(*this)->items);
+  std::lock_guard guard(l->lock);
+  old.swap(l->items);
 }
 
 std::vector<Any> List::copyItems() const {
-  std::lock_guard guard(lst(*this)->lock);
-  return lst(*this)->items;
+  auto *l = lst(*this);
+  if (!l)
+    return {};
+  std::lock_guard guard(l->lock);
+  return l->items;
 }
 
 // --- HashMap ------------------------------------------------------------------
@@ -205,7 +235,8 @@ const Class_Generic &map_definition() {
   }();
   return cls;
 }
-object_value_hash_map *hmap(const Any &a) { return native<object_value_hash_map>(a); }
+/// The map object, or null for a handle made over another class (read as an empty map).
+object_value_hash_map *hmap(const Any &a) { return native_if<object_value_hash_map>(a, ObjectType::HashMap); }
 } // namespace
 
 KEST_DEFINE_HANDLE(HashMap, a.kind() == ObjectType::HashMap, map_definition())
@@ -218,31 +249,46 @@ HashMap::HashMap() : HashMap(Type(), Type()) {}
 HashMap::HashMap(const Type &keyType, const Type &valueType)
     : Any(unchecked, Any(new object_value_hash_map(genericInstance(keyType, valueType)))) {}
 
-Type HashMap::keyType() const { return hmap(*this)->cls->generic_arguments[0]; }
-Type HashMap::valueType() const { return hmap(*this)->cls->generic_arguments[1]; }
+Type HashMap::keyType() const {
+  auto *m = hmap(*this);
+  return m ? m->cls->generic_arguments[0] : Type();
+}
+Type HashMap::valueType() const {
+  auto *m = hmap(*this);
+  return m ? m->cls->generic_arguments[1] : Type();
+}
 
 std::int64_t HashMap::length() const noexcept {
-  std::lock_guard guard(hmap(*this)->lock);
-  return static_cast<std::int64_t>(hmap(*this)->table.size());
+  auto *m = hmap(*this);
+  if (!m)
+    return 0;
+  std::lock_guard guard(m->lock);
+  return static_cast<std::int64_t>(m->table.size());
 }
 
 Any HashMap::find(const Any &key) const {
-  const auto hash = hash_of(key);
   auto *m = hmap(*this);
+  if (!m)
+    return {};
+  const auto hash = hash_of(key);
   std::lock_guard guard(m->lock);
   auto i = m->table.find(key, hash);
   return i < 0 ? Any() : m->table.at(static_cast<std::size_t>(i)).value;
 }
 
 bool HashMap::contains(const Any &key) const {
-  const auto hash = hash_of(key);
   auto *m = hmap(*this);
+  if (!m)
+    return false;
+  const auto hash = hash_of(key);
   std::lock_guard guard(m->lock);
   return m->table.find(key, hash) >= 0;
 }
 
 Result<None> HashMap::setChecked(const Any &key, const Any &value) const {
   auto *m = hmap(*this);
+  if (!m)
+    return wrong_class("HashMap", *this);
   if (!keyType().matches(key))
     return type_mismatch("use as a key", key, m->cls);
   if (!valueType().matches(value))
@@ -255,22 +301,29 @@ Result<None> HashMap::setChecked(const Any &key, const Any &value) const {
 }
 
 bool HashMap::remove(const Any &key) const {
+  auto *m = hmap(*this);
+  if (!m)
+    return false;
   const auto hash = hash_of(key);
   ordered_table::entry removed;
-  auto *m = hmap(*this);
   std::lock_guard guard(m->lock);
   return m->table.remove(key, hash, removed);
 }
 
 void HashMap::clear() const {
+  auto *m = hmap(*this);
+  if (!m)
+    return;
   std::vector<ordered_table::entry> removed;
-  std::lock_guard guard(hmap(*this)->lock);
-  hmap(*this)->table.clear(removed);
+  std::lock_guard guard(m->lock);
+  m->table.clear(removed);
 }
 
 std::vector<std::pair<Any, Any>> HashMap::copyPairs() const {
   std::vector<std::pair<Any, Any>> out;
   auto *m = hmap(*this);
+  if (!m)
+    return out;
   std::lock_guard guard(m->lock);
   out.reserve(m->table.size());
   for (auto &e : m->table.entries())
@@ -282,6 +335,8 @@ std::vector<std::pair<Any, Any>> HashMap::copyPairs() const {
 std::vector<Any> HashMap::copyKeys() const {
   std::vector<Any> out;
   auto *m = hmap(*this);
+  if (!m)
+    return out;
   std::lock_guard guard(m->lock);
   out.reserve(m->table.size());
   for (auto &e : m->table.entries())
@@ -301,7 +356,8 @@ const Class_Generic &set_definition() {
   }();
   return cls;
 }
-object_value_hash_set *hset(const Any &a) { return native<object_value_hash_set>(a); }
+/// The set object, or null for a handle made over another class (read as an empty set).
+object_value_hash_set *hset(const Any &a) { return native_if<object_value_hash_set>(a, ObjectType::HashSet); }
 } // namespace
 
 KEST_DEFINE_HANDLE(HashSet, a.kind() == ObjectType::HashSet, set_definition())
@@ -314,21 +370,32 @@ HashSet::HashSet() : HashSet(Type()) {}
 HashSet::HashSet(const Type &elementType)
     : Any(unchecked, Any(new object_value_hash_set(genericInstance(elementType)))) {}
 
-Type HashSet::elementType() const { return hset(*this)->cls->generic_arguments[0]; }
+Type HashSet::elementType() const {
+  auto *s = hset(*this);
+  return s ? s->cls->generic_arguments[0] : Type();
+}
 
 std::int64_t HashSet::length() const noexcept {
-  std::lock_guard guard(hset(*this)->lock);
-  return static_cast<std::int64_t>(hset(*this)->table.size());
+  auto *s = hset(*this);
+  if (!s)
+    return 0;
+  std::lock_guard guard(s->lock);
+  return static_cast<std::int64_t>(s->table.size());
 }
 
 bool HashSet::contains(const Any &value) const {
+  auto *s = hset(*this);
+  if (!s)
+    return false;
   const auto hash = hash_of(value);
-  std::lock_guard guard(hset(*this)->lock);
-  return hset(*this)->table.find(value, hash) >= 0;
+  std::lock_guard guard(s->lock);
+  return s->table.find(value, hash) >= 0;
 }
 
 Result<Any> HashSet::insert(const Any &value) const {
   auto *s = hset(*this);
+  if (!s)
+    return wrong_class("HashSet", *this);
   if (!elementType().matches(value))
     return type_mismatch("store", value, s->cls);
   const auto hash = hash_of(value);
@@ -339,21 +406,29 @@ Result<Any> HashSet::insert(const Any &value) const {
 }
 
 bool HashSet::remove(const Any &value) const {
+  auto *s = hset(*this);
+  if (!s)
+    return false;
   const auto hash = hash_of(value);
   ordered_table::entry removed;
-  std::lock_guard guard(hset(*this)->lock);
-  return hset(*this)->table.remove(value, hash, removed);
+  std::lock_guard guard(s->lock);
+  return s->table.remove(value, hash, removed);
 }
 
 void HashSet::clear() const {
+  auto *s = hset(*this);
+  if (!s)
+    return;
   std::vector<ordered_table::entry> removed;
-  std::lock_guard guard(hset(*this)->lock);
-  hset(*this)->table.clear(removed);
+  std::lock_guard guard(s->lock);
+  s->table.clear(removed);
 }
 
 std::vector<Any> HashSet::copyItems() const {
   std::vector<Any> out;
   auto *s = hset(*this);
+  if (!s)
+    return out;
   std::lock_guard guard(s->lock);
   for (auto &e : s->table.entries())
     if (e.alive)

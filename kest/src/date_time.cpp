@@ -41,14 +41,20 @@ struct object_value_date_time final : internal::native_instance<&DateTime::getCl
   const Time time;
 };
 
-const object_value_date &date_of(const Date &d) noexcept {
-  return *internal::native<object_value_date>(d);
+// A handle made over a value of another class reads as the neutral value:
+// the date 0-00-00 (not valid), the naive time 00:00:00, and both of them.
+const object_value_date &date_of(const Any &d) noexcept {
+  static const object_value_date neutral(0, 0, 0);
+  auto *date = internal::native_if<const object_value_date>(d);
+  return date ? *date : neutral;
 }
-const object_value_time &time_of(const Time &t) noexcept {
-  return *internal::native<object_value_time>(t);
+const object_value_time &time_of(const Any &t) noexcept {
+  static const object_value_time neutral(0, 0, 0, 0, std::nullopt, String(), false);
+  auto *time = internal::native_if<const object_value_time>(t);
+  return time ? *time : neutral;
 }
-const object_value_date_time &date_time_of(const DateTime &dt) noexcept {
-  return *internal::native<object_value_date_time>(dt);
+const object_value_date_time *date_time_of(const Any &dt) noexcept {
+  return internal::native_if<const object_value_date_time>(dt);
 }
 
 constexpr bool is_leap_year(std::int64_t year) noexcept {
@@ -163,8 +169,14 @@ KEST_DEFINE_HANDLE(DateTime, ::kest::internal::instance_derives(a, DateTime::get
 DateTime::DateTime(const Date &date, const Time &time)
     : Any(new object_value_date_time(date, time)) {}
 
-Date DateTime::date() const { return date_time_of(*this).date; }
+Date DateTime::date() const {
+  auto *dt = date_time_of(*this);
+  return dt ? dt->date : Date(internal::unchecked, Any()); // an empty date reads as the neutral one
+}
 
-Time DateTime::time() const { return date_time_of(*this).time; }
+Time DateTime::time() const {
+  auto *dt = date_time_of(*this);
+  return dt ? dt->time : Time(internal::unchecked, Any()); // an empty time reads as the neutral one
+}
 
 } // namespace kest

@@ -181,8 +181,24 @@ Decimal make_decimal(decimal_number &&n) {
   return Decimal::unsafeFrom(Any(new object_value_decimal(std::move(n))));
 }
 
+/// The number behind a handle; a handle made over a value of another class reads
+/// as a quiet NaN (unordered, not finite, no integer value).
 const decimal_number &number_of(const Decimal &d) noexcept {
-  return internal::native<object_value_decimal>(d)->number;
+  static const decimal_number neutral = [] {
+    decimal_number n;
+    n.kind = decimal_kind::quiet_nan;
+    return n;
+  }();
+  auto *value = internal::native_if<const object_value_decimal>(d);
+  return value ? value->number : neutral;
+}
+
+/// The error for an operand that is no decimal, or None when both are decimals.
+std::optional<Error> not_decimals(const Decimal &a, const Decimal &b) {
+  for (const Decimal *operand : {&a, &b})
+    if (!internal::native_if<const object_value_decimal>(*operand))
+      return internal::wrong_class("Decimal", *operand);
+  return std::nullopt;
 }
 
 Error invalid_operation() { return Error("Invalid decimal operation."); }
@@ -502,14 +518,20 @@ std::int64_t Decimal::exponent() const {
 }
 
 Result<Decimal> Decimal::add(const Decimal &other) const {
+  if (auto error = not_decimals(*this, other))
+    return *error;
   return add_numbers(number_of(*this), number_of(other), false);
 }
 
 Result<Decimal> Decimal::subtract(const Decimal &other) const {
+  if (auto error = not_decimals(*this, other))
+    return *error;
   return add_numbers(number_of(*this), number_of(other), true);
 }
 
 Result<Decimal> Decimal::multiply(const Decimal &other) const {
+  if (auto error = not_decimals(*this, other))
+    return *error;
   return multiply_numbers(number_of(*this), number_of(other));
 }
 

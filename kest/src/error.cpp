@@ -39,7 +39,9 @@ Class_Generic error_class(const char *name, class_getter base) {
   auto cls = make_builtin_class(name, class_flags::error, {base});
   return cls;
 }
-object_value_error *err(const Any &a) { return native<object_value_error>(a); }
+/// The error's native state, or null when the value is no native error (a handle
+/// made over another class, or an instance of an error class with its own allocator).
+object_value_error *err(const Any &a) { return native_if<object_value_error>(a); }
 
 Any make_error(const Class_Generic &cls, const String &message) {
   auto *e = new object_value_error(cls);
@@ -86,10 +88,12 @@ Error Error::create(const Class_Generic &errorClass, const String &message) {
   auto instance = errorClass.allocateInstance();
   if (!Error::isInstance(instance))
     return Error(message);
-  auto e = Error::unsafeFrom(instance);
-  std::lock_guard guard(err(e)->lock());
-  err(e)->message = message;
-  return e;
+  auto *native_error = err(instance);
+  if (!native_error) // the class allocates something else: keep the message in a plain error
+    return Error(message);
+  std::lock_guard guard(native_error->lock());
+  native_error->message = message;
+  return Error::unsafeFrom(instance);
 }
 
 Error Error::unknown() { return Error(String(u"Unknown error.")); }
@@ -110,34 +114,57 @@ Error Error::fromCurrentException() {
   }
 }
 
+// A handle made over a value that is no native error reads as an empty error
+// (no message, cause, stack or value) and ignores writes.
 String Error::message() const {
-  std::lock_guard guard(err(*this)->lock());
-  return err(*this)->message;
+  auto *e = err(*this);
+  if (!e)
+    return {};
+  std::lock_guard guard(e->lock());
+  return e->message;
 }
 std::exception_ptr Error::cause() const {
-  std::lock_guard guard(err(*this)->lock());
-  return err(*this)->cause;
+  auto *e = err(*this);
+  if (!e)
+    return {};
+  std::lock_guard guard(e->lock());
+  return e->cause;
 }
 void Error::setCause(std::exception_ptr cause) const {
-  std::lock_guard guard(err(*this)->lock());
-  err(*this)->cause = std::move(cause);
+  auto *e = err(*this);
+  if (!e)
+    return;
+  std::lock_guard guard(e->lock());
+  e->cause = std::move(cause);
 }
 String Error::stack() const {
-  std::lock_guard guard(err(*this)->lock());
-  return err(*this)->stack;
+  auto *e = err(*this);
+  if (!e)
+    return {};
+  std::lock_guard guard(e->lock());
+  return e->stack;
 }
 void Error::setStack(const String &stack) const {
-  std::lock_guard guard(err(*this)->lock());
-  err(*this)->stack = stack;
+  auto *e = err(*this);
+  if (!e)
+    return;
+  std::lock_guard guard(e->lock());
+  e->stack = stack;
 }
 Any Error::value() const {
-  std::lock_guard guard(err(*this)->lock());
-  return err(*this)->value;
+  auto *e = err(*this);
+  if (!e)
+    return {};
+  std::lock_guard guard(e->lock());
+  return e->value;
 }
 void Error::setValue(const Any &value) const {
+  auto *e = err(*this);
+  if (!e)
+    return;
   Any old;
-  std::lock_guard guard(err(*this)->lock());
-  old = std::exchange(err(*this)->value, value);
+  std::lock_guard guard(e->lock());
+  old = std::exchange(e->value, value);
 }
 
 BadArgument::BadArgument(const String &message)
@@ -155,16 +182,32 @@ EvaluationError::EvaluationError(const String &message, const Union<Integer, Non
                                  const Union<Integer, None> &column, const Union<Integer, None> &spanStart,
                                  const Union<Integer, None> &spanLength)
     : Error(unchecked, make_error(EvaluationError::getClass(), message)) {
-  auto *e = err(*this);
+  auto *e = native<object_value_error>(*this);
   e->line = position(line);
   e->column = position(column);
   e->span_start = position(spanStart);
   e->span_length = position(spanLength);
 }
-std::optional<std::int64_t> EvaluationError::line() const { return err(*this)->line; }
-std::optional<std::int64_t> EvaluationError::column() const { return err(*this)->column; }
-std::optional<std::int64_t> EvaluationError::spanStart() const { return err(*this)->span_start; }
-std::optional<std::int64_t> EvaluationError::spanLength() const { return err(*this)->span_length; }
+namespace {
+/// A position of an evaluation error; none for a value that is no native error.
+using position_slot = std::optional<std::int64_t> object_value_error::*;
+std::optional<std::int64_t> position_of(const Any &error, position_slot which) {
+  auto *e = err(error);
+  return e ? e->*which : std::nullopt;
+}
+} // namespace
+std::optional<std::int64_t> EvaluationError::line() const {
+  return position_of(*this, &object_value_error::line);
+}
+std::optional<std::int64_t> EvaluationError::column() const {
+  return position_of(*this, &object_value_error::column);
+}
+std::optional<std::int64_t> EvaluationError::spanStart() const {
+  return position_of(*this, &object_value_error::span_start);
+}
+std::optional<std::int64_t> EvaluationError::spanLength() const {
+  return position_of(*this, &object_value_error::span_length);
+}
 
 StopIteration::StopIteration() : StopIteration(String(u"Stop iteration.")) {}
 StopIteration::StopIteration(const String &message)

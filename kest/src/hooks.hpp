@@ -32,6 +32,14 @@ inline bool overrides(const object_value_class *cls, object_hook hook) {
   return cls && (cls->override_mask() & (1u << static_cast<std::uint32_t>(hook))) != 0;
 }
 
+/// The meta-method of `cls` for `hook`, or None when the class has none that can be called.
+Union<I_Callable_Generic, None> hook_method(const object_value_class *cls, object_hook hook);
+
+/// The meta-method of `cls` for `hook` when the class overrides it, else None.
+inline Union<I_Callable_Generic, None> overriding_hook(const object_value_class *cls, object_hook hook) {
+  return overrides(cls, hook) ? hook_method(cls, hook) : Union<I_Callable_Generic, None>(None());
+}
+
 /// Makes (or finds) the generic instance of `definition` for `arguments`.
 Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments);
 

@@ -17,8 +17,18 @@ Class_Generic interface_class(const char *name, std::uint64_t flags, std::initia
   return make_builtin_class(name, class_flags::interface | flags, bases);
 }
 
-/// Calls the named method of `self` with `args`, or returns the method-not-found error.
+/// The error for a value whose class does not derive from `Interface` (a handle made unchecked).
+template <class Interface> Error not_conforming(const Any &self) {
+  return result_error_cast_source(Interface::getClass().name(), self);
+}
+
+/// Calls the named method of `self` with `args`: the method-not-found error when
+/// there is none, the cast error when `self` does not conform to `Interface` (so
+/// that a same-named method of an unrelated value is never called).
+template <class Interface>
 Result<Any> call_member(const Any &self, const char *name, std::initializer_list<Any> args) {
+  if (!Interface::isInstance(self))
+    return not_conforming<Interface>(self);
   auto method = method_of(self, meta_method_untyped(name));
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name), self);
@@ -31,13 +41,22 @@ Result<Any> call_member(const Any &self, const char *name, std::initializer_list
   return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(std::span<const Any>(args.begin(), args.size()))));
 }
 
+/// Reads the named property of `self`, or the cast error when it does not conform to `Interface`.
+template <class Interface> Result<Any> member_property(const Any &self, const char *name) {
+  if (!Interface::isInstance(self))
+    return not_conforming<Interface>(self);
+  return Result<Any>(unchecked, result_unwrap_lazy(self.propertyValue(meta_property_untyped(name))));
+}
+
 Result<None> as_none_result(const Result<Any> &r) {
   if (r.isError())
     return Error::unsafeFrom(r);
   return None();
 }
 
-Result<Integer> length_of(const Any &self) {
+/// The length of a native container, string or byte array, else the "$$__len__"
+/// property of a value that conforms to `Interface`.
+template <class Interface> Result<Integer> length_of(const Any &self) {
   switch (self.kind()) {
   case ObjectType::List:
     return Integer(List::unsafeFrom(self).length());
@@ -54,7 +73,7 @@ Result<Integer> length_of(const Any &self) {
   default:
     break;
   }
-  auto v = result_unwrap_lazy(self.propertyValue(meta_property_untyped("$$__len__")));
+  const Any v = member_property<Interface>(self, "$$__len__");
   if (Integer::isInstance(v))
     return Integer::unsafeFrom(v);
   if (Error::isInstance(v))
@@ -91,7 +110,7 @@ KEST_DEFINE_HANDLE(I_HasCode, value_derives(a, I_HasCode::getClass()), interface
 Result<Any> I_Iterable::iter() const {
   if (auto it = native_iterator(*this))
     return Result<Any>(unchecked, it);
-  return call_member(*this, "iter", {});
+  return call_member<I_Iterable>(*this, "iter", {});
 }
 
 Type I_Iterable::elementsType() const {
@@ -128,8 +147,10 @@ Result<Any> I_Iterable::contains(const Any &value) const {
   default:
     break;
   }
+  if (!isInstance(*this))
+    return not_conforming<I_Iterable>(*this);
   if (method_of(*this, meta_method_untyped("contains")).is<I_Callable_Generic>())
-    return call_member(*this, "contains", {value});
+    return call_member<I_Iterable>(*this, "contains", {value});
   internal::iterator_iterable it(*this), end;
   for (; it != end; ++it)
     if (compare_objects(*it, value).value() == 0)
@@ -164,12 +185,12 @@ Class_Generic I_Iterable::genericInstance(const Type &elementType) {
 Result<Any> I_Iterator::next() const {
   if (auto *it = dynamic_cast<const object_value_native_iterator *>(get()))
     return Result<Any>(unchecked, it->next());
-  return call_member(*this, "next", {});
+  return call_member<I_Iterator>(*this, "next", {});
 }
 
 // --- I_Sequence -----------------------------------------------------------------
 
-Result<Integer> I_Sequence::length() const { return length_of(*this); }
+Result<Integer> I_Sequence::length() const { return length_of<I_Sequence>(*this); }
 
 Result<Any> I_Sequence::at(std::int64_t index) const {
   switch (kind()) {
@@ -183,7 +204,7 @@ Result<Any> I_Sequence::at(std::int64_t index) const {
     return Result<Any>(unchecked, t.at(index));
   }
   default:
-    return call_member(*this, "at", {Integer(index)});
+    return call_member<I_Sequence>(*this, "at", {Integer(index)});
   }
 }
 
@@ -203,7 +224,7 @@ Result<Any> I_Sequence::sliced(std::int64_t start, std::int64_t length) const {
       return Tuple(std::move(part));
     return List(List::unsafeFrom(*this).elementType(), std::move(part));
   }
-  return call_member(*this, "sliced", {Integer(start), Integer(length)});
+  return call_member<I_Sequence>(*this, "sliced", {Integer(start), Integer(length)});
 }
 
 Result<Any> I_Sequence::indexOf(const Any &value) const {
@@ -214,7 +235,7 @@ Result<Any> I_Sequence::indexOf(const Any &value) const {
         return Integer(i);
     return Integer(-1);
   }
-  return call_member(*this, "indexOf", {value});
+  return call_member<I_Sequence>(*this, "indexOf", {value});
 }
 
 internal::iterator_sequence I_Sequence::end() const {
@@ -235,20 +256,22 @@ Any internal::iterator_sequence::operator*() const {
 Result<None> I_MutableSequence::append(const Any &value) const {
   if (kind() == ObjectType::List)
     return List::unsafeFrom(*this).append(value);
-  return as_none_result(call_member(*this, "append", {value}));
+  return as_none_result(call_member<I_MutableSequence>(*this, "append", {value}));
 }
 Result<None> I_MutableSequence::appendAt(std::int64_t index, const Any &value) const {
   if (kind() == ObjectType::List)
     return List::unsafeFrom(*this).insert(index, value);
-  return as_none_result(call_member(*this, "appendAt", {Integer(index), value}));
+  return as_none_result(call_member<I_MutableSequence>(*this, "appendAt", {Integer(index), value}));
 }
 Result<None> I_MutableSequence::set(std::int64_t index, const Any &value) const {
   if (kind() == ObjectType::List)
     return List::unsafeFrom(*this).set(index, value);
-  return as_none_result(call_member(*this, "set", {Integer(index), value}));
+  return as_none_result(call_member<I_MutableSequence>(*this, "set", {Integer(index), value}));
 }
 Result<None> I_MutableSequence::extend(const Any &iterable) const {
   if (kind() == ObjectType::List) {
+    if (!I_Iterable::isInstance(iterable))
+      return not_conforming<I_Iterable>(iterable);
     auto items = I_Iterable::unsafeFrom(iterable).collectImpl();
     if (items.isError())
       return Error::unsafeFrom(items);
@@ -259,17 +282,17 @@ Result<None> I_MutableSequence::extend(const Any &iterable) const {
     }
     return None();
   }
-  return as_none_result(call_member(*this, "extend", {iterable}));
+  return as_none_result(call_member<I_MutableSequence>(*this, "extend", {iterable}));
 }
 Result<Any> I_MutableSequence::pop() const {
   if (kind() == ObjectType::List)
     return List::unsafeFrom(*this).removeAt(-1);
-  return call_member(*this, "pop", {});
+  return call_member<I_MutableSequence>(*this, "pop", {});
 }
 Result<Any> I_MutableSequence::removeAt(std::int64_t index) const {
   if (kind() == ObjectType::List)
     return List::unsafeFrom(*this).removeAt(index);
-  return call_member(*this, "removeAt", {Integer(index)});
+  return call_member<I_MutableSequence>(*this, "removeAt", {Integer(index)});
 }
 Result<Any> I_MutableSequence::removeOne(const Any &value) const {
   if (kind() == ObjectType::List) {
@@ -280,14 +303,14 @@ Result<Any> I_MutableSequence::removeOne(const Any &value) const {
     }
     return Boolean(false);
   }
-  return call_member(*this, "removeOne", {value});
+  return call_member<I_MutableSequence>(*this, "removeOne", {value});
 }
 Result<None> I_MutableSequence::clear() const {
   if (kind() == ObjectType::List) {
     List::unsafeFrom(*this).clear();
     return None();
   }
-  return as_none_result(call_member(*this, "clear", {}));
+  return as_none_result(call_member<I_MutableSequence>(*this, "clear", {}));
 }
 Class_Generic I_MutableSequence::genericInstance(const Type &elementType) {
   return generic_instance_of(getClass(), {elementType});
@@ -302,19 +325,19 @@ Result<Any> I_Map::get(const Any &key) const {
       return Error(String::fromUtf8(fmt::format("Key not found: {}.", display(key).utf8View())));
     return Result<Any>(unchecked, map.find(key));
   }
-  return call_member(*this, "get", {key});
+  return call_member<I_Map>(*this, "get", {key});
 }
 Result<Any> I_Map::contains(const Any &key) const {
   if (kind() == ObjectType::HashMap)
     return Boolean(HashMap::unsafeFrom(*this).contains(key));
-  return call_member(*this, "contains", {key});
+  return call_member<I_Map>(*this, "contains", {key});
 }
 Result<Any> I_Map::keys() const {
   if (kind() == ObjectType::HashMap) {
     auto map = HashMap::unsafeFrom(*this);
     return List(map.keyType(), map.copyKeys());
   }
-  return Result<Any>(unchecked, result_unwrap_lazy(propertyValue(meta_property_untyped("$$keys"))));
+  return member_property<I_Map>(*this, "$$keys");
 }
 Result<Any> I_Map::values() const {
   if (kind() == ObjectType::HashMap) {
@@ -324,9 +347,9 @@ Result<Any> I_Map::values() const {
       out.append(v);
     return out;
   }
-  return Result<Any>(unchecked, result_unwrap_lazy(propertyValue(meta_property_untyped("$$values"))));
+  return member_property<I_Map>(*this, "$$values");
 }
-Result<Integer> I_Map::length() const { return length_of(*this); }
+Result<Integer> I_Map::length() const { return length_of<I_Map>(*this); }
 Type I_Map::keysType() const {
   if (kind() == ObjectType::HashMap)
     return HashMap::unsafeFrom(*this).keyType();
@@ -346,19 +369,19 @@ Class_Generic I_Map::genericInstance(const Type &keyType, const Type &valueType)
 Result<None> I_MutableMap::setChecked(const Any &key, const Any &value) const {
   if (kind() == ObjectType::HashMap)
     return HashMap::unsafeFrom(*this).setChecked(key, value);
-  return as_none_result(call_member(*this, "set", {key, value}));
+  return as_none_result(call_member<I_MutableMap>(*this, "set", {key, value}));
 }
 Result<Any> I_MutableMap::remove(const Any &key) const {
   if (kind() == ObjectType::HashMap)
     return Boolean(HashMap::unsafeFrom(*this).remove(key));
-  return call_member(*this, "remove", {key});
+  return call_member<I_MutableMap>(*this, "remove", {key});
 }
 Result<None> I_MutableMap::clear() const {
   if (kind() == ObjectType::HashMap) {
     HashMap::unsafeFrom(*this).clear();
     return None();
   }
-  return as_none_result(call_member(*this, "clear", {}));
+  return as_none_result(call_member<I_MutableMap>(*this, "clear", {}));
 }
 HashMap I_MutableMap::createInstance(const Type &keyType, const Type &valueType) {
   return HashMap(keyType, valueType);
@@ -369,19 +392,23 @@ Class_Generic I_MutableMap::genericInstance(const Type &keyType, const Type &val
 
 // --- I_Set / I_MutableSet ---------------------------------------------------------
 
-Result<Integer> I_Set::length() const { return length_of(*this); }
-Result<Any> I_Set::contains(const Any &value) const { return I_Iterable::unsafeFrom(*this).contains(value); }
+Result<Integer> I_Set::length() const { return length_of<I_Set>(*this); }
+Result<Any> I_Set::contains(const Any &value) const {
+  if (!isInstance(*this))
+    return not_conforming<I_Set>(*this);
+  return I_Iterable::unsafeFrom(*this).contains(value);
+}
 Class_Generic I_Set::genericInstance(const Type &elementType) { return generic_instance_of(getClass(), {elementType}); }
 
 Result<Any> I_MutableSet::insert(const Any &value) const {
   if (kind() == ObjectType::HashSet)
     return HashSet::unsafeFrom(*this).insert(value);
-  return call_member(*this, "insert", {value});
+  return call_member<I_MutableSet>(*this, "insert", {value});
 }
 Result<Any> I_MutableSet::remove(const Any &value) const {
   if (kind() == ObjectType::HashSet)
     return Boolean(HashSet::unsafeFrom(*this).remove(value));
-  return call_member(*this, "remove", {value});
+  return call_member<I_MutableSet>(*this, "remove", {value});
 }
 Result<None> I_MutableSet::extend(const Any &iterable) const {
   if (kind() == ObjectType::HashSet) {
@@ -395,14 +422,14 @@ Result<None> I_MutableSet::extend(const Any &iterable) const {
       return Error::unsafeFrom(it.error());
     return None();
   }
-  return as_none_result(call_member(*this, "extend", {iterable}));
+  return as_none_result(call_member<I_MutableSet>(*this, "extend", {iterable}));
 }
 Result<None> I_MutableSet::clear() const {
   if (kind() == ObjectType::HashSet) {
     HashSet::unsafeFrom(*this).clear();
     return None();
   }
-  return as_none_result(call_member(*this, "clear", {}));
+  return as_none_result(call_member<I_MutableSet>(*this, "clear", {}));
 }
 Class_Generic I_MutableSet::genericInstance(const Type &elementType) {
   return generic_instance_of(getClass(), {elementType});
@@ -410,25 +437,32 @@ Class_Generic I_MutableSet::genericInstance(const Type &elementType) {
 
 // --- capabilities -----------------------------------------------------------------
 
-Result<Any> I_Cloneable::clone() const { return call_member(*this, "clone", {}); }
-Result<Any> I_Cloneable::deepClone() const { return call_member(*this, "deepClone", {}); }
+Result<Any> I_Cloneable::clone() const { return call_member<I_Cloneable>(*this, "clone", {}); }
+Result<Any> I_Cloneable::deepClone() const { return call_member<I_Cloneable>(*this, "deepClone", {}); }
 Result<Any> I_HasName::name() const {
-  return Result<Any>(unchecked, result_unwrap_lazy(propertyValue(meta_property_untyped("$$name"))));
+  return member_property<I_HasName>(*this, "$$name");
 }
 Result<Any> I_HasDoc::doc() const {
-  return Result<Any>(unchecked, result_unwrap_lazy(propertyValue(meta_property_untyped("$$doc"))));
+  return member_property<I_HasDoc>(*this, "$$doc");
 }
 Result<Any> I_HasCode::code() const {
-  return Result<Any>(unchecked, result_unwrap_lazy(propertyValue(meta_property_untyped("$$code"))));
+  return member_property<I_HasCode>(*this, "$$code");
 }
 
 // --- range-for support ----------------------------------------------------------------
 
 internal::iterator_iterable::iterator_iterable(const Any &iterable) {
-  auto it = I_Iterable::unsafeFrom(iterable).iter();
-  auto v = result_unwrap_lazy(it);
+  if (!I_Iterable::isInstance(iterable)) {
+    m_error = not_conforming<I_Iterable>(iterable);
+    return;
+  }
+  auto v = result_unwrap_lazy(I_Iterable::unsafeFrom(iterable).iter());
   if (Error::isInstance(v)) {
     m_error = v;
+    return;
+  }
+  if (!I_Iterator::isInstance(v)) { // an "iter" member that returned something else
+    m_error = not_conforming<I_Iterator>(v);
     return;
   }
   m_iterator = v;

@@ -15,12 +15,52 @@ void function(const Module &module, const char *name, I_Callable_Generic fn, con
 
 Result<Any> unwrapped(const Result<Any> &r) { return Result<Any>(unchecked, result_unwrap_lazy(r)); }
 
+// The reflection functions take any value from a script: each checks the class
+// it needs and answers with the cast error naming both classes otherwise.
+
+/// `length(v)`: text, bytes, sequences, maps and sets.
+Result<Any> length_of_value(const Any &v) {
+  Result<Integer> n;
+  if (I_Map::isInstance(v))
+    n = I_Map::unsafeFrom(v).length();
+  else if (I_Set::isInstance(v))
+    n = I_Set::unsafeFrom(v).length();
+  else if (I_Sequence::isInstance(v) || String::isInstance(v) || ByteArray::isInstance(v))
+    n = I_Sequence(unchecked, v).length(); // text and bytes are measured natively
+  else
+    return wrong_class("I_Sequence | I_Map | I_Set", v);
+  if (n.isError())
+    return Error::unsafeFrom(n);
+  return n.as<Integer>();
+}
+
+Result<Any> at_of_value(const Any &seq, std::int64_t index) {
+  if (!I_Sequence::isInstance(seq))
+    return wrong_class("I_Sequence", seq);
+  return unwrapped(I_Sequence::unsafeFrom(seq).at(index));
+}
+
+Result<Any> get_of_value(const Any &map, const Any &key) {
+  if (!I_Map::isInstance(map))
+    return wrong_class("I_Map", map);
+  return unwrapped(I_Map::unsafeFrom(map).get(key));
+}
+
+Result<None> put_into_value(const Any &map, const Any &key, const Any &value) {
+  if (!I_MutableMap::isInstance(map))
+    return wrong_class("I_MutableMap", map);
+  return I_MutableMap::unsafeFrom(map).setChecked(key, value);
+}
+
+
 /// `call(f, *args)`: calls any callable with the remaining arguments.
 I_Callable_Generic call_function() {
   return make_callable(
       [](std::span<const Any> args) -> Any {
-        if (args.empty() || !I_Callable_Generic::isInstance(args[0]))
+        if (args.empty())
           return BadArgument(String(u"call() needs a callable as its first argument."));
+        if (!I_Callable_Generic::isInstance(args[0]))
+          return wrong_class("I_Callable", args[0]);
         return result_unwrap_lazy(I_Callable_Generic::unsafeFrom(args[0]).callWith(args.subspan(1)));
       },
       Signature({Parameter(String(u"f"), &I_Callable_Generic::getType)}, Type(), 1, true), true);
@@ -49,29 +89,23 @@ void populate_kest_module(const Module &kest) {
   function(kest, "class_name", make_function([](Any v) { return qualname(class_of(v)); }), "value",
            "The qualified class name of a value.");
   function(kest, "call", call_function(), "f", "Calls f with the remaining arguments.");
-  function(kest, "length", make_function([](Any v) -> Result<Any> {
-             auto n = I_Sequence::unsafeFrom(v).length();
-             if (n.isError())
-               return Error::unsafeFrom(n);
-             return n.as<Integer>();
-           }),
+  function(kest, "length", make_function([](Any v) { return length_of_value(v); }),
            "value", "The number of elements of a sequence, map or set.");
   function(kest, "items", make_function([](Any v) -> Result<Any> {
              if (!I_Iterable::isInstance(v))
-               return BadArgument(String(u"items() needs an iterable value."));
+               return wrong_class("I_Iterable", v);
              auto r = I_Iterable::unsafeFrom(v).collectImpl();
              if (r.isError())
                return Error::unsafeFrom(r);
              return r.as<List>();
            }),
            "value", "The elements of an iterable, in a new list.");
-  function(kest, "at", make_function([](Any seq, std::int64_t i) { return unwrapped(I_Sequence::unsafeFrom(seq).at(i)); }),
+  function(kest, "at", make_function([](Any seq, std::int64_t i) { return at_of_value(seq, i); }),
            "sequence, index", "The element of a sequence at an index.");
-  function(kest, "get", make_function([](Any map, Any key) { return unwrapped(I_Map::unsafeFrom(map).get(key)); }),
+  function(kest, "get", make_function([](Any map, Any key) { return get_of_value(map, key); }),
            "map, key", "The value of a map under a key.");
-  function(kest, "put", make_function([](Any map, Any key, Any value) {
-             return I_MutableMap::unsafeFrom(map).setChecked(key, value);
-           }),
+  function(kest, "put",
+           make_function([](Any map, Any key, Any value) { return put_into_value(map, key, value); }),
            "map, key, value", "Stores a value in a map under a key.");
   function(kest, "signature", make_function([](I_Callable_Generic f) { return f.signature().toString(); }), "f",
            "The text of a callable's signature.");

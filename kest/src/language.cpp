@@ -48,6 +48,8 @@ language_registry &registry() {
 }
 
 Result<Any> call_language(const Any &self, const char *name, std::initializer_list<Any> args) {
+  if (!I_Language::isInstance(self)) // never call a same-named method of an unrelated value
+    return wrong_class("I_Language", self);
   auto method = method_of(self, meta_method_untyped(name));
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name), self);
@@ -217,10 +219,23 @@ EvaluationScope::EvaluationScope(const Any &self, const Union<I_Map, None> &glob
   s->locals = locals;
   s->out_locals = outLocals;
 }
-Any EvaluationScope::self() const { return native<object_value_scope>(*this)->self; }
-Union<I_Map, None> EvaluationScope::globals() const { return native<object_value_scope>(*this)->globals; }
-Union<I_Map, None> EvaluationScope::locals() const { return native<object_value_scope>(*this)->locals; }
-Union<I_MutableMap, None> EvaluationScope::outLocals() const { return native<object_value_scope>(*this)->out_locals; }
+// A handle made over a value of another class reads as a scope without self or maps.
+Any EvaluationScope::self() const {
+  auto *s = native_if<object_value_scope>(*this);
+  return s ? s->self : Any();
+}
+Union<I_Map, None> EvaluationScope::globals() const {
+  auto *s = native_if<object_value_scope>(*this);
+  return s ? s->globals : Union<I_Map, None>(None());
+}
+Union<I_Map, None> EvaluationScope::locals() const {
+  auto *s = native_if<object_value_scope>(*this);
+  return s ? s->locals : Union<I_Map, None>(None());
+}
+Union<I_MutableMap, None> EvaluationScope::outLocals() const {
+  auto *s = native_if<object_value_scope>(*this);
+  return s ? s->out_locals : Union<I_MutableMap, None>(None());
+}
 
 bool internal::register_language(const String &name, const Any &language) {
   auto &r = registry();

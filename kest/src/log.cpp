@@ -79,10 +79,19 @@ KEST_DEFINE_HANDLE(Logger, instance_derives(a, Logger::getClass()), logger_class
 
 LogRecord::LogRecord(std::int64_t level, const String &message)
     : Any(unchecked, Any(new object_value_log_record(level, message))) {}
-std::int64_t LogRecord::level() const { return native<object_value_log_record>(*this)->level; }
-String LogRecord::message() const { return native<object_value_log_record>(*this)->message; }
+// A handle made over a value of another class reads as a record of level 0 without text.
+std::int64_t LogRecord::level() const {
+  auto *r = native_if<object_value_log_record>(*this);
+  return r ? r->level : 0;
+}
+String LogRecord::message() const {
+  auto *r = native_if<object_value_log_record>(*this);
+  return r ? r->message : String();
+}
 
 void Logger::log(const LogRecord &record) const {
+  if (!LogRecord::isInstance(record)) // sinks read records; anything else is dropped
+    return;
   std::vector<log_sink> targets;
   {
     auto &t = sinks();

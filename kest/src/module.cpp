@@ -38,6 +38,19 @@ void populate_kest_module(const Module &module);
 namespace {
 object_value_instance *inst(const Module &m) { return static_cast<object_value_instance *>(m.get()); }
 
+/// The instance behind a module handle, or null for a handle made over a value
+/// that is no module: such a module has no name, doc or members and ignores writes.
+object_value_instance *module_instance(const Any &m) {
+  return Module::isInstance(m) ? static_cast<object_value_instance *>(m.get()) : nullptr;
+}
+
+/// A field of a module as `T`, or `fallback` when the module or the field is not one.
+template <class T> T module_slot(const Any &m, std::size_t index, T fallback) {
+  auto *i = module_instance(m);
+  auto v = i ? i->field(index) : Any();
+  return T::isInstance(v) ? T::unsafeFrom(v) : fallback;
+}
+
 Class_Generic module_base_class() {
   auto cls = make_builtin_class("Module", class_flags::module, {&I_HasName::getClass, &I_HasDoc::getClass});
   const char *names[] = {"$_name", "$_doc", "$_classes", "$_callables", "$_importance"};
@@ -99,19 +112,32 @@ Module Module::create(const String &name) {
   return m;
 }
 
-String Module::name() const { return String::unsafeFrom(inst(*this)->field(f_name)); }
-String Module::doc() const { return String::unsafeFrom(inst(*this)->field(f_doc)); }
-void Module::setDoc(const String &doc) const { inst(*this)->exchange_field(f_doc, doc); }
-HashMap Module::classes() const { return HashMap::unsafeFrom(inst(*this)->field(f_classes)); }
-HashMap Module::callables() const { return HashMap::unsafeFrom(inst(*this)->field(f_callables)); }
+String Module::name() const { return module_slot(*this, f_name, String()); }
+String Module::doc() const { return module_slot(*this, f_doc, String()); }
+void Module::setDoc(const String &doc) const {
+  if (auto *i = module_instance(*this))
+    i->exchange_field(f_doc, String::isInstance(doc) ? doc : String());
+}
+// A module without its tables answers with a fresh empty map, so that writes to it are lost
+// rather than stored elsewhere.
+HashMap Module::classes() const {
+  return module_slot(*this, f_classes, HashMap(String::getType(), Class_Generic::getType()));
+}
+HashMap Module::callables() const {
+  return module_slot(*this, f_callables, HashMap(String::getType(), I_Callable_Generic::getType()));
+}
 Importance Module::importance() const {
-  return static_cast<Importance>(Integer::unsafeFrom(inst(*this)->field(f_importance)).value());
+  return static_cast<Importance>(
+      module_slot(*this, f_importance, Integer(static_cast<std::int64_t>(Importance::Normal))).value());
 }
 void Module::setImportance(Importance importance) const {
-  inst(*this)->exchange_field(f_importance, Integer(static_cast<std::int64_t>(importance)));
+  if (auto *i = module_instance(*this))
+    i->exchange_field(f_importance, Integer(static_cast<std::int64_t>(importance)));
 }
 
-Class_Generic Module::moduleClass() const { return raw_class_of(*this); }
+Class_Generic Module::moduleClass() const {
+  return module_instance(*this) ? raw_class_of(*this) : Class_Generic();
+}
 
 void Module::setInlined(bool inlined) const {
   addProperty(String(u"$$inlined"), Property::fromValue(String(u"inlined"), Boolean(inlined)));
@@ -124,13 +150,19 @@ bool Module::inlined() const {
   return Boolean::from(result_unwrap_lazy(p.as<Property>().get(*this))).value();
 }
 
+// Adding members needs a module and a member of the right class; anything else is
+// ignored, so that a wrong handle never adds members to the class of another value.
 void Module::addClass(const String &name, const Class_Generic &cls) const {
+  if (!module_instance(*this) || !Class_Generic::isInstance(cls))
+    return;
   classes().setChecked(name, cls);
   moduleClass()->add_class_property_unsafe(meta_property_untyped(name),
                                            Property::fromValue(name, cls));
 }
 
 void Module::addCallable(const String &name, const I_Callable_Generic &callable) const {
+  if (!module_instance(*this) || !I_Callable_Generic::isInstance(callable))
+    return;
   if (callable.kind() == ObjectType::Callable && callable.name().empty()) // an anonymous function takes its registered name
     const_cast<object_value_callable *>(static_cast<const object_value_callable *>(callable.get()))->set_name(name);
   if (is_none(callable.declaringContext()))
@@ -140,6 +172,8 @@ void Module::addCallable(const String &name, const I_Callable_Generic &callable)
 }
 
 void Module::addProperty(const String &name, const Property &property) const {
+  if (!module_instance(*this) || !Property::isInstance(property))
+    return;
   moduleClass()->add_class_property_unsafe(meta_property_untyped(name), property);
 }
 

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <limits>
 #include <mutex>
 
 namespace kest {
@@ -44,56 +45,90 @@ KEST_DEFINE_HANDLE(Property, instance_derives(a, Property::getClass()), make_bui
 KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_class("Field", class_flags::final))
 
 namespace {
-object_value_property *prop(const Any &a) { return native<object_value_property>(a); }
+/// The property object, or null for a handle made over another class: it then
+/// reads as a nameless property without getter, setter or value.
+object_value_property *prop(const Any &a) { return native_if<object_value_property>(a); }
+/// The field object, or null for a handle made over another class: it then reads
+/// as a nameless, untyped field without a slot.
+object_value_field *field_of(const Any &a) { return native_if<object_value_field>(a); }
 } // namespace
 
 Property::Property(const String &name, const I_Callable_Generic &getter)
     : Any(unchecked, Any(new object_value_property)) {
-  prop(*this)->name = name;
-  prop(*this)->getter = getter;
+  auto *p = native<object_value_property>(*this);
+  p->name = name;
+  p->getter = getter;
 }
 
 Property::Property(const String &name, const I_Callable_Generic &getter, const I_Callable_Generic &setter)
     : Property(name, getter) {
-  prop(*this)->setter = setter;
+  native<object_value_property>(*this)->setter = setter;
 }
 
 Property Property::fromValue(const String &name, const Any &value, const String &doc) {
   Property p(name, make_constant_callable(value));
-  prop(p)->value = value;
-  prop(p)->has_value = true;
-  prop(p)->doc = doc;
+  auto *state = native<object_value_property>(p);
+  state->value = value;
+  state->has_value = true;
+  state->doc = doc;
   return p;
 }
 
-String Property::name() const { return prop(*this)->name; }
+String Property::name() const {
+  auto *p = prop(*this);
+  return p ? p->name : String();
+}
 String Property::doc() const {
-  std::lock_guard guard(prop(*this)->lock());
-  return prop(*this)->doc;
+  auto *p = prop(*this);
+  if (!p)
+    return {};
+  std::lock_guard guard(p->lock());
+  return p->doc;
 }
 void Property::setDoc(const String &doc) const {
-  std::lock_guard guard(prop(*this)->lock());
-  prop(*this)->doc = doc;
+  auto *p = prop(*this);
+  if (!p)
+    return;
+  std::lock_guard guard(p->lock());
+  p->doc = doc;
 }
-I_Callable_Generic Property::getter() const { return prop(*this)->getter; }
+I_Callable_Generic Property::getter() const {
+  auto *p = prop(*this);
+  return p ? p->getter : I_Callable_Generic();
+}
 Union<I_Callable_Generic, None> Property::setter() const {
-  if (prop(*this)->setter)
-    return prop(*this)->setter;
+  auto *p = prop(*this);
+  if (p && p->setter)
+    return p->setter;
   return None();
 }
-bool Property::isValueProperty() const { return prop(*this)->has_value; }
-Any Property::storedValue() const { return prop(*this)->value; }
+bool Property::isValueProperty() const {
+  auto *p = prop(*this);
+  return p && p->has_value;
+}
+Any Property::storedValue() const {
+  auto *p = prop(*this);
+  return p ? p->value : Any();
+}
 bool Property::hidden() const {
-  std::lock_guard guard(prop(*this)->lock());
-  return prop(*this)->hidden;
+  auto *p = prop(*this);
+  if (!p)
+    return false;
+  std::lock_guard guard(p->lock());
+  return p->hidden;
 }
 void Property::setHidden(bool hidden) const {
-  std::lock_guard guard(prop(*this)->lock());
-  prop(*this)->hidden = hidden;
+  auto *p = prop(*this);
+  if (!p)
+    return;
+  std::lock_guard guard(p->lock());
+  p->hidden = hidden;
 }
 
 Result<Any> Property::get(const Any &self) const {
   auto *p = prop(*this);
+  if (!p)
+    return wrong_class("Property", *this);
   if (p->has_value)
     return Result<Any>(unchecked, p->value);
   if (!p->getter)
@@ -105,6 +140,8 @@ Result<Any> Property::get(const Any &self) const {
 
 Result<None> Property::set(const Any &self, const Any &value) const {
   auto *p = prop(*this);
+  if (!p)
+    return wrong_class("Property", *this);
   if (!p->setter)
     return Error(String::fromUtf8(fmt::format("The property '{}' is read-only for '{}'.", p->name.utf8View(),
                                               display(self).utf8View())));
@@ -119,15 +156,29 @@ Field::Field(const String &name, std::uint32_t f, type_getter getter)
     : Any(unchecked, Any(new object_value_field(name, f, Type(), getter))) {}
 Field::Field(const String &name, std::uint32_t f, const Type &t)
     : Any(unchecked, Any(new object_value_field(name, f, t, nullptr))) {}
-String Field::name() const { return native<object_value_field>(*this)->name; }
-std::uint32_t Field::flags() const { return native<object_value_field>(*this)->flags; }
+String Field::name() const {
+  auto *f = field_of(*this);
+  return f ? f->name : String();
+}
+std::uint32_t Field::flags() const {
+  auto *f = field_of(*this);
+  return f ? f->flags : 0;
+}
 Type Field::type() const {
-  auto *f = native<object_value_field>(*this);
+  auto *f = field_of(*this);
+  if (!f)
+    return {};
   if (f->getter)
     std::call_once(f->resolved, [f] { f->type = f->getter(); });
   return f->type;
 }
-std::size_t Field::index() const { return native<object_value_field>(*this)->index.load(); }
-void Field::setIndex(std::size_t index) const { native<object_value_field>(*this)->index.store(index); }
+std::size_t Field::index() const {
+  auto *f = field_of(*this);
+  return f ? f->index.load() : std::numeric_limits<std::size_t>::max();
+}
+void Field::setIndex(std::size_t index) const {
+  if (auto *f = field_of(*this))
+    f->index.store(index);
+}
 
 } // namespace kest

@@ -22,10 +22,12 @@ object_value_class *class_ptr(const Any &v) {
 
 /// Calls the hook meta-method of `self` with extra arguments.
 Any call_hook(const Any &self, object_hook hook, std::initializer_list<Any> args) {
-  auto method = class_ptr(self)->find_method(hook_name(hook).info());
+  auto method = hook_method(class_ptr(self), hook);
+  if (!method.is<I_Callable_Generic>())
+    return helpers::error_method_not_found(hook_name(hook).string(), self);
   std::vector<Any> full{self};
   full.insert(full.end(), args.begin(), args.end());
-  auto callable = I_Callable_Generic::unsafeFrom(method);
+  auto callable = method.as<I_Callable_Generic>();
   if (callable.isIndependent())
     full.erase(full.begin());
   return result_unwrap_lazy(callable.callWith(full));
@@ -50,7 +52,7 @@ Class_Generic raw_class_of(const Any &value) {
 }
 
 String qualname(const Class_Generic &cls) {
-  if (!cls)
+  if (!Class_Generic::isInstance(cls)) // empty, or a handle made over a value that is no class
     return {};
   Any context;
   {

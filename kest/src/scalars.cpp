@@ -98,14 +98,31 @@ Integer Integer::fromUnsigned(std::uint64_t v) {
   return Integer(unchecked, Any(new object_value_integer(v, false)));
 }
 
-bool Integer::isSigned() const noexcept { return native<object_value_integer>(*this)->is_signed; }
-std::int64_t Integer::value() const noexcept {
-  return static_cast<std::int64_t>(native<object_value_integer>(*this)->bits);
+// A handle made over a value of another class reads as zero (and empty bytes).
+namespace {
+const object_value_integer *int_of(const Any &a) noexcept {
+  return native_if<object_value_integer>(a, ObjectType::Integer);
 }
-std::uint64_t Integer::unsignedValue() const noexcept { return native<object_value_integer>(*this)->bits; }
+} // namespace
+
+bool Integer::isSigned() const noexcept {
+  auto *i = int_of(*this);
+  return !i || i->is_signed;
+}
+std::int64_t Integer::value() const noexcept {
+  auto *i = int_of(*this);
+  return i ? static_cast<std::int64_t>(i->bits) : 0;
+}
+std::uint64_t Integer::unsignedValue() const noexcept {
+  auto *i = int_of(*this);
+  return i ? i->bits : 0;
+}
 
 Float::Float(double v) : Any(unchecked, Any(new object_value_float(v))) {}
-double Float::value() const noexcept { return native<object_value_float>(*this)->value; }
+double Float::value() const noexcept {
+  auto *f = native_if<object_value_float>(*this, ObjectType::Float);
+  return f ? f->value : 0.0;
+}
 
 namespace {
 Any empty_bytes() {
@@ -124,16 +141,20 @@ ByteArray::ByteArray(std::span<const std::uint8_t> bytes)
 ByteArray::ByteArray(const void *data, std::size_t length)
     : ByteArray(std::span<const std::uint8_t>(static_cast<const std::uint8_t *>(data), length)) {}
 
-const std::uint8_t *ByteArray::data() const noexcept { return native<object_value_bytes>(*this)->bytes.data(); }
-std::int64_t ByteArray::length() const noexcept {
-  return static_cast<std::int64_t>(native<object_value_bytes>(*this)->bytes.size());
+namespace {
+const std::vector<std::uint8_t> &bytes_of(const Any &a) noexcept {
+  static const std::vector<std::uint8_t> none;
+  auto *b = native_if<object_value_bytes>(a, ObjectType::ByteArray);
+  return b ? b->bytes : none;
 }
+} // namespace
+
+const std::uint8_t *ByteArray::data() const noexcept { return bytes_of(*this).data(); }
+std::int64_t ByteArray::length() const noexcept { return static_cast<std::int64_t>(bytes_of(*this).size()); }
 std::string_view ByteArray::asChars() const noexcept {
-  auto &b = native<object_value_bytes>(*this)->bytes;
+  auto &b = bytes_of(*this);
   return {reinterpret_cast<const char *>(b.data()), b.size()};
 }
-std::span<const std::uint8_t> ByteArray::bytes() const noexcept {
-  return native<object_value_bytes>(*this)->bytes;
-}
+std::span<const std::uint8_t> ByteArray::bytes() const noexcept { return bytes_of(*this); }
 
 } // namespace kest

@@ -31,7 +31,11 @@ KEST_DEFINE_HANDLE(String, a.kind() == internal::ObjectType::String,
                    internal::make_builtin_class("String", 0, {&I_Immutable::getClass}))
 
 namespace {
-const object_value_string *str(const Any &a) { return static_cast<const object_value_string *>(a.get()); }
+/// The string object, or null for an empty handle or one made over another class
+/// (which read as the empty string).
+const object_value_string *str(const Any &a) noexcept {
+  return internal::native_if<const object_value_string>(a, internal::ObjectType::String);
+}
 
 Any empty_string() {
   static object_value_string *e = [] {
@@ -43,6 +47,9 @@ Any empty_string() {
 }
 
 std::int64_t clamp_index(std::int64_t i, std::int64_t n) { return std::clamp<std::int64_t>(i, 0, n); }
+
+/// The string itself when unchanged; a handle over another class gives the empty string.
+String unchanged(const String &s) { return str(s) ? s : String(); }
 } // namespace
 
 String::String() : Any(internal::unchecked, empty_string()) {}
@@ -59,14 +66,20 @@ String String::fromRawDataUnsafe(const char16_t *data, std::size_t length) {
   return String(std::u16string(data, length));
 }
 
-std::u16string_view String::view() const noexcept { return m_ptr ? std::u16string_view(str(*this)->text) : std::u16string_view(); }
+std::u16string_view String::view() const noexcept {
+  auto *s = str(*this);
+  return s ? std::u16string_view(s->text) : std::u16string_view();
+}
 
-const char16_t *String::c_str() const noexcept { return m_ptr ? str(*this)->text.c_str() : u""; }
+const char16_t *String::c_str() const noexcept {
+  auto *s = str(*this);
+  return s ? s->text.c_str() : u"";
+}
 
 std::string_view String::utf8View() const {
-  if (!m_ptr)
-    return {};
   auto *s = str(*this);
+  if (!s)
+    return {};
   auto *cached = s->utf8.load(std::memory_order_acquire);
   if (!cached) {
     auto fresh = std::make_unique<std::string>(utf16_to_utf8(s->text));
@@ -121,7 +134,7 @@ String String::substr(std::int64_t start, std::int64_t length) const {
   start = clamp_index(start, n);
   const auto count = length < 0 ? n - start : std::min(length, n - start);
   if (start == 0 && count == n)
-    return *this;
+    return unchanged(*this);
   return String(v.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(count)));
 }
 
@@ -137,7 +150,7 @@ std::vector<String> String::splitToVector(std::u16string_view separator) const {
   std::vector<String> parts;
   auto v = view();
   if (separator.empty()) {
-    parts.emplace_back(*this);
+    parts.emplace_back(unchanged(*this));
     return parts;
   }
   std::size_t begin = 0;
@@ -163,7 +176,7 @@ List String::split(char16_t separator) const { return split(std::u16string_view(
 
 String String::replaced(std::u16string_view from, std::u16string_view to) const {
   if (from.empty())
-    return *this;
+    return unchanged(*this);
   auto v = view();
   std::u16string out;
   std::size_t begin = 0;
@@ -175,7 +188,7 @@ String String::replaced(std::u16string_view from, std::u16string_view to) const 
     begin = p + from.size();
   }
   if (begin == 0)
-    return *this;
+    return unchanged(*this);
   out.append(v.substr(begin));
   return String(std::move(out));
 }
@@ -192,7 +205,7 @@ String String::trimmed() const {
   while (e > b && space(v[e - 1]))
     --e;
   if (b == 0 && e == v.size())
-    return *this;
+    return unchanged(*this);
   return String(v.substr(b, e - b));
 }
 

@@ -15,19 +15,31 @@ Type::Type() : Any(unchecked, Untyped::getClass()) {}
 Type::Type(const Class_Generic &cls) : Any(unchecked, cls ? Any(cls) : Any(Untyped::getClass())) {}
 
 namespace {
-const object_value_class *cls_of(const Type &t) { return static_cast<const object_value_class *>(t.get()); }
+/// The class of a type, or null for a handle made over a value that is no class:
+/// such a type matches nothing, conforms to nothing and has no name.
+const object_value_class *cls_of(const Type &t) noexcept {
+  return native_if<const object_value_class>(t, ObjectType::Class);
+}
 } // namespace
 
-bool Type::isUntyped() const { return cls_of(*this)->flags.load() & class_flags::top_type; }
+bool Type::isUntyped() const {
+  auto *c = cls_of(*this);
+  return c && (c->flags.load() & class_flags::top_type);
+}
 
 Class_Generic Type::toClass() const {
-  if (cls_of(*this)->flags.load() & class_flags::union_type)
+  auto *c = cls_of(*this);
+  if (!c)
+    return {};
+  if (c->flags.load() & class_flags::union_type)
     return Untyped::getClass();
   return Class_Generic::unsafeFrom(*this);
 }
 
 bool Type::matches(const Any &value) const {
   auto *c = cls_of(*this);
+  if (!c)
+    return false;
   const auto f = c->flags.load();
   if (f & class_flags::top_type)
     return true;
@@ -46,6 +58,8 @@ bool Type::matches(const Any &value) const {
 bool Type::conformsTo(const Type &other) const {
   auto *c = cls_of(*this);
   auto *o = cls_of(other);
+  if (!c || !o)
+    return false;
   if (o->flags.load() & class_flags::top_type)
     return true;
   if (c->flags.load() & class_flags::union_type) {
@@ -65,7 +79,7 @@ bool Type::conformsTo(const Type &other) const {
   return c->derives_from(o);
 }
 
-String Type::name() const { return qualname(Class_Generic::unsafeFrom(*this)); }
+String Type::name() const { return cls_of(*this) ? qualname(Class_Generic::unsafeFrom(*this)) : String(); }
 
 Type internal::type_union_of_unsafe(const std::vector<Type> &alternatives) {
   string_builder name;
@@ -74,7 +88,8 @@ Type internal::type_union_of_unsafe(const std::vector<Type> &alternatives) {
     if (i)
       name.append(u" | ");
     name.append(alternatives[i].name());
-    classes.push_back(Class_Generic::unsafeFrom(alternatives[i]));
+    if (Class_Generic::isInstance(alternatives[i])) // a non-class alternative matches nothing
+      classes.push_back(Class_Generic::unsafeFrom(alternatives[i]));
   }
   auto cls = Class_Generic::create(name.take(), class_flags::union_type);
   // Alternatives are kept as bases for matching; ancestors stay the class itself,

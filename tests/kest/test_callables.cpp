@@ -466,7 +466,7 @@ TEST(Constructors, AbstractClassWithInitCannotBeConstructed) {
 }
 
 TEST(Constructors, NonCallableValueGivesAnError) {
-  auto r = I_Callable_Generic::unsafeFrom(Integer(5)).callWith({});
+  auto r = I_Callable_Generic(internal::unchecked, Integer(5)).callWith({}); // a handle made without a check
   ASSERT_TRUE(r.isError());
   EXPECT_EQ(error_text(r), "Non-callable object: 5");
   EXPECT_FALSE(I_Callable_Generic::isInstance(Integer(5)));

@@ -108,7 +108,7 @@ TEST(KestModule, CallCallsAnyCallableWithTheRemainingArguments) {
   EXPECT_EQ(text_of(call_kest("call", {none})), "no arguments");
   auto bad = call_kest("call", {Integer(1)});
   ASSERT_TRUE(bad.isError());
-  EXPECT_EQ(error_text(bad), "call() needs a callable as its first argument.");
+  EXPECT_EQ(error_text(bad), "Unable to cast a value of class 'kest.Integer' to 'I_Callable'.");
   EXPECT_EQ(error_text(call_kest("call", {})), "Missing argument 'f' for kest.call.");
   EXPECT_EQ(error_text(call_kest("call", {add, S("x"), Integer(1)})), "Argument 1 must be kest.Integer, not kest.String.");
 }
@@ -134,7 +134,7 @@ TEST(KestModule, ItemsCollectsAnIterableIntoANewList) {
   EXPECT_EQ(display(items).toUtf8(), "[1, 2]");
   auto bad = call_kest("items", {Integer(1)});
   ASSERT_TRUE(bad.isError());
-  EXPECT_EQ(error_text(bad), "items() needs an iterable value.");
+  EXPECT_EQ(error_text(bad), "Unable to cast a value of class 'kest.Integer' to 'I_Iterable'.");
 }
 
 TEST(KestModule, AtGetAndPut) {

@@ -3,6 +3,7 @@
 
 #include <kest/object_value.hpp>
 
+#include <cassert>
 #include <compare>
 #include <cstddef>
 #include <utility>
@@ -96,6 +97,13 @@ protected:
   internal::object_value *m_ptr = nullptr;
 };
 
+namespace internal {
+/// Handles that may be made over an empty value, which their members read as a
+/// documented neutral value (an empty string, no class). Every other handle
+/// made with `unsafeFrom` must hold an instance of its class.
+template <class Handle> inline constexpr bool empty_handle_allowed = false;
+} // namespace internal
+
 /// Declares the static members that every typed handle has.
 #define KEST_HANDLE_MEMBERS(Name, Base)                                                         \
 public:                                                                                         \
@@ -107,7 +115,13 @@ public:                                                                         
   static ::kest::Union<Name, ::kest::None> cast(const ::kest::Any &a);                          \
   /** The value as this handle, or an error naming both classes. */                             \
   static ::kest::Result<Name> checkedCast(const ::kest::Any &a);                                \
-  static Name unsafeFrom(const ::kest::Any &a) noexcept { return Name(::kest::internal::unchecked, a); } \
+  /** The value as this handle without a check; the caller must know its class.   */          \
+  /** Debug builds assert it (an empty value only where the handle allows one).    */          \
+  static Name unsafeFrom(const ::kest::Any &a) noexcept {                                       \
+    assert((isInstance(a) || (a.empty() && ::kest::internal::empty_handle_allowed<Name>)) &&    \
+           "unsafeFrom: the value is not of this class");                                       \
+    return Name(::kest::internal::unchecked, a);                                                \
+  }                                                                                             \
   static const ::kest::Class_Generic &getClass();                                               \
   static ::kest::Type getType();
 

@@ -164,7 +164,14 @@ KEST_API void bump_class_members_epoch() noexcept;
 
 } // namespace internal
 
-/// A handle to a host class.
+namespace internal {
+/// A default-made `Class_Generic` is empty: no class.
+template <> inline constexpr bool empty_handle_allowed<Class_Generic> = true;
+} // namespace internal
+
+/// A handle to a host class. An empty handle, or one made over a value that is
+/// no class, answers as a class with no name, members or bases and ignores writes;
+/// `value()` and `->` read the class object unchecked.
 class KEST_API Class_Generic : public Any {
   KEST_HANDLE_MEMBERS(Class_Generic, Any)
   Class_Generic() = default;

@@ -8,6 +8,8 @@
 
 namespace kest {
 
+/// A calendar date. A handle made over a value of another class (or an empty
+/// one) reads as the date 0-00-00, which is not valid.
 class KEST_API Date : public Any {
   KEST_HANDLE_MEMBERS(Date, Any)
   Date(std::int32_t year, std::uint8_t month, std::uint8_t day);
@@ -21,6 +23,7 @@ class KEST_API Date : public Any {
 
 /// A time of day with nanoseconds, optionally aware (UTC offset and zone name),
 /// and the fold flag that tells a repeated local time from its first occurrence.
+/// A handle made over a value of another class reads as the naive time 00:00:00.
 class KEST_API Time : public Any {
   KEST_HANDLE_MEMBERS(Time, Any)
   /// A naive time; `microsecond` becomes nanoseconds.
@@ -42,6 +45,7 @@ class KEST_API Time : public Any {
   [[nodiscard]] std::int64_t totalNanoseconds() const;
 };
 
+/// A date and a time; a handle made over another class reads as both neutral values.
 class KEST_API DateTime : public Any {
   KEST_HANDLE_MEMBERS(DateTime, Any)
   DateTime(const Date &date, const Time &time);

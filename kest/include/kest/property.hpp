@@ -47,7 +47,8 @@ class KEST_API Field : public Any {
   [[nodiscard]] String name() const;
   [[nodiscard]] std::uint32_t flags() const;
   [[nodiscard]] Type type() const;
-  /// Slot index within instances (set when the field is added to a class).
+  /// Slot index within instances (set when the field is added to a class); the
+  /// largest `size_t` (no slot) for a handle made over another class.
   [[nodiscard]] std::size_t index() const;
   void setIndex(std::size_t index) const;
 };

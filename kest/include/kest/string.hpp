@@ -23,6 +23,13 @@ KEST_API std::u16string utf8_to_utf16(std::string_view utf8);
 /// Converts UTF-16 to UTF-8 (a lone surrogate as U+FFFD).
 KEST_API std::string utf16_to_utf8(std::u16string_view utf16);
 
+class String;
+namespace internal {
+/// An empty `String` handle reads as the empty string.
+template <> inline constexpr bool empty_handle_allowed<String> = true;
+} // namespace internal
+
+/// Text. A handle made over a value of another class reads as the empty string.
 class KEST_API String : public Any {
   KEST_HANDLE_MEMBERS(String, Any)
   /// The empty string.
