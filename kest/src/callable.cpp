@@ -86,6 +86,14 @@ const meta_method_untyped &init_name() {
   static const meta_method_untyped n("$__init__");
   return n;
 }
+/// The constructor of a class; empty when it has none (any more).
+I_Callable_Generic constructor_of(const object_value_class *cls) {
+  Any init = cls->find_method(init_name().info());
+  return I_Callable_Generic::isInstance(init) ? I_Callable_Generic::unsafeFrom(init) : I_Callable_Generic();
+}
+Error no_constructor(const Class_Generic &cls) {
+  return Error(String::fromUtf8(fmt::format("The class '{}' has no constructor.", qualname(cls).utf8View())));
+}
 /// A class is callable when it declares a constructor ("$__init__").
 bool constructible_class(const Any &a) {
   return a.kind() == ObjectType::Class &&
@@ -122,9 +130,21 @@ Parameter::Parameter(const String &name, const Type &t)
     : Any(unchecked, Any(new object_value_parameter(name, t, nullptr))) {}
 Parameter::Parameter(const String &name, type_getter getter)
     : Any(unchecked, Any(new object_value_parameter(name, Type(), getter))) {}
-String Parameter::name() const { return native<object_value_parameter>(*this)->name; }
+// A handle made over a value of another class reads as an empty parameter or
+// signature: no name, untyped, no parameters.
+namespace {
+object_value_parameter *parameter_of(const Any &a) noexcept { return native_if<object_value_parameter>(a); }
+object_value_signature *signature_of(const Any &a) noexcept { return native_if<object_value_signature>(a); }
+} // namespace
+
+String Parameter::name() const {
+  auto *p = parameter_of(*this);
+  return p ? p->name : String();
+}
 Type Parameter::type() const {
-  auto *p = native<object_value_parameter>(*this);
+  auto *p = parameter_of(*this);
+  if (!p)
+    return Type();
   if (p->getter)
     std::call_once(p->resolved, [p] { p->type = p->getter(); });
   return p->type;
@@ -139,16 +159,26 @@ Signature::Signature(std::vector<Parameter> parameters, const Type &resultType,
   s->result = resultType;
   s->variadic = variadic;
 }
-std::vector<Parameter> Signature::parameters() const { return native<object_value_signature>(*this)->parameters; }
+std::vector<Parameter> Signature::parameters() const {
+  auto *s = signature_of(*this);
+  return s ? s->parameters : std::vector<Parameter>();
+}
 std::int64_t Signature::parameterCount() const {
-  return static_cast<std::int64_t>(native<object_value_signature>(*this)->parameters.size());
+  auto *s = signature_of(*this);
+  return s ? static_cast<std::int64_t>(s->parameters.size()) : 0;
 }
 std::int64_t Signature::requiredParameterCount() const {
-  return static_cast<std::int64_t>(native<object_value_signature>(*this)->required);
+  auto *s = signature_of(*this);
+  return s ? static_cast<std::int64_t>(s->required) : 0;
 }
-bool Signature::hasVariadicParameters() const { return native<object_value_signature>(*this)->variadic; }
+bool Signature::hasVariadicParameters() const {
+  auto *s = signature_of(*this);
+  return s && s->variadic;
+}
 Type Signature::resultType() const {
-  auto *s = native<object_value_signature>(*this);
+  auto *s = signature_of(*this);
+  if (!s)
+    return Type();
   if (s->result_getter)
     std::call_once(s->resolved, [s] { s->result = s->result_getter(); });
   return s->result;
@@ -161,7 +191,9 @@ Signature::Signature(std::vector<Parameter> parameters, type_getter result, std:
 }
 
 Parameter internal::parameter_renamed(const Parameter &parameter, const String &name) {
-  auto *p = native<object_value_parameter>(parameter);
+  auto *p = parameter_of(parameter);
+  if (!p)
+    return Parameter(name, Type());
   if (p->getter)
     return Parameter(name, p->getter);
   return Parameter(name, p->type);
@@ -169,7 +201,9 @@ Parameter internal::parameter_renamed(const Parameter &parameter, const String &
 
 Signature internal::signature_with(const Signature &base, std::vector<Parameter> parameters, std::size_t required,
                                    type_getter result) {
-  auto *b = native<object_value_signature>(base);
+  auto *b = signature_of(base);
+  if (!b)
+    return Signature(std::move(parameters), Type(), required);
   if (result)
     return Signature(std::move(parameters), result, required, b->variadic);
   if (b->result_getter)
@@ -178,7 +212,9 @@ Signature internal::signature_with(const Signature &base, std::vector<Parameter>
 }
 
 String Signature::toString() const {
-  auto *s = native<object_value_signature>(*this);
+  auto *s = signature_of(*this);
+  if (!s)
+    return String(u"(...) -> Untyped");
   string_builder b;
   b.append(u'(');
   for (std::size_t i = 0; i < s->parameters.size(); ++i) {
@@ -408,7 +444,9 @@ Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
     // Calling a class constructs: an independent "$__init__" is a factory; any
     // other initialises a freshly allocated instance.
     auto cls = Class_Generic::unsafeFrom(*this);
-    auto init = I_Callable_Generic::unsafeFrom(cls->find_method(init_name().info()));
+    auto init = constructor_of(cls.value());
+    if (!init)
+      return no_constructor(cls);
     if (init.isIndependent())
       return init.callWith(args);
     auto instance = cls.allocateInstance();
@@ -432,7 +470,10 @@ Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
 }
 
 Result<Any> I_Callable_Generic::callWithSequence(const Any &args) const {
-  auto items = I_Iterable::unsafeFrom(args).collectImpl();
+  auto iterable = I_Iterable::checkedCast(args);
+  if (iterable.isError())
+    return Error::unsafeFrom(iterable);
+  auto items = iterable.as<I_Iterable>().collectImpl();
   if (items.isError())
     return Error::unsafeFrom(items);
   auto list = items.as<List>().copyItems();
@@ -444,7 +485,9 @@ Result<Any> I_Callable_Generic::callWithNamed(std::span<const Any> positional, c
     return callWith(positional);
   if (constructible_class(*this)) {
     auto cls = Class_Generic::unsafeFrom(*this);
-    auto init = I_Callable_Generic::unsafeFrom(cls->find_method(init_name().info()));
+    auto init = constructor_of(cls.value());
+    if (!init)
+      return no_constructor(cls);
     if (init.isIndependent())
       return init.callWithNamed(positional, named);
     auto instance = cls.allocateInstance();
@@ -519,9 +562,8 @@ I_Callable_Generic I_Callable_Generic::bindInstance(const Any &self) const {
 Signature I_Callable_Generic::signature() const {
   if (auto *c = native_callable(*this))
     return c->signature();
-  if (constructible_class(*this)) {
-    auto init = I_Callable_Generic::unsafeFrom(
-        static_cast<const object_value_class *>(get())->find_method(init_name().info()));
+  if (auto init = constructible_class(*this) ? constructor_of(static_cast<const object_value_class *>(get()))
+                                              : I_Callable_Generic()) {
     auto sig = (init.isIndependent() ? init : init.bindInstance(Any())).signature();
     return Signature(sig.parameters(), Type(Class_Generic::unsafeFrom(*this)),
                      static_cast<std::size_t>(sig.requiredParameterCount()), sig.hasVariadicParameters());
