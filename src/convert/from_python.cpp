@@ -6,7 +6,9 @@
 #include "convert/python_classes.hpp"
 #include "convert/type_mapping.hpp"
 #include "language/python_error.hpp"
+#include "proxies/cpython_function.hpp"
 #include "proxies/cpython_object.hpp"
+#include "proxies/proxy_classes.hpp"
 #include "pyobject/kest_object.hpp"
 
 #include <kest/kest.hpp>
@@ -94,9 +96,20 @@ std::int64_t truncate_unchecked(double d) {
   return static_cast<std::int64_t>(d);
 }
 
-/// Python objects without a natural host form: kept as a live wrapper. The
-/// function, mapping, sequence, set and iterable wrappers specialise this.
-kest::Any wrap(PyObject *object) { return newCPythonObject(object); }
+/// Python containers and other objects without a natural host form stay in
+/// Python behind a live wrapper, the most specific that fits (16, 17a-d).
+kest::Any wrap(PyObject *object) {
+  if (PyDict_Check(object))
+    return newPythonWrapper(cpythonProxyMappingClass(), object);
+  if (PySequence_Check(object))
+    return newPythonWrapper(cpythonProxySequenceClass(), object);
+  if (PyObject_TypeCheck(object, &PySet_Type))
+    return newPythonWrapper(cpythonProxySetClass(), object);
+  if (auto iterator = py::object::steal(PyObject_GetIter(object)))
+    return newPythonWrapper(cpythonProxyIterableClass(), object);
+  PyErr_Clear();
+  return newCPythonObject(object);
+}
 } // namespace
 
 kest::Any fromPython(PyObject *object) {
@@ -163,7 +176,7 @@ kest::Any fromPython(PyObject *object) {
     return typeFromPython(object);
   // 12. Callables.
   if (PyCallable_Check(object))
-    return wrap(object);
+    return newCPythonFunction(object);
   // 13. Text.
   if (PyUnicode_Check(object))
     return text_of(object); // a str that has no UTF-8 form gives the empty String

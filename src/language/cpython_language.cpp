@@ -5,6 +5,7 @@
 #include "convert/from_python.hpp"
 #include "language/evaluation.hpp"
 #include "proxies/cpython_object.hpp"
+#include "proxies/python_entry.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/sandbox.hpp"
 
@@ -153,9 +154,9 @@ kest::Any resolvePath(const kest::String &path) {
 
 kest::Any pythonCode(const kest::Any &value) {
   if (isPythonBacked(value)) {
-    py::gil lock;
-    PyObject *object = pythonObjectOf(value);
-    auto text = py::object::steal(object ? PyObject_Repr(object) : nullptr);
+    PythonEntry entry(value); // repr runs the object's own code
+    auto object = py::object::borrow(pythonObjectOf(value));
+    auto text = py::object::steal(object ? PyObject_Repr(object.get()) : nullptr);
     if (!text) {
       PyErr_Clear();
       return kest::String();
