@@ -38,6 +38,41 @@ void declare() {
              return list;
            }),
            "n", "A host list of the integers 0 to n - 1.");
+  // Host code using what Python hands it: a callable, any iterable, a mutable map.
+  function("apply", kest::make_function([](kest::I_Callable_Generic fn, kest::I_Iterable values) -> kest::Any {
+             kest::List results(kest::Type{});
+             kest::internal::iterator_iterable it(values), end;
+             for (; it != end; ++it) {
+               auto r = kest::internal::result_unwrap_lazy(fn.callWith({*it}));
+               if (kest::Error::isInstance(r))
+                 return r;
+               (void)results.append(r);
+             }
+             if (it.error())
+               return it.error();
+             return results;
+           }),
+           "fn, values", "A list of fn(value) for each of the values.");
+  function("tally", kest::make_function([](kest::String text, kest::I_MutableMap counts) -> kest::Result<kest::None> {
+             const auto map = kest::I_Map::unsafeFrom(counts); // every mutable map is a map
+             for (auto &word : text.splitToVector(u" ")) {
+               if (word.empty())
+                 continue;
+               std::int64_t seen = 0;
+               auto present = kest::internal::result_unwrap_lazy(map.contains(word));
+               if (kest::Boolean::isInstance(present) && kest::Boolean::unsafeFrom(present).value()) {
+                 auto count = kest::Integer::checkedCast(kest::internal::result_unwrap_lazy(map.get(word)));
+                 if (count.isError())
+                   return kest::Error::unsafeFrom(count);
+                 seen = count.as<kest::Integer>().value();
+               }
+               auto stored = counts.setChecked(word, kest::Integer(seen + 1));
+               if (stored.isError())
+                 return stored;
+             }
+             return kest::None();
+           }),
+           "text, counts", "Counts the words of the text into the map, in place.");
 }
 } // namespace
 

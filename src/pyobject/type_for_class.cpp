@@ -39,7 +39,34 @@ PyTypeObject *make_type(const char *name, const char *doc, sequence_table sequen
   auto slots = kestObjectSlots(sequence, mapping, callable, doc);
   PyType_Spec spec{name, static_cast<int>(sizeof(KestObject)), 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE,
                    slots.data()};
-  return reinterpret_cast<PyTypeObject *>(PyType_FromSpecWithBases(&spec, bases));
+  // Python warns (DeprecationWarning) that a type whose name has no module part
+  // has no __module__; host type names have none on purpose, so the warning is
+  // silenced while the type is made and the module is set afterwards.
+  auto warnings = py::object::steal(PyImport_ImportModule("warnings"));
+  auto catcher = warnings ? py::object::steal(PyObject_CallMethod(warnings.get(), "catch_warnings", nullptr))
+                          : py::object();
+  auto entered = catcher ? py::object::steal(PyObject_CallMethod(catcher.get(), "__enter__", nullptr)) : py::object();
+  if (entered)
+    (void)py::object::steal(
+        PyObject_CallMethod(warnings.get(), "simplefilter", "sO", "ignore", PyExc_DeprecationWarning));
+  PyErr_Clear(); // without the warnings module the type is made all the same
+  auto *type = reinterpret_cast<PyTypeObject *>(PyType_FromSpecWithBases(&spec, bases));
+  if (entered) {
+    PyObject *error_type = nullptr, *error = nullptr, *traceback = nullptr;
+    PyErr_Fetch(&error_type, &error, &traceback);
+    (void)py::object::steal(PyObject_CallMethod(catcher.get(), "__exit__", "OOO", Py_None, Py_None, Py_None));
+    PyErr_Clear();
+    PyErr_Restore(error_type, error, traceback);
+  }
+  return type;
+}
+
+/// The host module of a class, for its type's __module__ ("kest" when it has none).
+std::string module_of(const kest::Class_Generic &cls) {
+  auto context = cls.declaringContext();
+  if (kest::Module::isInstance(context))
+    return kest::Module::unsafeFrom(context).name().toUtf8();
+  return "kest";
 }
 
 /// The tables a class's flags select; a later match replaces an earlier one.
@@ -139,6 +166,10 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
                                  : nullptr;
       if (!made)
         return nullptr;
+      const auto module = module_of(cls);
+      auto module_text = py::object::steal(PyUnicode_FromStringAndSize(module.data(), static_cast<Py_ssize_t>(module.size())));
+      if (!module_text || PyObject_SetAttrString(reinterpret_cast<PyObject *>(made), "__module__", module_text.get()) < 0)
+        PyErr_Clear(); // the type works without it
       PyTypeObject *kept = nullptr;
       {
         std::lock_guard guard(c.lock);
