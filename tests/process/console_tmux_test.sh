@@ -22,7 +22,7 @@ screen() { tmux_ capture-pane -p -J -S -500 -t console 2>/dev/null; }
 # wait_for TEXT [COUNT]: until the screen holds TEXT (on one line) COUNT times.
 wait_for() {
   local count=${2:-1}
-  for _ in $(seq 300); do
+  for _ in $(seq 600); do
     (($(screen | grep -cF -- "$1") >= count)) && return 0
     sleep 0.1
   done
