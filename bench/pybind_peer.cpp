@@ -52,4 +52,12 @@ PyObject *make_numbers(long n) {
   return py::cast(std::move(numbers)).release().ptr();
 }
 
+long long sum_list(PyObject *list) {
+  auto items = py::reinterpret_borrow<py::list>(list);
+  long long sum = 0;
+  for (auto h : items)
+    sum += h.cast<long long>();
+  return sum;
+}
+
 } // namespace bench_peer

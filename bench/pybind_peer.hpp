@@ -11,4 +11,9 @@ PyObject *make_counter();
 /// A pybind11-bound sequence of `n` integers that Python can iterate; a new reference.
 PyObject *make_numbers(long n);
 
+/// The sum of a Python list of ints, walked and cast by pybind11 from C++
+/// (`for (auto h : list) sum += h.cast<long long>()`). The caller holds the
+/// interpreter lock; `list` is borrowed.
+long long sum_list(PyObject *list);
+
 } // namespace bench_peer
