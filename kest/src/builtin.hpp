@@ -61,6 +61,14 @@ template <class T> T *native_if(const Any &a, ObjectType kind) noexcept {
 /// share the kind Instance with declared classes), else null.
 template <class T> T *native_if(const Any &a) noexcept { return dynamic_cast<T *>(a.get()); }
 
+/// The native interface operations of an instance's own class, or null.
+inline const native_protocol *native_protocol_of(const Any &a) noexcept {
+  if (a.kind() != ObjectType::Instance)
+    return nullptr;
+  auto *cls = a.get()->class_value();
+  return cls ? cls->native.load(std::memory_order_acquire) : nullptr;
+}
+
 /// The error for a value that is not of the class an operation needs.
 inline Error wrong_class(const char *expected, const Any &value) {
   return result_error_cast_source(String::fromUtf8(expected), value);

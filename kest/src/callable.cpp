@@ -459,6 +459,8 @@ Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
       return Error::unsafeFrom(r);
     return instance;
   }
+  if (auto *native = native_protocol_of(*this); native && native->call)
+    return Result<Any>(unchecked, native->call(*this, args));
   if (m_ptr && m_ptr->kind() == ObjectType::Instance) {
     auto method = raw_method_of(*this, call_name());
     if (method.is<I_Callable_Generic>()) {

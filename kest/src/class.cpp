@@ -514,4 +514,9 @@ void Class_Generic::setAllocator(instance_allocator allocator) const {
   set_hook(*this, &object_value_class::allocator, std::move(allocator));
 }
 
+void Class_Generic::setNativeProtocol(const native_protocol *protocol) const {
+  if (auto *c = class_value_of(*this))
+    c->native.store(protocol, std::memory_order_release);
+}
+
 } // namespace kest

@@ -29,7 +29,12 @@ template <class Interface>
 Result<Any> call_member(const Any &self, const char *name, std::initializer_list<Any> args) {
   if (!Interface::isInstance(self))
     return not_conforming<Interface>(self);
-  auto method = method_of(self, meta_method_untyped(name));
+  // A class implements an interface by declaring its members: they are found
+  // before any lookup hook is asked.
+  const meta_method_untyped member(name);
+  auto method = raw_method_of(self, member);
+  if (!method.is<I_Callable_Generic>())
+    method = method_of(self, member);
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name), self);
   auto callable = method.as<I_Callable_Generic>();
@@ -46,6 +51,15 @@ template <class Interface> Result<Any> member_property(const Any &self, const ch
   if (!Interface::isInstance(self))
     return not_conforming<Interface>(self);
   return Result<Any>(unchecked, result_unwrap_lazy(self.propertyValue(meta_property_untyped(name))));
+}
+
+/// What a native operation gave, as the result of an operation that yields a `T`.
+template <class T> Result<T> as_result(const Any &v) {
+  if (T::isInstance(v))
+    return T::unsafeFrom(v);
+  if (Error::isInstance(v))
+    return Error::unsafeFrom(v);
+  return result_error_cast_source(T::getClass().name(), v);
 }
 
 Result<None> as_none_result(const Result<Any> &r) {
@@ -73,6 +87,8 @@ template <class Interface> Result<Integer> length_of(const Any &self) {
   default:
     break;
   }
+  if (auto *native = native_protocol_of(self); native && native->length)
+    return as_result<Integer>(native->length(self));
   const Any v = member_property<Interface>(self, "$$__len__");
   if (Integer::isInstance(v))
     return Integer::unsafeFrom(v);
@@ -110,6 +126,8 @@ KEST_DEFINE_HANDLE(I_HasCode, value_derives(a, I_HasCode::getClass()), interface
 Result<Any> I_Iterable::iter() const {
   if (auto it = native_iterator(*this))
     return Result<Any>(unchecked, it);
+  if (auto *native = native_protocol_of(*this); native && native->iter)
+    return Result<Any>(unchecked, native->iter(*this));
   return call_member<I_Iterable>(*this, "iter", {});
 }
 
@@ -183,6 +201,8 @@ Class_Generic I_Iterable::genericInstance(const Type &elementType) {
 // --- I_Iterator -----------------------------------------------------------------
 
 Result<Any> I_Iterator::next() const {
+  if (auto *native = native_protocol_of(*this); native && native->next)
+    return Result<Any>(unchecked, native->next(*this));
   if (auto *it = dynamic_cast<const object_value_native_iterator *>(get()))
     return Result<Any>(unchecked, it->next());
   return call_member<I_Iterator>(*this, "next", {});
@@ -204,6 +224,8 @@ Result<Any> I_Sequence::at(std::int64_t index) const {
     return Result<Any>(unchecked, t.at(index));
   }
   default:
+    if (auto *native = native_protocol_of(*this); native && native->at)
+      return Result<Any>(unchecked, native->at(*this, index));
     return call_member<I_Sequence>(*this, "at", {Integer(index)});
   }
 }
@@ -325,6 +347,8 @@ Result<Any> I_Map::get(const Any &key) const {
       return Error(String::fromUtf8(fmt::format("Key not found: {}.", display(key).utf8View())));
     return Result<Any>(unchecked, map.find(key));
   }
+  if (auto *native = native_protocol_of(*this); native && native->get)
+    return Result<Any>(unchecked, native->get(*this, key));
   return call_member<I_Map>(*this, "get", {key});
 }
 Result<Any> I_Map::contains(const Any &key) const {

@@ -6,6 +6,7 @@
 
 #include <kest/boolean.hpp>
 #include <kest/float.hpp>
+#include <kest/hash_map.hpp>
 #include <kest/module.hpp>
 #include <kest/reflection.hpp>
 
@@ -142,7 +143,27 @@ Union<Field, None> find_field(const Any &value, const meta_field_untyped &name) 
   return None();
 }
 
+namespace {
+/// The values of a map that a hook returned, of the handle type `T`.
+template <class T> std::vector<T> hook_values(const Any &map) {
+  std::vector<T> out;
+  if (HashMap::isInstance(map))
+    for (auto &[name, member] : HashMap::unsafeFrom(map).copyPairs())
+      if (T::isInstance(member))
+        out.push_back(T::unsafeFrom(member));
+  return out;
+}
+
+Result<None> none_or_error(const Any &r) {
+  if (Error::isInstance(r))
+    return Error::unsafeFrom(r);
+  return None();
+}
+} // namespace
+
 std::vector<Property> own_properties_of(const Any &value) {
+  if (overrides(class_ptr(value), object_hook::own_properties))
+    return hook_values<Property>(call_hook(value, object_hook::own_properties, {}));
   std::vector<Property> out;
   if (auto *inst = instance_of(value))
     for (auto &[n, p] : inst->own_properties())
@@ -151,6 +172,8 @@ std::vector<Property> own_properties_of(const Any &value) {
 }
 
 std::vector<I_Callable_Generic> own_methods_of(const Any &value) {
+  if (overrides(class_ptr(value), object_hook::own_methods))
+    return hook_values<I_Callable_Generic>(call_hook(value, object_hook::own_methods, {}));
   std::vector<I_Callable_Generic> out;
   if (auto *inst = instance_of(value))
     for (auto &[n, m] : inst->own_methods())
@@ -159,6 +182,9 @@ std::vector<I_Callable_Generic> own_methods_of(const Any &value) {
 }
 
 Result<None> insert_property_value(const Any &object, const meta_property_untyped &name, const Any &value) {
+  if (overrides(class_ptr(object), object_hook::insert_property))
+    return none_or_error(call_hook(object, object_hook::insert_property,
+                                   {name.string(), Property::fromValue(name.string(), value)}));
   auto *inst = instance_of(object);
   if (!inst)
     return Error(String::fromUtf8(fmt::format("Unable to insert the property '{}' into a value of class '{}'.",
@@ -168,6 +194,8 @@ Result<None> insert_property_value(const Any &object, const meta_property_untype
 }
 
 Result<None> insert_method(const Any &object, const meta_method_untyped &name, const I_Callable_Generic &method) {
+  if (overrides(class_ptr(object), object_hook::insert_method))
+    return none_or_error(call_hook(object, object_hook::insert_method, {name.string(), method}));
   auto *inst = instance_of(object);
   if (!inst)
     return Error(String::fromUtf8(fmt::format("Unable to insert the method '{}' into a value of class '{}'.",

@@ -3,6 +3,7 @@
 // through Python's own introspection. Signature and result type are computed
 // once and cached in hidden fields.
 
+#include "proxies/native_protocols.hpp"
 #include "proxies/cpython_function.hpp"
 
 #include "convert/from_python.hpp"
@@ -323,7 +324,10 @@ std::string def_name(std::string_view text) {
 }
 } // namespace
 
-kest::Class_Generic cpythonFunctionClass() { return g_declaration.get(); }
+kest::Class_Generic cpythonFunctionClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_declaration.get(), native::function());
+  return cls;
+}
 
 kest::Any newCPythonFunction(PyObject *callable) {
   if (!callable || !PyCallable_Check(callable))

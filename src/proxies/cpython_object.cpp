@@ -20,12 +20,34 @@
 #include <kest/interfaces.hpp>
 #include <kest/reflection.hpp>
 
+#include <atomic>
 #include <mutex>
 #include <optional>
 
 namespace sarvode {
 
 namespace {
+/// The instances of every Python-backed class. The fields stay the record (the
+/// finaliser releases what `$_pyobj` holds); the object and the sandbox mark
+/// are also kept here, so that the paths into Python read them without a
+/// field lookup. The object is written once when the wrapper is made (and
+/// again only by setPythonObject, under the same rules as the field).
+class python_wrapper_instance final : public kest::internal::object_value_instance {
+public:
+  explicit python_wrapper_instance(kest::Class_Generic cls) : object_value_instance(std::move(cls)) {}
+  std::atomic<PyObject *> object{nullptr}; // borrowed from `$_pyobj`, which owns the reference
+  std::atomic<bool> sandboxed{false};
+};
+
+/// The wrapper instance behind a value, looking through computed and weak values.
+const python_wrapper_instance *wrapper_instance(const kest::Any &value) {
+  if (value.kind() == kest::internal::ObjectType::Instance)
+    return dynamic_cast<const python_wrapper_instance *>(value.get());
+  const kest::Any v = kest::internal::unwrap(value);
+  return v.kind() == kest::internal::ObjectType::Instance ? dynamic_cast<const python_wrapper_instance *>(v.get())
+                                                          : nullptr;
+}
+
 /// Copies `$_pyobj` under the instance's lock; null when it holds no object.
 PyObject *stored_object(const kest::Any &value) {
   auto *instance = kest::internal::instance_of(value);
@@ -91,6 +113,8 @@ kest::Class_Generic cpythonObjectClass() {
   static const kest::Class_Generic cls = [] {
     auto c = g_declaration.get();
     installCPythonObjectHooks(c);
+    // Classes derived from it find this allocator along their bases.
+    c.setAllocator([](const kest::Class_Generic &of) { return kest::Any(new python_wrapper_instance(of)); });
     return c;
   }();
   return cls;
@@ -103,10 +127,12 @@ bool isPythonBacked(const kest::Any &value) {
 }
 
 PyObject *pythonObjectOf(const kest::Any &value) {
+  if (auto *wrapper = wrapper_instance(value))
+    return wrapper->object.load(std::memory_order_acquire);
   kest::Any v = kest::internal::unwrap(value);
   if (!isPythonBacked(v))
     return nullptr;
-  return stored_object(v);
+  return stored_object(v); // an instance made some other way: the field says
 }
 
 void setPythonObject(const kest::Any &wrapper, PyObject *object) {
@@ -120,6 +146,8 @@ void setPythonObject(const kest::Any &wrapper, PyObject *object) {
   }
   kest::Any old = instance->exchange_field(field.as<kest::Field>().index(),
                                            kest::Integer(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(object))));
+  if (auto *cached = dynamic_cast<python_wrapper_instance *>(instance))
+    cached->object.store(object, std::memory_order_release);
   if (kest::Integer::isInstance(old))
     if (auto *previous = reinterpret_cast<PyObject *>(static_cast<std::intptr_t>(kest::Integer::unsafeFrom(old).value()))) {
       py::gil lock;
@@ -128,8 +156,11 @@ void setPythonObject(const kest::Any &wrapper, PyObject *object) {
 }
 
 void initialisePythonWrapper(const kest::Any &wrapper, PyObject *object) {
-  if (sandboxActive())
+  if (sandboxActive()) {
     (void)wrapper.setFieldValue(names::sandboxed(), kest::Boolean(true));
+    if (auto *cached = dynamic_cast<python_wrapper_instance *>(wrapper.get()))
+      cached->sandboxed.store(true, std::memory_order_release);
+  }
   setPythonObject(wrapper, object);
 }
 
@@ -145,6 +176,8 @@ kest::Any newPythonWrapper(const kest::Class_Generic &cls, PyObject *object) {
 kest::Any newCPythonObject(PyObject *object) { return newPythonWrapper(cpythonObjectClass(), object); }
 
 bool isSandboxedWrapper(const kest::Any &wrapper) {
+  if (auto *cached = wrapper_instance(wrapper))
+    return cached->sandboxed.load(std::memory_order_acquire);
   kest::Any v = kest::internal::unwrap(wrapper);
   auto *instance = kest::internal::instance_of(v);
   return instance && isPythonBacked(v) && sandboxed_instance(*instance);

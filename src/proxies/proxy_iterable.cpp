@@ -1,10 +1,10 @@
 // CPythonProxyIterable and CPythonProxyIterator: iterating a Python iterable
 // from the host, one element at a time.
 
+#include "proxies/native_protocols.hpp"
 #include "proxies/proxy_classes.hpp"
 #include "proxies/proxy_members.hpp"
 
-#include "convert/from_python.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_entry.hpp"
 
@@ -12,19 +12,6 @@ namespace sarvode {
 
 namespace {
 using namespace proxy;
-
-kest::Any next(const kest::Any &self) {
-  PythonEntry entry(self);
-  auto iterator = py::object::borrow(pythonObjectOf(self));
-  if (!iterator)
-    return kest::StopIteration();
-  auto item = py::object::steal(PyIter_Next(iterator.get()));
-  if (item)
-    return fromPython(item.get());
-  if (PyErr_Occurred())
-    return pythonErrorOr(kest::StopIteration());
-  return kest::StopIteration(); // exhausted
-}
 
 void build_iterable(builder &b) {
   for (auto &entry : class_head("CPythonProxyIterable", "Proxy of a Python iterable.",
@@ -38,15 +25,21 @@ void build_iterator(builder &b) {
   for (auto &entry : class_head("CPythonProxyIterator", "Proxy of a Python iterator.",
                                 {kest::I_Iterator::getClass()}))
     b.add_entry(entry);
-  b.add_entry(method("next", kest::make_method([](kest::Any self) { return next(self); }), "self"));
+  b.add_entry(method("next", kest::make_method([](kest::Any self) { return native::iterator().next(self); }), "self"));
 }
 
 kest::internal::class_declaration g_iterable("CPythonProxyIterable", &build_iterable);
 kest::internal::class_declaration g_iterator("CPythonProxyIterator", &build_iterator);
 } // namespace
 
-kest::Class_Generic cpythonProxyIterableClass() { return g_iterable.get(); }
-kest::Class_Generic cpythonProxyIteratorClass() { return g_iterator.get(); }
+kest::Class_Generic cpythonProxyIterableClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_iterable.get(), native::iterable());
+  return cls;
+}
+kest::Class_Generic cpythonProxyIteratorClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_iterator.get(), native::iterator());
+  return cls;
+}
 
 kest::Any iterateProxy(const kest::Any &wrapper) {
   PythonEntry entry(wrapper);

@@ -1,5 +1,6 @@
 // CPythonProxyMapping: a Python mapping as a live, mutable host map.
 
+#include "proxies/native_protocols.hpp"
 #include "proxies/proxy_classes.hpp"
 #include "proxies/proxy_members.hpp"
 
@@ -31,6 +32,9 @@ void build(builder &b) {
 kest::internal::class_declaration g_declaration("CPythonProxyMapping", &build);
 } // namespace
 
-kest::Class_Generic cpythonProxyMappingClass() { return g_declaration.get(); }
+kest::Class_Generic cpythonProxyMappingClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_declaration.get(), native::mapping());
+  return cls;
+}
 
 } // namespace sarvode

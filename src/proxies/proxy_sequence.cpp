@@ -1,6 +1,7 @@
 // CPythonProxySequence: a Python sequence as a live, mutable host sequence.
 // Indices go to Python as they are, so negative ones count from the end.
 
+#include "proxies/native_protocols.hpp"
 #include "proxies/proxy_classes.hpp"
 #include "proxies/proxy_members.hpp"
 
@@ -84,6 +85,9 @@ void build(builder &b) {
 kest::internal::class_declaration g_declaration("CPythonProxySequence", &build);
 } // namespace
 
-kest::Class_Generic cpythonProxySequenceClass() { return g_declaration.get(); }
+kest::Class_Generic cpythonProxySequenceClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_declaration.get(), native::sequence());
+  return cls;
+}
 
 } // namespace sarvode

@@ -1,5 +1,6 @@
 // CPythonProxySet: a Python set as a live, mutable host set.
 
+#include "proxies/native_protocols.hpp"
 #include "proxies/proxy_classes.hpp"
 #include "proxies/proxy_members.hpp"
 
@@ -74,6 +75,9 @@ void build(builder &b) {
 kest::internal::class_declaration g_declaration("CPythonProxySet", &build);
 } // namespace
 
-kest::Class_Generic cpythonProxySetClass() { return g_declaration.get(); }
+kest::Class_Generic cpythonProxySetClass() {
+  static const kest::Class_Generic cls = withNativeProtocol(g_declaration.get(), native::set());
+  return cls;
+}
 
 } // namespace sarvode

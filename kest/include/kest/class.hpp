@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <span>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -56,6 +57,28 @@ using property_setter_hook =
 using finaliser = std::function<void(object_value_instance &instance)>;
 /// Creates an uninitialised instance of a class.
 using instance_allocator = std::function<Any(const Class_Generic &cls)>;
+
+/// Native forms of the interface operations for the instances of one class,
+/// set by the code that declares the class and used before any member is
+/// looked up by name. Each stands for the member the class declares under the
+/// interface's name ("$call", "next", "iter", "get", "at", "$$__len__") and
+/// must behave exactly as that member does; a null entry is looked up as usual.
+/// They apply to instances of that very class only, not to derived classes,
+/// which may declare members of their own.
+struct native_protocol {
+  /// A call with positional arguments (`I_Callable_Generic::callWith`).
+  Any (*call)(const Any &self, std::span<const Any> args) = nullptr;
+  /// An iterator over the value (`I_Iterable::iter`).
+  Any (*iter)(const Any &self) = nullptr;
+  /// The next element, or a StopIteration error (`I_Iterator::next`).
+  Any (*next)(const Any &self) = nullptr;
+  /// The value of a key (`I_Map::get`).
+  Any (*get)(const Any &self, const Any &key) = nullptr;
+  /// The element at an index (`I_Sequence::at`).
+  Any (*at)(const Any &self, std::int64_t index) = nullptr;
+  /// The number of elements (an Integer, or an error).
+  Any (*length)(const Any &self) = nullptr;
+};
 
 /// Members of one kind, in declaration order, indexed by name.
 struct KEST_API member_table {
@@ -112,6 +135,8 @@ public:
   property_setter_hook setter_hook;
   internal::finaliser finaliser;
   instance_allocator allocator;
+  /// Native interface operations of this class's own instances (never freed; may be null).
+  std::atomic<const native_protocol *> native{nullptr};
 
   /// Looks a member up in this class, then in its bases in order.
   [[nodiscard]] Any find_property(const name_info *name) const;
@@ -221,6 +246,9 @@ class KEST_API Class_Generic : public Any {
   void setPropertySetterHook(internal::property_setter_hook hook) const;
   void setFinaliser(internal::finaliser finaliser) const;
   void setAllocator(internal::instance_allocator allocator) const;
+  /// Native forms of interface operations for this class's own instances; the
+  /// table must live as long as the process.
+  void setNativeProtocol(const internal::native_protocol *protocol) const;
 };
 
 /// A class handle that remembers the handle type of its instances.

@@ -48,14 +48,15 @@ KEST_API Union<I_Callable_Generic, None> method_of(const Any &value, const meta_
 KEST_API Union<I_Callable_Generic, None> raw_method_of(const Any &value, const meta_method_untyped &name);
 /// The field of the value's class.
 KEST_API Union<Field, None> find_field(const Any &value, const meta_field_untyped &name);
-/// Properties inserted on this object only.
+/// Properties inserted on this object only (through "$__ownProperties__" if overridden).
 KEST_API std::vector<Property> own_properties_of(const Any &value);
-/// Methods inserted on this object only.
+/// Methods inserted on this object only (through "$__ownMethods__" if overridden).
 KEST_API std::vector<I_Callable_Generic> own_methods_of(const Any &value);
-/// Inserts a value property on one object; an error for values that are no instances.
+/// Inserts a value property on one object (through "$__insertProperty__" if overridden);
+/// an error for values that are no instances.
 KEST_API Result<None> insert_property_value(const Any &object, const meta_property_untyped &name,
                                             const Any &value);
-/// Inserts a method on one object.
+/// Inserts a method on one object (through "$__insertMethod__" if overridden).
 KEST_API Result<None> insert_method(const Any &object, const meta_method_untyped &name,
                                     const I_Callable_Generic &method);
 

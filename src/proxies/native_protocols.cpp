@@ -1,0 +1,125 @@
+// The native forms of the wrappers' interface operations: host loops, calls
+// and lookups reach Python without looking a member up by name. Each behaves
+// exactly as the member it stands for; where the wrapped object is exactly a
+// list, tuple or dict, the concrete protocol gives the same results and errors.
+
+#include "proxies/native_protocols.hpp"
+
+#include "convert/from_python.hpp"
+#include "convert/to_python.hpp"
+#include "proxies/cpython_object.hpp"
+#include "proxies/proxy_classes.hpp"
+#include "proxies/python_call.hpp"
+#include "proxies/python_entry.hpp"
+
+#include <kest/kest.hpp>
+
+namespace sarvode {
+
+namespace {
+py::object held(const kest::Any &self) { return py::object::borrow(pythonObjectOf(self)); }
+
+bool exactly_list_or_tuple(PyObject *object) { return PyList_CheckExact(object) || PyTuple_CheckExact(object); }
+bool exactly_builtin_container(PyObject *object) {
+  return exactly_list_or_tuple(object) || PyDict_CheckExact(object) || PyAnySet_CheckExact(object);
+}
+
+kest::Any call(const kest::Any &self, std::span<const kest::Any> args) {
+  PythonEntry entry(self);
+  auto fn = held(self);
+  if (!fn)
+    return {}; // a wrapper without a function gives no result
+  return callPythonLocked(fn.get(), args);
+}
+
+/// The member "iter": a CPythonProxyIterator over what __iter__ returns.
+kest::Any iter(const kest::Any &self) { return iterateProxy(self); }
+
+kest::Any next(const kest::Any &self) {
+  PythonEntry entry(self);
+  auto iterator = held(self);
+  if (!iterator)
+    return kest::StopIteration();
+  if (auto item = py::object::steal(PyIter_Next(iterator.get())))
+    return fromPython(item.get());
+  if (PyErr_Occurred())
+    return pythonErrorOr(kest::StopIteration());
+  return kest::StopIteration();
+}
+
+kest::Any get(const kest::Any &self, const kest::Any &key) {
+  PythonEntry entry(self);
+  auto map = held(self);
+  if (!map)
+    return nullObjectError();
+  if (!PyDict_CheckExact(map.get()))
+    return callPythonMethodLocked(map.get(), "__getitem__", std::span<const kest::Any>(&key, 1));
+  auto py_key = py::object::steal(toPythonLocked(key));
+  if (!py_key)
+    return pythonErrorOr(kest::Error(kest::String(u"Unable to convert an argument.")));
+  PyObject *value = PyDict_GetItemWithError(map.get(), py_key.get()); // borrowed
+  if (value)
+    return fromPython(value);
+  if (!PyErr_Occurred()) {
+    // What dict.__getitem__ raises: KeyError with the key as its one argument.
+    auto args = py::object::steal(PyTuple_Pack(1, py_key.get()));
+    if (args)
+      PyErr_SetObject(PyExc_KeyError, args.get());
+  }
+  return pythonErrorOr(kest::Error(kest::String(u"Key not found.")));
+}
+
+kest::Any at(const kest::Any &self, std::int64_t index) {
+  PythonEntry entry(self);
+  auto sequence = held(self);
+  if (!sequence)
+    return nullObjectError();
+  if (!exactly_list_or_tuple(sequence.get())) {
+    const kest::Any argument = kest::Integer(index);
+    return callPythonMethodLocked(sequence.get(), "__getitem__", std::span<const kest::Any>(&argument, 1));
+  }
+  const bool list = PyList_CheckExact(sequence.get());
+  const Py_ssize_t size = list ? PyList_Size(sequence.get()) : PyTuple_Size(sequence.get());
+  const auto position = index < 0 ? index + size : index;
+  if (position < 0 || position >= size) {
+    PyErr_SetString(PyExc_IndexError, list ? "list index out of range" : "tuple index out of range");
+    return pythonErrorOr(kest::Error(kest::String(u"Index out of range.")));
+  }
+  PyObject *item = list ? PyList_GetItem(sequence.get(), static_cast<Py_ssize_t>(position))
+                        : PyTuple_GetItem(sequence.get(), static_cast<Py_ssize_t>(position)); // borrowed
+  return fromPython(item);
+}
+
+kest::Any length(const kest::Any &self) {
+  PythonEntry entry(self);
+  auto object = held(self);
+  if (!object)
+    return nullObjectError();
+  if (!exactly_builtin_container(object.get())) {
+    auto n = callPythonMethodLocked(object.get(), "__len__", {});
+    return kest::Error::isInstance(n) ? n : kest::internal::result_unwrap_lazy(kest::Integer::checkedCast(n));
+  }
+  const Py_ssize_t n = PyObject_Size(object.get());
+  if (n < 0)
+    return pythonErrorOr(kest::Error(kest::String(u"Unable to take the length.")));
+  return kest::Integer(static_cast<std::int64_t>(n));
+}
+
+const kest::internal::native_protocol function_protocol{.call = &call};
+const kest::internal::native_protocol iterable_protocol{.iter = &iter};
+const kest::internal::native_protocol iterator_protocol{.next = &next};
+const kest::internal::native_protocol sequence_protocol{.iter = &iter, .at = &at, .length = &length};
+const kest::internal::native_protocol mapping_protocol{.iter = &iter, .get = &get, .length = &length};
+const kest::internal::native_protocol set_protocol{.iter = &iter, .length = &length};
+} // namespace
+
+namespace native {
+const kest::internal::native_protocol &function() { return function_protocol; }
+const kest::internal::native_protocol &iterable() { return iterable_protocol; }
+const kest::internal::native_protocol &iterator() { return iterator_protocol; }
+const kest::internal::native_protocol &sequence() { return sequence_protocol; }
+const kest::internal::native_protocol &mapping() { return mapping_protocol; }
+const kest::internal::native_protocol &set() { return set_protocol; }
+} // namespace native
+
+} // namespace sarvode
