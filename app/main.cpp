@@ -38,6 +38,8 @@ int evaluate_and_show(const kest::I_Language &language, const std::string &code,
       return status;
   const auto value = sarvode::evaluate(language, code, expression, options);
   if (kest::Error::isInstance(value)) {
+    if (auto status = sarvode::requested_exit(std::cerr, kest::Error::unsafeFrom(value)))
+      return *status;
     sarvode::print_error(std::cerr, "<string>", kest::Error::unsafeFrom(value));
     return 1;
   }

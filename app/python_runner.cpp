@@ -2,6 +2,8 @@
 
 #include "python_runner.hpp"
 
+#include "process_signals.hpp"
+
 #include <ostream>
 
 namespace sarvode {
@@ -26,6 +28,25 @@ void print_error(std::ostream &err, const std::string &source, const kest::Error
   while (!message.empty() && message.back() == '\n')
     message.pop_back();
   err << ": error: " << message << "\n";
+}
+
+std::optional<int> requested_exit(std::ostream &err, const kest::Error &error) {
+  const auto cls = kest::qualname(kest::raw_class_of(error)).toUtf8();
+  if (cls == "kest.cpython.KeyboardInterrupt") {
+    err << "KeyboardInterrupt\n";
+    return end_by_interrupt();
+  }
+  if (cls != "kest.cpython.SystemExit")
+    return std::nullopt;
+  // As python3 ends on SystemExit: None is success, an integer is the status,
+  // anything else is printed and the status is 1.
+  const auto code = kest::internal::unwrap(error.value());
+  if (kest::is_none(code))
+    return 0;
+  if (kest::Integer::isInstance(code))
+    return static_cast<int>(kest::Integer::unsafeFrom(code).value() & 0xFF);
+  err << kest::display(code).toUtf8() << "\n";
+  return 1;
 }
 
 kest::Any evaluate(const kest::I_Language &language, const std::string &code, bool expression,

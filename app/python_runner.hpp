@@ -20,6 +20,11 @@ struct run_options {
 
 /// Prints an error as "SOURCE:LINE:COLUMN: error: MESSAGE" when it has a
 /// position, else "SOURCE: error: MESSAGE".
+/// The exit status that an error of Python's SystemExit or KeyboardInterrupt
+/// asks for, as python3 gives it (a SystemExit message is printed to `err`;
+/// an interrupt ends the process by SIGINT); nothing for any other error.
+std::optional<int> requested_exit(std::ostream &err, const kest::Error &error);
+
 void print_error(std::ostream &err, const std::string &source, const kest::Error &error);
 
 /// Evaluates statements (the host's statement evaluation: a body whose return

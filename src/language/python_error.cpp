@@ -6,6 +6,7 @@
 #include "convert/python_classes.hpp"
 #include "convert/type_mapping.hpp"
 #include "language/exception_types.hpp"
+#include "language/exit_errors.hpp"
 
 #include <kest/kest.hpp>
 
@@ -87,6 +88,8 @@ kest::Class_Generic error_class_for(PyObject *exception) {
   PyObject *type = reinterpret_cast<PyObject *>(Py_TYPE(exception));
   if (type == PyExc_StopIteration)
     return kest::StopIteration::getClass();
+  if (auto cls = exitErrorClassFor(exception))
+    return cls;
   if (auto cls = errorClassForExceptionType(type))
     return cls;
   auto mapped = typeFromPython(type);
@@ -135,6 +138,12 @@ kest::Any errorFromException(PyObject *exception) {
   text += notes_of(exception);
   auto error = kest::Error::create(cls, kest::String::fromUtf8(text));
   error.setStack(kest::String::fromUtf8(stack));
+  if (cls.isSame(systemExitErrorClass())) {
+    // The exit code, for a host that ends as Python would.
+    auto code = py::object::steal(PyObject_GetAttrString(exception, "code"));
+    PyErr_Clear();
+    error.setValue(code ? fromPython(code.get()) : kest::Any());
+  }
   return error;
 }
 
@@ -171,8 +180,11 @@ kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset) 
     return error;
   // A host error that travelled through Python comes back as itself, and the
   // end of an iteration stays a StopIteration; only the errors made here from
-  // Python exceptions gain a position.
+  // other Python exceptions gain a position.
   if (carries_host_error(f.value.get()) || kest::StopIteration::isInstance(error))
+    return error;
+  // A request to end the program keeps its class (and exit code): it has no position.
+  if (exitErrorClassFor(f.value.get()))
     return error;
 
   std::optional<std::int64_t> line = position(f.value.get(), "lineno");

@@ -39,6 +39,24 @@ none-result-prints-nothing)
   run -c "x = 1"
   expect 0 "" ""
   ;;
+code-and-expression-exit-statuses)
+  # SystemExit and KeyboardInterrupt end -c and -e as they end python3 -c.
+  run -c "import sys; sys.exit(3)"
+  expect 3 "" ""
+  run -c "import sys; sys.exit(300)"
+  expect 44 "" ""
+  run -c "import sys; sys.exit()"
+  expect 0 "" ""
+  run -c "raise SystemExit('bye')"
+  expect 1 "" "bye"
+  run -e "exit(5)"
+  expect 5 "" ""
+  run -c "raise KeyboardInterrupt"
+  [[ $status == 130 ]] || fail "exit status $status after KeyboardInterrupt"
+  [[ $err == "KeyboardInterrupt" ]] || fail "stderr was [$err]"
+  run --sandbox -c "import sys; sys.exit(7)"
+  expect 7 "" ""
+  ;;
 statement-return)
   run -c $'x = 20\nreturn x * 2 + 2'
   expect 0 "42" ""
