@@ -24,12 +24,8 @@ inline kest::Any method(const char *name, kest::I_Callable_Generic fn, const cha
 /// A property entry with a getter and an optional setter.
 inline kest::Any property(const char *name, kest::I_Callable_Generic getter, const char *doc,
                           kest::I_Callable_Generic setter = {}) {
-  kest::internal::property_builder_base p{kest::String::fromUtf8(name)};
-  p.assign_getter(std::move(getter));
-  if (setter)
-    p.assign_setter(std::move(setter));
-  p.assign_doc(kest::String::fromUtf8(doc));
-  return builder::property_entry(p);
+  return kest::internal::declared_property(kest::String::fromUtf8(name), std::move(getter), kest::String::fromUtf8(doc),
+                                           std::move(setter));
 }
 
 /// Reads a field of an instance (fields hold what the classes keep).

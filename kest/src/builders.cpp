@@ -339,6 +339,16 @@ I_Callable_Generic declared_function(const String &name, I_Callable_Generic fn, 
   return builder.callable();
 }
 
+Any declared_property(const String &name, I_Callable_Generic getter, const String &doc, I_Callable_Generic setter) {
+  property_builder_base p{name};
+  p.assign_getter(std::move(getter));
+  if (setter)
+    p.assign_setter(std::move(setter));
+  if (!doc.empty())
+    p.assign_doc(doc);
+  return class_builder_base::property_entry(p);
+}
+
 // --- property builder -----------------------------------------------------------------
 
 property_builder_base::property_builder_base(String name) : m_name(name) {}

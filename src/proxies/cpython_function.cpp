@@ -259,12 +259,8 @@ void build(kest::internal::class_builder_base &b) {
   using A = kest::Any;
   auto property = [&](const char *name, kest::I_Callable_Generic getter, const char *doc,
                       kest::I_Callable_Generic setter = {}) {
-    kest::internal::property_builder_base p{kest::String::fromUtf8(name)};
-    p.assign_getter(std::move(getter));
-    if (setter)
-      p.assign_setter(std::move(setter));
-    p.assign_doc(kest::String::fromUtf8(doc));
-    b.add_entry(builder::property_entry(p));
+    b.add_entry(kest::internal::declared_property(kest::String::fromUtf8(name), std::move(getter),
+                                                  kest::String::fromUtf8(doc), std::move(setter)));
   };
   auto method = [&](const char *name, kest::I_Callable_Generic fn, const char *params) {
     const auto text = kest::String::fromUtf8(name);

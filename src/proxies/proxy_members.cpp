@@ -65,9 +65,7 @@ kest::Any forwarding_method(const char *name, const char *python, const char *pa
 }
 
 kest::Any property(const char *name, kest::I_Callable_Generic getter) {
-  kest::internal::property_builder_base p{kest::String::fromUtf8(name)};
-  p.assign_getter(std::move(getter));
-  return builder::property_entry(p);
+  return kest::internal::declared_property(kest::String::fromUtf8(name), std::move(getter));
 }
 
 std::vector<kest::Any> class_head(const char *name, const char *doc, std::vector<kest::Class_Generic> interfaces) {

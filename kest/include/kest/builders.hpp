@@ -90,6 +90,11 @@ private:
   type_getter m_type = nullptr;
 };
 
+/// A property entry of a class declaration: a getter over the instance, its
+/// documentation, and a setter over (instance, value) when it can be written.
+KEST_API Any declared_property(const String &name, I_Callable_Generic getter, const String &doc = {},
+                               I_Callable_Generic setter = {});
+
 /// The entries of one class declaration.
 class KEST_API class_builder_base {
 public:
