@@ -185,17 +185,25 @@ Result<None> insert_property_value(const Any &object, const meta_property_untype
   if (overrides(class_ptr(object), object_hook::insert_property))
     return none_or_error(call_hook(object, object_hook::insert_property,
                                    {name.string(), Property::fromValue(name.string(), value)}));
+  return raw_insert_property(object, name, Property::fromValue(name.string(), value));
+}
+
+Result<None> raw_insert_property(const Any &object, const meta_property_untyped &name, const Property &property) {
   auto *inst = instance_of(object);
   if (!inst)
     return Error(String::fromUtf8(fmt::format("Unable to insert the property '{}' into a value of class '{}'.",
                                               name.utf8(), qualname(raw_class_of(object)).utf8View())));
-  inst->insert_property(name.info(), Property::fromValue(name.string(), value));
+  inst->insert_property(name.info(), property);
   return None();
 }
 
 Result<None> insert_method(const Any &object, const meta_method_untyped &name, const I_Callable_Generic &method) {
   if (overrides(class_ptr(object), object_hook::insert_method))
     return none_or_error(call_hook(object, object_hook::insert_method, {name.string(), method}));
+  return raw_insert_method(object, name, method);
+}
+
+Result<None> raw_insert_method(const Any &object, const meta_method_untyped &name, const I_Callable_Generic &method) {
   auto *inst = instance_of(object);
   if (!inst)
     return Error(String::fromUtf8(fmt::format("Unable to insert the method '{}' into a value of class '{}'.",

@@ -277,7 +277,7 @@ TEST(CPythonObject, AMethodStoredOnTheHostSideOnlyShadowsThePythonAttribute) {
   py.run("p = Point()\n");
   auto point = py.host("p");
   auto host_side = kest::make_function([]() { return kest::String(u"from the host"); });
-  ASSERT_FALSE(kest::insert_method(point, meth("scaled"), host_side).isError());
+  ASSERT_FALSE(kest::raw_insert_method(point, meth("scaled"), host_side).isError());
   auto found = kest::method_of(point, meth("scaled"));
   ASSERT_TRUE(found.is<kest::I_Callable_Generic>());
   EXPECT_TRUE(found.as<kest::I_Callable_Generic>().isSame(host_side));

@@ -59,6 +59,12 @@ KEST_API Result<None> insert_property_value(const Any &object, const meta_proper
 /// Inserts a method on one object (through "$__insertMethod__" if overridden).
 KEST_API Result<None> insert_method(const Any &object, const meta_method_untyped &name,
                                     const I_Callable_Generic &method);
+/// Stores a property on one object on the host side only, whatever its class's hooks.
+KEST_API Result<None> raw_insert_property(const Any &object, const meta_property_untyped &name,
+                                          const Property &property);
+/// Stores a method on one object on the host side only, whatever its class's hooks.
+KEST_API Result<None> raw_insert_method(const Any &object, const meta_method_untyped &name,
+                                        const I_Callable_Generic &method);
 
 /// Human-readable text of a value (through "$__display__" if overridden).
 KEST_API String display(const Any &value);
