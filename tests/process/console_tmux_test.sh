@@ -34,11 +34,28 @@ type_line() {
   tmux_ send-keys -t console Enter
 }
 
+# appears TEXT SECONDS: whether the screen shows TEXT within SECONDS.
+appears() {
+  for _ in $(seq $(($2 * 10))); do
+    screen | grep -qF -- "$1" && return 0
+    sleep 0.1
+  done
+  return 1
+}
+
 start() {
-  tmux_ kill-server >/dev/null 2>&1
-  tmux_ new-session -d -s console -x 120 -y 50 \
-    "env -u LOCALAPPDATA -u USERPROFILE -u XDG_DATA_HOME HOME='$tmp/home' '$sarvode'; echo \"status=\$?\" >'$tmp/status'; sleep 30"
-  wait_for ">>> "
+  # tmux's server now and then dies while it starts ("server exited
+  # unexpectedly"); that is the terminal's trouble, not the console's: retry.
+  for _ in 1 2 3; do
+    tmux_ kill-server >/dev/null 2>&1
+    if tmux_ new-session -d -s console -x 120 -y 50 \
+      "env -u LOCALAPPDATA -u USERPROFILE -u XDG_DATA_HOME HOME='$tmp/home' '$sarvode'; echo \"status=\$?\" >'$tmp/status'; sleep 30" &&
+      appears ">>> " 20; then
+      return 0
+    fi
+    sleep 1
+  done
+  fail "the console did not start in a tmux pane"
 }
 
 mkdir -p "$tmp/home"
