@@ -43,6 +43,9 @@ constinit cached g_time("datetime", "time");
 constinit cached g_datetime("datetime", "datetime");
 constinit cached g_decimal("decimal", "Decimal");
 constinit cached g_format_exception("traceback", "format_exception");
+constinit cached g_signature("inspect", "signature");
+constinit cached g_get_type_hints("typing", "get_type_hints");
+constinit cached g_get_origin("typing", "get_origin");
 } // namespace
 
 PyObject *date() { return g_date.get(); }
@@ -50,5 +53,8 @@ PyObject *time() { return g_time.get(); }
 PyObject *datetime() { return g_datetime.get(); }
 PyObject *decimal() { return g_decimal.get(); }
 PyObject *format_exception() { return g_format_exception.get(); }
+PyObject *inspect_signature() { return g_signature.get(); }
+PyObject *get_type_hints() { return g_get_type_hints.get(); }
+PyObject *get_origin() { return g_get_origin.get(); }
 
 } // namespace sarvode::python_classes

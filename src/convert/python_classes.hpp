@@ -11,5 +11,10 @@ PyObject *time();      ///< datetime.time
 PyObject *datetime();  ///< datetime.datetime
 PyObject *decimal();   ///< decimal.Decimal
 PyObject *format_exception(); ///< traceback.format_exception
+/// inspect.signature, typing.get_type_hints and typing.get_origin, for the
+/// signatures of Python functions.
+PyObject *inspect_signature();
+PyObject *get_type_hints();
+PyObject *get_origin();
 
 } // namespace sarvode::python_classes

@@ -4,6 +4,7 @@
 
 #include "proxies/annotation_type.hpp"
 
+#include "convert/python_classes.hpp"
 #include "convert/type_mapping.hpp"
 
 #include <kest/kest.hpp>
@@ -24,17 +25,6 @@ std::string_view trimmed(std::string_view text) {
 std::string_view cut_before(std::string_view text, char mark) {
   const auto at = text.find(mark);
   return trimmed(at == std::string_view::npos ? text : text.substr(0, at));
-}
-
-/// typing.get_origin, looked up once and kept (null when there is none).
-PyObject *get_origin() {
-  static PyObject *function = [] {
-    auto typing = py::object::steal(PyImport_ImportModule("typing"));
-    PyObject *fn = typing ? PyObject_GetAttrString(typing.get(), "get_origin") : nullptr;
-    PyErr_Clear();
-    return fn; // kept for the life of the process
-  }();
-  return function;
 }
 
 /// The attribute as UTF-8 text, or empty.
@@ -99,7 +89,7 @@ kest::Type typeOfAnnotation(PyObject *annotation) {
     return kest::Type();
   if (annotation == Py_None)
     return kest::None::getType();
-  if (PyObject *origin_of = get_origin()) {
+  if (PyObject *origin_of = python_classes::get_origin()) {
     auto origin = py::object::steal(PyObject_CallFunctionObjArgs(origin_of, annotation, nullptr));
     if (!origin)
       PyErr_Clear();

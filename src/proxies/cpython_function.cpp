@@ -7,6 +7,7 @@
 #include "proxies/cpython_function.hpp"
 
 #include "convert/from_python.hpp"
+#include "convert/python_classes.hpp"
 #include "convert/to_python.hpp"
 #include "host/names.hpp"
 #include "language/module_dictionary.hpp"
@@ -33,24 +34,6 @@ const kest::meta_field_untyped &independent_field() {
 }
 
 py::object held(const kest::Any &self) { return py::object::borrow(pythonObjectOf(self)); }
-
-/// An attribute of a module, looked up once and kept for the life of the process.
-PyObject *module_function(const char *module, const char *name) {
-  auto m = py::object::steal(PyImport_ImportModule(module));
-  PyObject *fn = m ? PyObject_GetAttrString(m.get(), name) : nullptr;
-  PyErr_Clear();
-  return fn;
-}
-
-PyObject *inspect_signature() {
-  static PyObject *fn = module_function("inspect", "signature");
-  return fn;
-}
-
-PyObject *get_type_hints() {
-  static PyObject *fn = module_function("typing", "get_type_hints");
-  return fn;
-}
 
 kest::Any call(const kest::Any &self, const kest::Any &arguments) {
   auto sequence = kest::I_Sequence::checkedCast(arguments);
@@ -152,7 +135,7 @@ kest::Any set_defaults(const kest::Any &self, const kest::Any &values) {
 
 /// The result type from the type hints, else from __annotations__.
 kest::Type introspected_result_type(PyObject *fn) {
-  if (PyObject *hints_of = get_type_hints()) {
+  if (PyObject *hints_of = python_classes::get_type_hints()) {
     auto hints = py::object::steal(PyObject_CallFunctionObjArgs(hints_of, fn, nullptr));
     if (hints && PyDict_Check(hints.get())) {
       PyObject *result = PyDict_GetItemString(hints.get(), "return"); // borrowed
@@ -199,7 +182,7 @@ kest::Any signature(const kest::Any &self) {
     auto fn = held(self);
     if (!fn)
       return kest::Error(kest::String(u"Unable to find the function."));
-    PyObject *signature_of = inspect_signature();
+    PyObject *signature_of = python_classes::inspect_signature();
     if (!signature_of)
       return kest::Error(kest::String(u"Unable to access 'inspect.signature' function."));
     auto sig = py::object::steal(PyObject_CallFunctionObjArgs(signature_of, fn.get(), nullptr));
