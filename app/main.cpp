@@ -61,12 +61,15 @@ int main(int argc, char **argv) {
                "Runs FILE, a module (-m) or the standard input (-) as python3 does; or CODE (statements\n"
                "whose 'return' gives the result) or EXPR; with no arguments on a terminal it opens a console.",
                "sarvode"};
-  bool show_version = false, show_model = false, interactive = false;
+  bool show_version = false, show_model = false, all_modules = false, interactive = false;
   std::string code, expression, module_name;
   sarvode::run_options options;
   std::string extensions_dir = sarvode::default_extensions_directory();
   app.add_flag("--version", show_version, "Print the version and exit");
   app.add_flag("--show-model", show_model, "Print the modules, classes and functions of the object model");
+  app.add_flag("--all-modules", all_modules,
+               "With --show-model: first add every installed top-level Python module under \"python\"")
+      ->needs("--show-model");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
   auto *c = app.add_option("-c", code, "Run CODE as Python statements");
   auto *e = app.add_option("-e", expression, "Evaluate EXPR as a Python expression and print it");
@@ -103,6 +106,17 @@ int main(int argc, char **argv) {
     return 0;
   }
   if (show_model) {
+    if (all_modules) {
+      auto language = sarvode::python_language();
+      if (!language) {
+        std::cerr << "sarvode: the Python language extension registered no Python language\n";
+        return exit_extension_failed;
+      }
+      // The language's own catalogue: a host module for every installed top-level Python module.
+      auto import_all = kest::method_of(*language, kest::meta_method_untyped("importAllModules"));
+      if (import_all.is<kest::I_Callable_Generic>())
+        (void)import_all.as<kest::I_Callable_Generic>().callWith({*language});
+    }
     sarvode::print_model(std::cout);
     return 0;
   }

@@ -103,7 +103,13 @@ Module Module::create(const String &name) {
   // Each module gets a class of its own, so members added to one module
   // never appear on another.
   auto cls = Class_Generic::create(String(u"Module"), 0, {Module::getClass()});
-  Module m(unchecked, Any(new object_value_instance(cls)));
+  return createOfClass(name, cls).as<Module>();
+}
+
+Result<Module> Module::createOfClass(const String &name, const Class_Generic &moduleClass) {
+  if (!moduleClass || !moduleClass.derivesFrom(Module::getClass()))
+    return result_error_cast_source(String(u"Module"), moduleClass);
+  Module m(unchecked, Any(new object_value_instance(moduleClass)));
   inst(m)->exchange_field(f_name, name);
   inst(m)->exchange_field(f_doc, String());
   inst(m)->exchange_field(f_classes, HashMap(String::getType(), Class_Generic::getType()));

@@ -7,6 +7,7 @@
 
 #include "host/names.hpp"
 #include "language/cpython_language.hpp"
+#include "proxies/cpython_module.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/builders.hpp>
@@ -79,7 +80,10 @@ const bool g_registered = [] {
   (void)names::pyobj(), (void)names::sandboxed(), (void)names::defaults(), (void)names::result_type(), (void)names::sign(),
       (void)names::import_all_modules();
   (void)members();
-  kest::internal::add_init_handler(2, [] { (void)cpythonLanguageClass(); });
+  kest::internal::add_init_handler(2, [] {
+    (void)cpythonLanguageClass();
+    (void)cpythonModuleClass();
+  });
   kest::internal::add_init_handler(3, [] { ensurePythonReady(); });
   kest::internal::add_init_handler(4, [] {
     (void)kest::internal::register_property(module_name, members().doc.name().string(), members().doc.build());

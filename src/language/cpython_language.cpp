@@ -4,6 +4,8 @@
 
 #include "convert/from_python.hpp"
 #include "language/evaluation.hpp"
+#include "host/names.hpp"
+#include "language/module_catalogue.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_entry.hpp"
 #include "runtime/python_ready.hpp"
@@ -93,6 +95,10 @@ void build_class(builder &b) {
       method("evaluate",
              kest::make_method([](kest::Any, kest::String code, kest::Any scope) { return evaluateWithScope(code, scope); }),
              "code, scope", "Evaluates Python code.", no_scope)));
+  b.add_entry(builder::method_entry(
+      names::import_all_modules(),
+      method("importAllModules", kest::make_method([](kest::Any) { importAllModules(); }), "",
+             "Adds a host module under \"python\" for every installed top-level Python module.")));
   b.add_entry(value_property("$$name", kest::String(u"CPython")));
   b.add_entry(value_property("$$canEvaluate", kest::Boolean(true)));
   b.add_entry(builder::base_entry(kest::PythonLanguage::getClass()));

@@ -26,7 +26,6 @@ void fillPythonModule() {
   python.setDoc(kest::String::fromUtf8(language_description));
   (void)kest::insert_property_value(python, kest::meta_property_untyped("$$icon"),
                                     kest::String(u":/kest/icons/py.svg"));
-  // The standard module entries ("python.builtins", ...) join here with the module export.
 }
 
 } // namespace sarvode

@@ -5,6 +5,7 @@
 #include "platform/platform.hpp"
 #include "language/cpython_language.hpp"
 #include "language/host_importer.hpp"
+#include "language/module_catalogue.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
 #include "runtime/sandbox.hpp"
@@ -44,6 +45,7 @@ void start_interpreter() {
   pending.clear();
   (void)PyEval_SaveThread(); // from here on, every use takes the lock through PyGILState_Ensure
   fillPythonModule();
+  addStandardPythonModules();
 }
 } // namespace
 

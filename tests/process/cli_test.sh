@@ -57,6 +57,17 @@ code-and-expression-exit-statuses)
   run --sandbox -c "import sys; sys.exit(7)"
   expect 7 "" ""
   ;;
+show-model-lists-python-modules)
+  run --show-model
+  [[ $status == 0 ]] || fail "exit status $status"
+  [[ $out == *$'\nmodule python.builtins - '* && $out == *$'\nmodule python.collections.abc'* ]] ||
+    fail "no standard entries of python in [$out]"
+  [[ $out != *$'\nmodule python.json'* ]] || fail "python.json listed before --all-modules"
+  run --show-model --all-modules
+  [[ $status == 0 ]] || fail "exit status $status"
+  [[ $out == *$'\nmodule python.json - '* ]] || fail "python.json missing after --all-modules"
+  [[ $out != *$'\nmodule python.this'* && $out != *$'\nmodule python.antigravity'* ]] || fail "a skipped module is listed"
+  ;;
 statement-return)
   run -c $'x = 20\nreturn x * 2 + 2'
   expect 0 "42" ""

@@ -21,6 +21,9 @@ class KEST_API Module : public Any {
   KEST_HANDLE_MEMBERS(Module, Any)
   /// A new module that is not yet in the table.
   static Module create(const String &name);
+  /// A new module that is an instance of `moduleClass` (a class of its own,
+  /// derived from Module), not yet in the table; an error for another class.
+  static Result<Module> createOfClass(const String &name, const Class_Generic &moduleClass);
 
   [[nodiscard]] String name() const;
   [[nodiscard]] String doc() const;

@@ -1,0 +1,79 @@
+// The module catalogue of the host module "python".
+
+#include "language/module_catalogue.hpp"
+
+#include "language/evaluation.hpp"
+#include "proxies/cpython_module.hpp"
+
+#include <kest/kest.hpp>
+
+#include <mutex>
+#include <string_view>
+
+namespace sarvode {
+
+namespace {
+struct standard_entry {
+  const char16_t *host;
+  const char *python;
+  const char16_t *parent;
+  const char16_t *short_name;
+};
+
+// In this order; "python.collections.abc" needs "python.collections".
+constexpr standard_entry standard_entries[] = {
+    {u"python.builtins", "builtins", u"python", u"builtins"},
+    {u"python.collections", "collections", u"python", u"collections"},
+    {u"python.collections.abc", "collections.abc", u"python.collections", u"abc"},
+    {u"python.datetime", "datetime", u"python", u"datetime"},
+    {u"python.decimal", "decimal", u"python", u"decimal"},
+    {u"python.sys", "sys", u"python", u"sys"},
+    {u"python.types", "types", u"python", u"types"},
+    {u"python.typing", "typing", u"python", u"typing"},
+};
+
+bool skipped(std::u16string_view name) {
+  return name.empty() || name.front() == u'_' || name == u"builtins" || name == u"this" || name == u"antigravity" ||
+         name == u"sys";
+}
+
+std::once_flag g_imported_all;
+} // namespace
+
+void addStandardPythonModules() {
+  for (const auto &entry : standard_entries) {
+    auto parent = kest::find_module(kest::String(entry.parent));
+    if (!parent.is<kest::Module>())
+      continue; // "python.collections" was not made: nor is its "abc"
+    auto made = exportPythonModule(entry.python, kest::String(entry.host), false);
+    if (made.is<kest::Module>())
+      addModuleToParent(parent.as<kest::Module>(), made.as<kest::Module>(), kest::String(entry.short_name));
+  }
+}
+
+void importAllModules() {
+  std::call_once(g_imported_all, [] {
+    auto python = kest::find_module(kest::String(u"python"));
+    if (!python.is<kest::Module>())
+      return;
+    auto listed = runStatements(kest::String(u"import pkgutil\nreturn list(pkgutil.iter_modules())"), kest::Any(),
+                                kest::None(), kest::None(), kest::None());
+    auto sequence = kest::I_Sequence::cast(listed);
+    if (!sequence.is<kest::I_Sequence>())
+      return;
+    std::vector<kest::String> names;
+    for (kest::internal::iterator_iterable it(sequence.as<kest::I_Sequence>()), end; it != end; ++it) {
+      auto name = kest::String::cast(
+          kest::internal::result_unwrap_lazy(it->propertyValue(kest::meta_property_untyped("name"))));
+      if (name.is<kest::String>() && !skipped(name.as<kest::String>().view()))
+        names.push_back(name.as<kest::String>());
+    }
+    for (const auto &name : names) {
+      auto made = exportPythonModule(name.toUtf8(), kest::String(u"python.") + name, false);
+      if (made.is<kest::Module>())
+        addModuleToParent(python.as<kest::Module>(), made.as<kest::Module>(), name);
+    }
+  });
+}
+
+} // namespace sarvode
