@@ -37,7 +37,10 @@ sink_table &sinks() {
   static auto *t = [] {
     auto *table = new sink_table; // lives for the process: records may arrive during exit
     table->sinks.emplace_back(0, [](const LogRecord &r) {
-      std::fprintf(stderr, "[%s] %s\n", log_level_name(r.level()).c_str(), r.message().toUtf8().c_str());
+      // One write per record, so that records logged from several threads do
+      // not mix within a line.
+      const auto line = log_line(r) + "\n";
+      std::fwrite(line.data(), 1, line.size(), stderr);
     });
     return table;
   }();
@@ -148,8 +151,12 @@ std::string log_level_name(std::int64_t level) {
   case 50:
     return "CRITICAL";
   default:
-    return fmt::format("LEVEL {}", level);
+    return fmt::format("Level {}", level);
   }
+}
+
+std::string log_line(const LogRecord &record) {
+  return log_level_name(record.level()) + ": " + record.message().toUtf8();
 }
 
 struct log_capture::state {

@@ -1,13 +1,14 @@
 // Load-time registrations: the start-up handlers of the extension and the name
 // objects it uses. The host runs the handlers by level:
 //   2  the class CPythonLanguage
-//   3  start the interpreter (the log bridge joins here)
+//   3  start the interpreter and put the log bridge on Python's root logger
 //   4  "kest.cpython" property "doc"
 //   5  "kest.cpython" functions "cpython_add_sys_path", "evaluate", "evaluate_expr"
 
 #include "host/names.hpp"
 #include "language/cpython_language.hpp"
 #include "proxies/cpython_module.hpp"
+#include "runtime/log_bridge.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/builders.hpp>
@@ -84,7 +85,7 @@ const bool g_registered = [] {
     (void)cpythonLanguageClass();
     (void)cpythonModuleClass();
   });
-  kest::internal::add_init_handler(3, [] { ensurePythonReady(); });
+  kest::internal::add_init_handler(3, startPythonWithLogBridge);
   kest::internal::add_init_handler(4, [] {
     (void)kest::internal::register_property(module_name, members().doc.name().string(), members().doc.build());
   });

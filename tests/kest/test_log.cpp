@@ -77,9 +77,16 @@ TEST(LogLevels, HavePythonNames) {
   EXPECT_EQ(log_level_name(30), "WARNING");
   EXPECT_EQ(log_level_name(40), "ERROR");
   EXPECT_EQ(log_level_name(50), "CRITICAL");
-  EXPECT_EQ(log_level_name(25), "LEVEL 25");
-  EXPECT_EQ(log_level_name(0), "LEVEL 0");
-  EXPECT_EQ(log_level_name(-1), "LEVEL -1");
+  EXPECT_EQ(log_level_name(25), "Level 25");
+  EXPECT_EQ(log_level_name(0), "Level 0");
+  EXPECT_EQ(log_level_name(-1), "Level -1");
+}
+
+TEST(LogLevels, StandardErrorLineShowsTheLevelNameBeforeTheMessage) {
+  EXPECT_EQ(log_line(LogRecord(30, S("a 1"))), "WARNING: a 1");
+  EXPECT_EQ(log_line(LogRecord(20, S("x"))), "INFO: x");
+  EXPECT_EQ(log_line(LogRecord(25, S("between"))), "Level 25: between");
+  EXPECT_EQ(log_line(LogRecord(40, S("two\nlines"))), "ERROR: two\nlines");
 }
 
 TEST(LogSinks, LoggedRecordReachesAnAddedSinkUntilItIsRemoved) {

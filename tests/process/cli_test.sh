@@ -25,6 +25,18 @@ expect() { # expect STATUS OUT ERR
 }
 
 case $case_name in
+python-log-records-on-standard-error)
+  # In the order logged, each with its level name; debug dropped; arguments
+  # formatted; a custom level shown as Python names it.
+  code=$'import logging\nlogging.info("one")\nlogging.debug("hidden")\nlogging.warning("a %d", 1)\nlogging.log(25, "custom")\nlogging.getLogger("app").error("three")\nlogging.critical("four")'
+  expected=$'INFO: one\nWARNING: a 1\nLevel 25: custom\nERROR: three\nCRITICAL: four'
+  run -c "$code"
+  expect 0 "" "$expected"
+  # The same from a script run as __main__, with the script's own output untouched.
+  printf '%s\nprint("out")\n' "$code" >"$tmp/logs.py"
+  run "$tmp/logs.py"
+  expect 0 "out" "$expected"
+  ;;
 expression-result)
   run -e "6 * 7"
   expect 0 "42" ""

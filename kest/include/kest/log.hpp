@@ -1,6 +1,6 @@
 #pragma once
 /// The host log: `LogRecord(level, message)` and a logger that hands records to
-/// the installed sinks (standard error by default).
+/// the installed sinks (by default one that writes `log_line` on standard error).
 ///
 /// Levels follow Python's numbers: 10 debug, 20 info, 30 warning, 40 error,
 /// 50 critical; other numbers are kept as they are.
@@ -35,8 +35,13 @@ using log_sink = std::function<void(const LogRecord &)>;
 /// Installs a sink; returns its id.
 KEST_API std::uint64_t add_log_sink(log_sink sink);
 KEST_API void remove_log_sink(std::uint64_t id);
-/// The name of a level ("INFO", ...; "LEVEL 25" for custom numbers).
+/// The name of a level ("INFO", ...; "Level 25" for other numbers, as Python's
+/// `logging.getLevelName` names them).
 KEST_API std::string log_level_name(std::int64_t level);
+/// How the default sink writes a record on standard error, without the line
+/// feed: the level name, ": " and the message as it is ("WARNING: a 1"; a
+/// message of several lines keeps its line feeds).
+KEST_API std::string log_line(const LogRecord &record);
 
 /// Collects records while alive and silences the other sinks (for tests).
 class KEST_API log_capture {
