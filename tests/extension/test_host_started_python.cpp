@@ -27,6 +27,9 @@ TEST(HostStartedPython, NoHookNoQueuedPathsAndThePythonModuleIsLeftAlone) {
   EXPECT_EQ(pendingSysPathCount(), 1);
   auto python = kest::find_module(kest::String(u"python"));
   EXPECT_TRUE(!python.is<kest::Module>() || python.as<kest::Module>().doc().empty());
+  // No standard entries either; the importer of host modules is installed all the same.
+  EXPECT_TRUE(kest::find_module(kest::String(u"python.builtins")).is<kest::None>());
+  EXPECT_EQ(test_support::eval_str("type(__import__('kest')).__name__"), "module");
 
   // Without the hook the sandbox has no effect.
   test_support::temp_folder tmp;
