@@ -36,5 +36,13 @@ function(sarvode_enable_sanitizers)
 
   add_compile_options(${SARVODE_SANITIZER_FLAGS})
   add_link_options(${SARVODE_SANITIZER_FLAGS})
+  # AddressSanitizer intercepts crypt() but finds the real function only in a
+  # library loaded at start-up; Python's _crypt loads libcrypt later, and its
+  # first call then jumps to null. Loading libcrypt with every program keeps
+  # "import crypt" (and so importing the whole standard library) working.
+  find_library(SARVODE_CRYPT_LIBRARY crypt)
+  if(SARVODE_CRYPT_LIBRARY)
+    add_link_options(-Wl,--push-state,--no-as-needed ${SARVODE_CRYPT_LIBRARY} -Wl,--pop-state)
+  endif()
   message(STATUS "Sanitizers enabled: ${SARVODE_SANITIZER_FLAGS}")
 endfunction()
