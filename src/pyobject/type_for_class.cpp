@@ -7,6 +7,7 @@
 
 #include <kest/kest.hpp>
 
+#include <atomic>
 #include <list>
 #include <mutex>
 #include <unordered_map>
@@ -91,6 +92,22 @@ bool is_named(const kest::Class_Generic &cls) {
   return false;
 }
 
+/// A type made once and kept for the life of the process. No blocking
+/// one-time guard: making a type runs Python code (the warnings filter), which
+/// may release the interpreter lock, and a thread waiting on a guard while
+/// holding the lock would deadlock. Two first uses may both make one; the
+/// first stays.
+template <class Make> PyTypeObject *kept_type(std::atomic<PyTypeObject *> &slot, Make make) {
+  if (PyTypeObject *kept = slot.load(std::memory_order_acquire))
+    return kept;
+  py::gil lock;
+  PyTypeObject *made = make();
+  PyTypeObject *expected = nullptr;
+  if (made && !slot.compare_exchange_strong(expected, made, std::memory_order_acq_rel))
+    Py_DecRef(reinterpret_cast<PyObject *>(made)); // another thread's type stays
+  return slot.load(std::memory_order_acquire);
+}
+
 /// The shared types of anonymous classes, each made once on first need.
 PyTypeObject *shared_type(std::uint64_t flags) {
   if (flags & kest::class_flags::callable)
@@ -98,32 +115,22 @@ PyTypeObject *shared_type(std::uint64_t flags) {
   const bool sequence = flags & kest::class_flags::sequence;
   const bool map = flags & kest::class_flags::map;
   auto make = [](sequence_table table, bool mapping) {
-    py::gil lock;
-    return make_type(">KestObject", base_doc, table, mapping, false, nullptr);
+    return [table, mapping] { return make_type(">KestObject", base_doc, table, mapping, false, nullptr); };
   };
-  if (sequence && map) {
-    static PyTypeObject *both = make(sequence_table::full, true);
-    return both;
-  }
-  if (sequence) {
-    static PyTypeObject *only_sequence = make(sequence_table::full, true);
-    return only_sequence;
-  }
-  if (map) {
-    static PyTypeObject *only_map = make(sequence_table::containment, true);
-    return only_map;
-  }
-  static PyTypeObject *plain = make(sequence_table::reduced, false);
-  return plain;
+  static std::atomic<PyTypeObject *> both{nullptr}, only_sequence{nullptr}, only_map{nullptr}, plain{nullptr};
+  if (sequence && map)
+    return kept_type(both, make(sequence_table::full, true));
+  if (sequence)
+    return kept_type(only_sequence, make(sequence_table::full, true));
+  if (map)
+    return kept_type(only_map, make(sequence_table::containment, true));
+  return kept_type(plain, make(sequence_table::reduced, false));
 }
 } // namespace
 
 PyTypeObject *kestObjectBaseType() {
-  static PyTypeObject *type = [] {
-    py::gil lock;
-    return make_type(">KestObject", base_doc, sequence_table::reduced, false, true, nullptr);
-  }();
-  return type;
+  static std::atomic<PyTypeObject *> type{nullptr};
+  return kept_type(type, [] { return make_type(">KestObject", base_doc, sequence_table::reduced, false, true, nullptr); });
 }
 
 PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
