@@ -230,8 +230,14 @@ String Signature::toString() const {
 
 // --- native callables -------------------------------------------------------
 
+namespace {
+std::int64_t exact_count_of(const Signature &signature) {
+  return !signature || signature.hasVariadicParameters() ? -1 : signature.parameterCount();
+}
+} // namespace
+
 object_value_callable::object_value_callable(Signature signature, bool independent)
-    : m_signature(std::move(signature)), m_independent(independent) {}
+    : m_signature(std::move(signature)), m_independent(independent), m_exact_count(exact_count_of(m_signature)) {}
 
 object_value_class *object_value_callable::class_value() const noexcept { return function_class().value(); }
 
@@ -244,6 +250,7 @@ void object_value_callable::set_signature(Signature signature) {
   std::lock_guard guard(m_lock);
   m_signature.swap(signature);
   m_bound_signature.swap(old_bound); // made again from the new signature when needed
+  m_exact_count.store(exact_count_of(m_signature), std::memory_order_release);
 }
 
 Signature object_value_callable::bound_signature() const {
@@ -291,6 +298,9 @@ void object_value_callable::set_context(Any context) {
   Any stored = store_context(context);
   std::lock_guard guard(m_lock);
   m_context.swap(stored);
+  m_declaring_class.store(context.kind() == ObjectType::Class ? static_cast<const object_value_class *>(context.get())
+                                                              : nullptr,
+                          std::memory_order_release);
 }
 std::vector<Any> object_value_callable::defaults() const {
   std::lock_guard guard(m_lock);
@@ -402,6 +412,14 @@ Result<None> complete_arguments(const object_value_callable *c, const I_Callable
 Any receiver_mismatch(const object_value_callable *c, const Any &self) {
   if (c->independent())
     return {};
+  // The common case without the lock or the weak context: the receiver's class
+  // derives from the declaring class's address. Its ancestors are alive (it
+  // holds them), so a match is the declaring class itself, as the full check finds.
+  if (const auto *declaring = c->declaring_class_address(); declaring && self.get()) {
+    const auto *actual = self.get()->class_value();
+    if (actual && actual->derives_from(declaring))
+      return {};
+  }
   const Any context = c->context();
   if (context.kind() != ObjectType::Class)
     return {};
@@ -430,9 +448,11 @@ Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> 
 
 Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
   if (auto *c = native_callable(*this)) {
+    if (static_cast<std::int64_t>(args.size()) == c->exact_argument_count())
+      return invoke_guarded(c, args); // the common case: nothing to fill in
     auto sig = c->signature();
     if (static_cast<std::int64_t>(args.size()) == sig.parameterCount())
-      return invoke_guarded(c, args); // the common case: nothing to fill in
+      return invoke_guarded(c, args);
     std::vector<Any> full(args.begin(), args.end());
     std::vector<bool> given(full.size(), true);
     auto filled = complete_arguments(c, *this, full, given);

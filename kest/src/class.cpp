@@ -51,7 +51,10 @@ object_value_class::object_value_class(String n, std::uint64_t f) : name(std::mo
   ancestors.insert(this);
 }
 
-object_value_class::~object_value_class() = default;
+object_value_class::~object_value_class() {
+  // Lookups cached for this address must not be believed for a class made there later.
+  bump_class_members_epoch();
+}
 
 object_value_class *object_value_class::class_value() const noexcept {
   return Class_Generic::getClass().value();
@@ -106,6 +109,53 @@ Any object_value_class::find(member_kind kind, const name_info *n) const {
   return found;
 }
 
+namespace {
+/// One thread's recent member lookups, direct-mapped by class, name and kind.
+/// Entries borrow their members: a class keeps every member it ever had for
+/// as long as it lives, and an entry is only believed for the members epoch
+/// it was made in (any change to any class's members starts a new one, and
+/// so does a class going away).
+struct lookup_cache {
+  struct entry {
+    const object_value_class *cls = nullptr;
+    const name_info *name = nullptr;
+    std::uint64_t epoch = 0; // 0: never filled (epochs start at 1)
+    int kind = 0;
+    const object_value *member = nullptr;
+  };
+  static constexpr std::size_t size = 512;
+  std::array<entry, size> entries;
+
+  entry &slot(const object_value_class *c, const name_info *n, int kind) noexcept {
+    auto h = reinterpret_cast<std::uintptr_t>(c) * 0x9E3779B97F4A7C15ull ^ reinterpret_cast<std::uintptr_t>(n) >> 4;
+    h ^= static_cast<std::uintptr_t>(kind) * 0x632BE59BD9B4E019ull;
+    return entries[(h ^ (h >> 29)) & (size - 1)];
+  }
+};
+thread_local lookup_cache t_lookups;
+} // namespace
+
+const object_value *object_value_class::lookup(member_kind kind, const name_info *n) const {
+  const auto epoch = class_members_epoch();
+  auto &e = t_lookups.slot(this, n, kind);
+  if (e.epoch == epoch && e.cls == this && e.name == n && e.kind == kind)
+    return e.member;
+  Any found = find(kind, n); // the class (or a base) keeps it alive
+  e = {this, n, epoch, kind, found.get()};
+  return e.member;
+}
+
+const object_value *object_value_class::lookup_property(const name_info *n) const { return lookup(property_member, n); }
+const object_value *object_value_class::lookup_method(const name_info *n) const { return lookup(method_member, n); }
+const object_value *object_value_class::lookup_field(const name_info *n) const { return lookup(field_member, n); }
+
+void object_value_class::retire(Any member) {
+  if (!member)
+    return;
+  std::lock_guard guard(lock);
+  m_retired.push_back(std::move(member));
+}
+
 Any object_value_class::find_property(const name_info *n) const { return find(property_member, n); }
 Any object_value_class::find_method(const name_info *n) const { return find(method_member, n); }
 Any object_value_class::find_field(const name_info *n) const { return find(field_member, n); }
@@ -137,12 +187,60 @@ instance_allocator object_value_class::find_allocator() const {
   return find_hook(this, &object_value_class::allocator);
 }
 
+namespace {
+/// Puts `member` into `table` and gives back the member it replaced, if any.
+Any put_member(member_table &table, const name_info *n, const Any &member) {
+  Any replaced;
+  if (auto *existing = table.find(n))
+    replaced = *existing;
+  table.put(n, member);
+  return replaced;
+}
+/// Removes the member of that name from `table` and gives it back (empty when there was none).
+Any take_member(member_table &table, const name_info *n) {
+  Any removed;
+  if (auto *existing = table.find(n)) {
+    removed = *existing;
+    table.remove(n);
+  }
+  return removed;
+}
+} // namespace
+
 void object_value_class::add_class_property_unsafe(const meta_property_untyped &n, const Property &property) {
+  Any replaced;
   {
     std::lock_guard guard(lock);
-    properties.put(n.info(), property);
+    replaced = put_member(properties, n.info(), property);
   }
+  retire(std::move(replaced));
   bump_class_members_epoch();
+}
+
+bool object_value_class::remove_method(const meta_method_untyped &n) {
+  Any removed;
+  {
+    std::lock_guard guard(lock);
+    removed = take_member(methods, n.info());
+  }
+  if (!removed)
+    return false;
+  retire(std::move(removed));
+  bump_class_members_epoch();
+  return true;
+}
+
+bool object_value_class::remove_property(const meta_property_untyped &n) {
+  Any removed;
+  {
+    std::lock_guard guard(lock);
+    removed = take_member(properties, n.info());
+  }
+  if (!removed)
+    return false;
+  retire(std::move(removed));
+  bump_class_members_epoch();
+  return true;
 }
 
 void object_value_class::add_property(const meta_property_untyped &n, const Property &property) {
@@ -150,24 +248,28 @@ void object_value_class::add_property(const meta_property_untyped &n, const Prop
 }
 
 void object_value_class::add_method(const meta_method_untyped &n, const I_Callable_Generic &method) {
+  Any replaced;
   {
     std::lock_guard guard(lock);
-    methods.put(n.info(), method);
+    replaced = put_member(methods, n.info(), method);
   }
+  retire(std::move(replaced));
   bump_class_members_epoch();
 }
 
 void object_value_class::add_field(const meta_field_untyped &n, Field &field) {
+  Any replaced;
   {
     std::lock_guard guard(lock);
     if (auto *existing = fields.find(n.info())) {
       field.setIndex(Field::unsafeFrom(*existing).index());
-      fields.put(n.info(), field);
+      replaced = put_member(fields, n.info(), field);
     } else {
       field.setIndex(field_count++);
       fields.put(n.info(), field);
     }
   }
+  retire(std::move(replaced));
   bump_class_members_epoch();
 }
 
@@ -503,9 +605,11 @@ void Class_Generic::setMethodLookupHook(method_lookup_hook hook) const {
 }
 void Class_Generic::setPropertyGetterHook(property_getter_hook hook) const {
   set_hook(*this, &object_value_class::getter_hook, std::move(hook));
+  bump_class_members_epoch(); // caches of what a name means must see the hook
 }
 void Class_Generic::setPropertySetterHook(property_setter_hook hook) const {
   set_hook(*this, &object_value_class::setter_hook, std::move(hook));
+  bump_class_members_epoch();
 }
 void Class_Generic::setFinaliser(internal::finaliser fn) const {
   set_hook(*this, &object_value_class::finaliser, std::move(fn));

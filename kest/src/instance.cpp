@@ -50,6 +50,8 @@ Any object_value_instance::exchange_field(std::size_t index, Any value) const {
 }
 
 Any object_value_instance::own_property(const name_info *name) const {
+  if (!has_inserted_members())
+    return {}; // most objects never get one: no lock
   std::lock_guard guard(m_lock);
   if (!m_inserted)
     return {};
@@ -58,6 +60,8 @@ Any object_value_instance::own_property(const name_info *name) const {
 }
 
 Any object_value_instance::own_method(const name_info *name) const {
+  if (!has_inserted_members())
+    return {}; // most objects never get one: no lock
   std::lock_guard guard(m_lock);
   if (!m_inserted)
     return {};
@@ -71,6 +75,7 @@ void object_value_instance::insert_property(const name_info *name, Any property)
   if (!m_inserted)
     m_inserted = std::move(fresh);
   m_inserted->properties.put(name, std::move(property));
+  m_has_inserted.store(true, std::memory_order_release);
 }
 
 void object_value_instance::insert_method(const name_info *name, Any method) const {
@@ -79,6 +84,7 @@ void object_value_instance::insert_method(const name_info *name, Any method) con
   if (!m_inserted)
     m_inserted = std::move(fresh);
   m_inserted->methods.put(name, std::move(method));
+  m_has_inserted.store(true, std::memory_order_release);
 }
 
 bool object_value_instance::remove_property(const name_info *name) const {

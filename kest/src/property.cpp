@@ -1,6 +1,7 @@
 // Properties (accessor or stored value) and fields.
 
 #include "builtin.hpp"
+#include "field.hpp"
 
 #include <kest/property.hpp>
 #include <kest/reflection.hpp>
@@ -25,18 +26,6 @@ public:
   bool hidden = false;
 };
 
-class object_value_field final : public native_instance<&Field::getClass> {
-public:
-  object_value_field(String n, std::uint32_t f, Type t, type_getter g)
-      : name(std::move(n)), flags(f), type(std::move(t)), getter(g) {}
-  const String name;
-  const std::uint32_t flags;
-  mutable Type type;
-  const type_getter getter;
-  mutable std::once_flag resolved;
-  std::atomic<std::size_t> index{0};
-};
-
 } // namespace internal
 
 using namespace internal;
@@ -47,10 +36,14 @@ KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_c
 namespace {
 /// The property object, or null for a handle made over another class: it then
 /// reads as a nameless property without getter, setter or value.
-object_value_property *prop(const Any &a) { return native_if<object_value_property>(a); }
+object_value_property *prop(const Any &a) {
+  return a.kind() == ObjectType::Instance && a.get()->class_value() == Property::getClass().value()
+             ? static_cast<object_value_property *>(a.get())
+             : nullptr;
+}
 /// The field object, or null for a handle made over another class: it then reads
 /// as a nameless, untyped field without a slot.
-object_value_field *field_of(const Any &a) { return native_if<object_value_field>(a); }
+object_value_field *field_of(const Any &a) { return field_object(a); }
 } // namespace
 
 Property::Property(const String &name, const I_Callable_Generic &getter)
@@ -166,11 +159,7 @@ std::uint32_t Field::flags() const {
 }
 Type Field::type() const {
   auto *f = field_of(*this);
-  if (!f)
-    return {};
-  if (f->getter)
-    std::call_once(f->resolved, [f] { f->type = f->getter(); });
-  return f->type;
+  return f ? f->resolved_type() : Type();
 }
 std::size_t Field::index() const {
   auto *f = field_of(*this);

@@ -2,6 +2,7 @@
 // with the class's object hooks and fallback hooks.
 
 #include "builtin.hpp"
+#include "field.hpp"
 #include "hooks.hpp"
 
 #include <kest/boolean.hpp>
@@ -84,12 +85,23 @@ String qualname(const I_Callable_Generic &callable) {
 
 Union<Type, None> find_type(const String &qualifiedName) { return find_type_by_name(qualifiedName); }
 
+bool internal::members_follow_class(const Class_Generic &cls) {
+  if (!Class_Generic::isInstance(cls))
+    return false;
+  return !overrides(cls.value(), object_hook::property) && !overrides(cls.value(), object_hook::method);
+}
+
+bool internal::has_inserted_members(const Any &value) noexcept {
+  auto *inst = instance_of(value);
+  return inst && inst->has_inserted_members();
+}
+
 Union<Property, None> raw_property_of(const Any &value, const meta_property_untyped &name) {
   if (auto *inst = instance_of(value))
     if (auto p = inst->own_property(name.info()))
       return Property::unsafeFrom(p);
-  if (auto p = class_ptr(value)->find_property(name.info()))
-    return Property::unsafeFrom(p);
+  if (auto *p = class_ptr(value)->lookup_property(name.info()))
+    return Property::unsafeFrom(Any(const_cast<object_value *>(p)));
   if (auto *scope = static_scope(value))
     if (auto p = scope->find_property(name.info()))
       return Property::unsafeFrom(p);
@@ -110,8 +122,8 @@ Union<I_Callable_Generic, None> raw_method_of(const Any &value, const meta_metho
   if (auto *inst = instance_of(value))
     if (auto m = inst->own_method(name.info()))
       return I_Callable_Generic::unsafeFrom(m);
-  if (auto m = class_ptr(value)->find_method(name.info()))
-    return I_Callable_Generic::unsafeFrom(m);
+  if (auto *m = class_ptr(value)->lookup_method(name.info()))
+    return I_Callable_Generic::unsafeFrom(Any(const_cast<object_value *>(m)));
   if (auto *scope = static_scope(value))
     if (auto m = scope->find_method(name.info()))
       return I_Callable_Generic::unsafeFrom(m);
@@ -138,8 +150,8 @@ Union<I_Callable_Generic, None> method_of(const Any &value, const meta_method_un
 }
 
 Union<Field, None> find_field(const Any &value, const meta_field_untyped &name) {
-  if (auto f = class_ptr(value)->find_field(name.info()))
-    return Field::unsafeFrom(f);
+  if (auto *f = class_ptr(value)->lookup_field(name.info()))
+    return Field::unsafeFrom(Any(const_cast<object_value *>(f)));
   return None();
 }
 
@@ -264,36 +276,44 @@ Any Any::boundMethod(const meta_method_untyped &name) const {
   return method.as<I_Callable_Generic>().bindInstance(*this);
 }
 
+namespace {
+Error field_not_found(const meta_field_untyped &name, const Any &self) {
+  return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
+                                            qualname(raw_class_of(self)).utf8View())));
+}
+} // namespace
+
+// Field access borrows the field object from the class (no reference counting,
+// no lock on a repeated lookup) and takes only the instance's own lock.
 Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
   auto *inst = instance_of(*this);
-  auto field = find_field(*this, name);
-  if (!inst || !field.is<Field>())
-    return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
-                                              qualname(raw_class_of(*this)).utf8View())));
-  if (field.as<Field>().index() >= inst->field_count())
+  const auto *field = inst ? field_object(inst->class_value()->lookup_field(name.info())) : nullptr;
+  if (!field)
+    return field_not_found(name, *this);
+  const auto index = field->index.load(std::memory_order_relaxed);
+  if (index >= inst->field_count())
     return missing_slot_error(name, *this);
-  return Result<Any>(unchecked, inst->field(field.as<Field>().index()));
+  return Result<Any>(unchecked, inst->field(index));
 }
 
 Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value) const {
   auto *inst = instance_of(*this);
-  auto field = find_field(*this, name);
-  if (!inst || !field.is<Field>())
-    return Error(String::fromUtf8(fmt::format("Field '{}' not found in '{}'.", name.utf8(),
-                                              qualname(raw_class_of(*this)).utf8View())));
-  auto f = field.as<Field>();
-  if (f.index() >= inst->field_count()) // the write would be lost
+  const auto *field = inst ? field_object(inst->class_value()->lookup_field(name.info())) : nullptr;
+  if (!field)
+    return field_not_found(name, *this);
+  const auto index = field->index.load(std::memory_order_relaxed);
+  if (index >= inst->field_count()) // the write would be lost
     return missing_slot_error(name, *this);
   Any stored = value;
   // An integer widens to a float field; nothing else is converted.
-  if (value.kind() == ObjectType::Integer && f.type().toClass().isSame(Float::getClass()))
+  if (value.kind() == ObjectType::Integer && field->resolved_type().get() == Float::getClass().get())
     stored = Float(Integer::unsafeFrom(value).isSigned() ? static_cast<double>(Integer::unsafeFrom(value).value())
                                                           : static_cast<double>(Integer::unsafeFrom(value).unsignedValue()));
-  if (stored && !f.type().matches(stored))
+  if (stored && !field->accepts(stored))
     return BadArgument(String::fromUtf8(fmt::format("The field '{}' takes '{}', not '{}'.", name.utf8(),
-                                                    f.type().name().utf8View(),
+                                                    field->resolved_type().name().utf8View(),
                                                     qualname(raw_class_of(value)).utf8View())));
-  Any old = inst->exchange_field(f.index(), stored); // released here, outside the lock
+  Any old = inst->exchange_field(index, stored); // released here, outside the lock
   return None();
 }
 

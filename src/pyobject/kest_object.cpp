@@ -5,7 +5,10 @@
 #include "pyobject/slots.hpp"
 #include "pyobject/type_for_class.hpp"
 
+#include <kest/callable.hpp>
 #include <kest/reflection.hpp>
+
+#include <new>
 
 namespace sarvode {
 
@@ -14,15 +17,59 @@ PyObject *wrapKestObject(const kest::Any &value) {
   return wrapKestObjectLocked(value);
 }
 
-PyObject *wrapKestObjectLocked(const kest::Any &value) {
-  auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClassLocked(kest::raw_class_of(value))));
-  if (!type)
-    return nullptr;
-  PyObject *self = PyType_GenericAlloc(reinterpret_cast<PyTypeObject *>(type.get()), 0);
+namespace {
+/// A new KestObject of `type` holding `value`; null with a Python error.
+KestObject *new_object(PyTypeObject *type, const kest::Any &value) {
+  PyObject *self = PyType_GenericAlloc(type, 0); // adds the instance's reference to its type
   if (!self)
     return nullptr;
-  reinterpret_cast<KestObject *>(self)->value = new kest::Any(value);
-  return self;
+  auto *object = reinterpret_cast<KestObject *>(self);
+  object->value = new (std::nothrow) KestValue;
+  if (!object->value) {
+    Py_DecRef(self);
+    PyErr_NoMemory();
+    return nullptr;
+  }
+  object->value->value = value;
+  return object;
+}
+} // namespace
+
+PyObject *wrapKestObjectLocked(const kest::Any &value) {
+  auto [type, members] = typeAndMembersForClassLocked(kest::raw_class_of(value));
+  if (!type)
+    return nullptr;
+  auto *object = new_object(type, value);
+  Py_DecRef(reinterpret_cast<PyObject *>(type));
+  if (object && value.kind() != kest::internal::ObjectType::Class)
+    object->value->members = members;
+  return reinterpret_cast<PyObject *>(object);
+}
+
+PyObject *methodObjectFor(KestValue &self, const kest::Any &method) {
+  PyObject *last = self.method_object;
+  if (last && Py_REFCNT(last) == 1) {
+    auto *kept = reinterpret_cast<KestObject *>(last)->value;
+    if (kept && kept->method.isSame(method) && kept->self.isSame(self.value)) {
+      Py_IncRef(last); // nobody else holds it and it binds the same: it serves again
+      return last;
+    }
+  }
+  auto bound = kest::I_Callable_Generic::unsafeFrom(method).bindInstance(self.value);
+  auto [type, members] = typeAndMembersForClassLocked(kest::raw_class_of(bound));
+  if (!type)
+    return nullptr;
+  auto *object = new_object(type, bound);
+  Py_DecRef(reinterpret_cast<PyObject *>(type));
+  if (!object)
+    return nullptr;
+  object->value->method = method;
+  object->value->self = self.value;
+  auto *made = reinterpret_cast<PyObject *>(object);
+  Py_IncRef(made);
+  self.method_object = made;
+  Py_DecRef(last); // one that somebody else still holds is theirs alone now
+  return made;
 }
 
 bool isKestObject(PyObject *object) {
@@ -32,7 +79,7 @@ bool isKestObject(PyObject *object) {
 
 kest::Any kestObjectValue(PyObject *object) {
   auto *value = reinterpret_cast<KestObject *>(object)->value;
-  return value ? *value : kest::Any();
+  return value ? value->value : kest::Any();
 }
 
 } // namespace sarvode

@@ -7,10 +7,29 @@
 
 namespace sarvode {
 
-/// The Python layout of every KestObject: a header and one heap copy of a host value.
+class member_cache;
+
+/// What a KestObject points at: first the host value it holds, then what
+/// makes attribute access and method calls fast.
+struct KestValue {
+  kest::Any value; // first, so that the object's pointer is a pointer to its host value
+  /// What names mean on the value's class; null when the value is a class or
+  /// a method object, whose attributes are always looked up the general way.
+  member_cache *members = nullptr;
+  /// The last method object handed out for this value, handed out again once
+  /// nobody else holds it (a strong reference, or null).
+  PyObject *method_object = nullptr;
+  /// For a method object: the method and the instance that `value` binds, so
+  /// that a call needs no bound method.
+  kest::Any method;
+  kest::Any self;
+};
+
+/// The Python layout of every KestObject: a header and one pointer to a heap
+/// copy of a host value.
 struct KestObject {
   PyObject_HEAD
-  kest::Any *value; // owned; null counts as an empty value
+  KestValue *value; // owned; null counts as an empty value
 };
 
 /// The base type ">KestObject" (created once, never freed).
@@ -26,5 +45,10 @@ bool isKestObject(PyObject *object);
 
 /// The host value held by a KestObject (empty when it holds none).
 kest::Any kestObjectValue(PyObject *object);
+
+/// A method object for `method` bound to the value of `self` (a new
+/// reference): the one handed out last when nobody else holds it and it binds
+/// the same method, else a new one. The caller holds the interpreter lock.
+PyObject *methodObjectFor(KestValue &self, const kest::Any &method);
 
 } // namespace sarvode

@@ -8,11 +8,14 @@
 #include "convert/to_python.hpp"
 #include "language/cpython_language.hpp"
 #include "pyobject/kest_object.hpp"
+#include "pyobject/member_cache.hpp"
 #include "pyobject/member_descriptor.hpp"
 #include "pyobject/type_for_class.hpp"
 
 #include <kest/kest.hpp>
 
+#include <array>
+#include <span>
 #include <string_view>
 
 namespace sarvode {
@@ -185,7 +188,34 @@ bool member_of_classes(const kest::Any &cls, const kest::meta_property_untyped &
          classes.definedMethod(kest::meta_method_untyped(name.info(), false)).is<kest::I_Callable_Generic>();
 }
 
+/// The value of a member that the class's cache resolved, for a value that
+/// has no members of its own.
+PyObject *cached_member(KestValue &self, const member_cache::entry &entry) {
+  switch (entry.what) {
+  case member_cache::meaning::property:
+    return toPythonLocked(result_unwrap_lazy(kest::Property::unsafeFrom(entry.member).get(self.value)));
+  case member_cache::meaning::field:
+    return toPythonLocked(result_unwrap_lazy(self.value.fieldValue(kest::meta_field_untyped(entry.info, false))));
+  case member_cache::meaning::method:
+    return methodObjectFor(self, entry.member);
+  case member_cache::meaning::general:
+    break;
+  }
+  return nullptr;
+}
+
 PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
+  auto *object = reinterpret_cast<KestObject *>(self)->value;
+  if (object && object->members && PyUnicode_CheckExact(py_name)) {
+    const auto *entry = object->members->find(py_name);
+    if (!entry)
+      return nullptr; // the name could not be hashed
+    if (entry->what != member_cache::meaning::general && !kest::internal::has_inserted_members(object->value)) {
+      // Copied out: running the member may run Python, which may change the cache.
+      auto resolved = *entry;
+      return guarded<PyObject *>(nullptr, [&] { return cached_member(*object, resolved); });
+    }
+  }
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     Py_ssize_t size = 0;
     const char *utf8 = PyUnicode_AsUTF8AndSize(py_name, &size);
@@ -294,8 +324,33 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
 
 // --- calls and iteration --------------------------------------------------------------
 
+/// Calls the method that a method object stands for with the positional
+/// arguments in `args`, on the stack; null without an error when the call
+/// needs the bound method (defaults to fill in, many arguments).
+PyObject *call_unbound_method(const KestValue &self, PyObject *args, bool &done) {
+  constexpr Py_ssize_t most = 8;
+  const Py_ssize_t n = PyTuple_Size(args);
+  const auto *target = static_cast<const kest::internal::object_value_callable *>(self.method.get());
+  done = n < most && n + 1 == target->exact_argument_count();
+  if (!done)
+    return nullptr;
+  std::array<kest::Any, most> full;
+  full[0] = self.self;
+  for (Py_ssize_t i = 0; i < n; ++i)
+    full[static_cast<std::size_t>(i) + 1] = fromPython(PyTuple_GetItem(args, i));
+  auto callable = kest::I_Callable_Generic::unsafeFrom(self.method);
+  return toPythonLocked(result_unwrap_lazy(callable.callWith(std::span<const kest::Any>(full.data(), static_cast<std::size_t>(n) + 1))));
+}
+
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    auto *object = reinterpret_cast<KestObject *>(self)->value;
+    if (object && object->method && (!kwargs || PyDict_Size(kwargs) == 0)) {
+      bool done = false;
+      PyObject *result = call_unbound_method(*object, args, done);
+      if (done)
+        return result;
+    }
     const kest::Any value = kestObjectValue(self);
     if (!kest::I_Callable_Generic::isInstance(value)) {
       PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", kest::display(value).toUtf8().c_str());
@@ -399,12 +454,15 @@ PyMethodDef KestObject_methods[] = {
 } // namespace
 
 void KestObject_dealloc(PyObject *self) {
-  py::gil lock;
-  // Releasing the host value may run host finalisers; a pending exception survives them.
+  // Python deallocates with the interpreter lock held. Releasing the host value
+  // may run host finalisers; a pending exception survives them.
   PyObject *type = nullptr, *error = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &error, &traceback);
   auto *object = reinterpret_cast<KestObject *>(self);
-  delete std::exchange(object->value, nullptr);
+  if (auto *value = std::exchange(object->value, nullptr)) {
+    Py_DecRef(std::exchange(value->method_object, nullptr));
+    delete value;
+  }
   PyErr_Restore(type, error, traceback);
   PyTypeObject *own_type = Py_TYPE(self);
   PyObject_Free(self);

@@ -3,12 +3,14 @@
 #include "pyobject/type_for_class.hpp"
 
 #include "pyobject/kest_object.hpp"
+#include "pyobject/member_cache.hpp"
 #include "pyobject/slots.hpp"
 
 #include <kest/kest.hpp>
 
 #include <atomic>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 
@@ -21,7 +23,12 @@ struct type_cache {
   kest::spinlock lock;
   // Types are owned and never freed; the entry keeps its class alive, so that
   // no other class can reuse its address.
-  std::unordered_map<const void *, std::pair<kest::Class_Generic, PyTypeObject *>> by_class;
+  struct kept {
+    kest::Class_Generic cls;
+    PyTypeObject *type;
+    std::unique_ptr<member_cache> members; // used with the interpreter lock held
+  };
+  std::unordered_map<const void *, kept> by_class;
   std::list<std::string> texts; // names and documentation the types point at
 };
 type_cache &cache() {
@@ -138,23 +145,33 @@ PyTypeObject *typeForClass(const kest::Class_Generic &cls) {
   return typeForClassLocked(cls);
 }
 
-PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
+PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) { return typeAndMembersForClassLocked(cls).first; }
+
+std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kest::Class_Generic &cls) {
   PyTypeObject *type = nullptr;
   auto &c = cache();
+  auto members_of = [&c](const kest::Class_Generic &key) -> member_cache * {
+    std::lock_guard guard(c.lock);
+    auto it = c.by_class.find(key.get());
+    return it == c.by_class.end() ? nullptr : it->second.members.get();
+  };
   if (cls) {
     // Every class met before, named or anonymous, is answered from the cache.
     std::lock_guard guard(c.lock);
-    if (auto it = c.by_class.find(cls.get()); it != c.by_class.end())
-      type = it->second.second;
+    if (auto it = c.by_class.find(cls.get()); it != c.by_class.end()) {
+      Py_IncRef(reinterpret_cast<PyObject *>(it->second.type));
+      return {it->second.type, it->second.members.get()};
+    }
   }
   if (!type && (!cls || !is_named(cls))) {
     type = shared_type(cls ? cls.flags() : 0);
     if (cls && type) {
       Py_IncRef(reinterpret_cast<PyObject *>(type)); // the cache's reference
       bool added = false;
+      auto members = std::make_unique<member_cache>(cls);
       {
         std::lock_guard guard(c.lock);
-        added = c.by_class.try_emplace(cls.get(), cls, type).second;
+        added = c.by_class.try_emplace(cls.get(), type_cache::kept{cls, type, std::move(members)}).second;
       }
       if (!added)
         Py_DecRef(reinterpret_cast<PyObject *>(type));
@@ -162,6 +179,7 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
   } else if (!type) {
     {
       auto name = "kest~" + kest::qualname(cls).toUtf8();
+      auto members = std::make_unique<member_cache>(cls);
       for (auto &ch : name)
         if (ch == '.')
           ch = '`'; // Python must not split the name into module and class
@@ -172,7 +190,7 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
       PyTypeObject *made = bases ? make_type(keep(name), keep(cls.doc().toUtf8()), table, mapping, true, bases.get())
                                  : nullptr;
       if (!made)
-        return nullptr;
+        return {nullptr, nullptr};
       const auto module = module_of(cls);
       auto module_text = py::object::steal(PyUnicode_FromStringAndSize(module.data(), static_cast<Py_ssize_t>(module.size())));
       if (!module_text || PyObject_SetAttrString(reinterpret_cast<PyObject *>(made), "__module__", module_text.get()) < 0)
@@ -180,16 +198,17 @@ PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls) {
       PyTypeObject *kept = nullptr;
       {
         std::lock_guard guard(c.lock);
-        kept = c.by_class.try_emplace(cls.get(), cls, made).first->second.second;
+        kept = c.by_class.try_emplace(cls.get(), type_cache::kept{cls, made, std::move(members)}).first->second.type;
       }
       if (kept != made)
         Py_DecRef(reinterpret_cast<PyObject *>(made)); // another thread's type won; released outside the lock
       type = kept;
     }
   }
-  if (type)
-    Py_IncRef(reinterpret_cast<PyObject *>(type));
-  return type;
+  if (!type)
+    return {nullptr, nullptr};
+  Py_IncRef(reinterpret_cast<PyObject *>(type));
+  return {type, cls ? members_of(cls) : nullptr};
 }
 
 } // namespace sarvode

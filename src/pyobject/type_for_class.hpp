@@ -5,6 +5,8 @@
 
 #include <kest/class.hpp>
 
+#include <utility>
+
 namespace sarvode {
 
 /// The KestObject type for a host class (a new reference): a type of its own,
@@ -13,5 +15,12 @@ namespace sarvode {
 PyTypeObject *typeForClass(const kest::Class_Generic &cls);
 /// The same, for a caller that holds the interpreter lock.
 PyTypeObject *typeForClassLocked(const kest::Class_Generic &cls);
+
+class member_cache;
+
+/// The type of a class's values (a new reference) and the cache of what names
+/// mean on them (kept for the process; null for an empty class). The caller
+/// holds the interpreter lock. A null type comes with a Python error.
+std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kest::Class_Generic &cls);
 
 } // namespace sarvode

@@ -117,6 +117,16 @@ public:
   void set_defaults(std::vector<Any> defaults);
   [[nodiscard]] bool independent() const noexcept { return m_independent.load(); }
   void set_independent(bool v) noexcept { m_independent.store(v); }
+  /// The number of arguments a call takes when nothing is filled in from the
+  /// defaults; -1 when the signature is variadic or missing. Read without a lock.
+  [[nodiscard]] std::int64_t exact_argument_count() const noexcept {
+    return m_exact_count.load(std::memory_order_acquire);
+  }
+  /// The class that declares this method, when its declaring context is one;
+  /// only an address to compare with: the class may be gone (it is kept weakly).
+  [[nodiscard]] const object_value_class *declaring_class_address() const noexcept {
+    return m_declaring_class.load(std::memory_order_acquire);
+  }
 
 private:
   mutable spinlock m_lock;
@@ -126,6 +136,8 @@ private:
   Any m_context;
   std::vector<Any> m_defaults;
   std::atomic<bool> m_independent;
+  std::atomic<std::int64_t> m_exact_count{-1};
+  std::atomic<const object_value_class *> m_declaring_class{nullptr};
   mutable Signature m_bound_signature; // guarded by m_lock; empty until first needed
 };
 

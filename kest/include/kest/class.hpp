@@ -160,6 +160,17 @@ public:
   void add_property(const meta_property_untyped &name, const Property &property);
   /// Adds a field and gives it the next index.
   void add_field(const meta_field_untyped &name, Field &field);
+  /// Removes a method or property that this class itself declares; false when it has none of that name.
+  bool remove_method(const meta_method_untyped &name);
+  bool remove_property(const meta_property_untyped &name);
+
+  /// The member that `find_property`, `find_method` or `find_field` would give,
+  /// borrowed: no reference is added. It stays alive as long as this class does
+  /// (a member that a class replaces or removes is kept until the class goes).
+  /// Null when there is none. Repeated lookups on one thread cost no lock.
+  [[nodiscard]] const object_value *lookup_property(const name_info *name) const;
+  [[nodiscard]] const object_value *lookup_method(const name_info *name) const;
+  [[nodiscard]] const object_value *lookup_field(const name_info *name) const;
 
   /// A bit mask of the object hooks ("$__display__", ...) that this class overrides,
   /// recomputed after any class changed its members.
@@ -175,12 +186,17 @@ private:
   [[nodiscard]] Any search(member_kind kind, const name_info *name) const;
   /// Looks a member up through the cache of resolved names.
   [[nodiscard]] Any find(member_kind kind, const name_info *name) const;
+  /// The same, borrowed, through the calling thread's cache first.
+  [[nodiscard]] const object_value *lookup(member_kind kind, const name_info *name) const;
+  /// Keeps a replaced or removed member alive until the class goes (borrowed lookups may still hold it).
+  void retire(Any member);
 
   mutable std::atomic<std::uint64_t> m_override_cache{0};
   /// Resolved lookups (found or not) by name, valid for one members epoch;
   /// guarded by `lock`.
   mutable std::unordered_map<const name_info *, std::array<Any, 3>> m_resolved;
   mutable std::uint64_t m_resolved_epoch = 0;
+  std::vector<Any> m_retired; // guarded by `lock`
 };
 
 /// Incremented whenever any class gains or loses a member.

@@ -39,6 +39,8 @@ public:
   bool remove_method(const name_info *name) const;
   [[nodiscard]] std::vector<std::pair<const name_info *, Any>> own_properties() const;
   [[nodiscard]] std::vector<std::pair<const name_info *, Any>> own_methods() const;
+  /// True once a property or method was inserted into this object (even if removed since).
+  [[nodiscard]] bool has_inserted_members() const noexcept { return m_has_inserted.load(std::memory_order_acquire); }
 
 protected:
   Class_Generic m_class;
@@ -52,6 +54,7 @@ private:
   std::size_t m_field_count = 0;
   std::unique_ptr<Any[]> m_fields;
   mutable std::unique_ptr<inserted_members> m_inserted;
+  mutable std::atomic<bool> m_has_inserted{false};
 };
 
 /// The native instance behind `a`, or null when `a` is not an instance.

@@ -7,6 +7,7 @@
 
 #include <kest/config.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -91,5 +92,31 @@ public:
   using meta_field_untyped::meta_field_untyped;
   using value_type = T;
 };
+
+namespace internal {
+/// The text of a name written in the source, as a template argument.
+template <std::size_t N> struct name_literal {
+  char text[N]{};
+  constexpr name_literal(const char (&s)[N]) { std::copy_n(s, N, text); }
+  [[nodiscard]] constexpr std::string_view view() const { return {text, N - 1}; }
+};
+} // namespace internal
+
+/// Names written in the source, each interned once for the program:
+/// `self.fieldValue("$_kind"_field)` costs no string work after its first use.
+namespace literals {
+template <internal::name_literal L> const meta_field_untyped &operator""_field() {
+  static const meta_field_untyped name(L.view());
+  return name;
+}
+template <internal::name_literal L> const meta_property_untyped &operator""_property() {
+  static const meta_property_untyped name(L.view());
+  return name;
+}
+template <internal::name_literal L> const meta_method_untyped &operator""_method() {
+  static const meta_method_untyped name(L.view());
+  return name;
+}
+} // namespace literals
 
 } // namespace kest

@@ -78,6 +78,13 @@ KEST_API std::int64_t object_id(const Any &value) noexcept;
 KEST_API Result<Any> coerce(const Any &value, const Type &type);
 
 namespace internal {
+/// True when what a name means on the values of `cls` is decided by the members
+/// the class declares (and those inserted into an object): the class overrides
+/// neither the property nor the method lookup hook. Callers that remember what
+/// names mean for such a class must forget it when `class_members_epoch` changes.
+KEST_API bool members_follow_class(const Class_Generic &cls);
+/// True when `value` is an instance that has had a property or method inserted into it.
+KEST_API bool has_inserted_members(const Any &value) noexcept;
 /// Three-way comparison that keeps the error of a failing "$__compare__".
 KEST_API Result<Ordering> compare_objects_value(const Any &a, const Any &b);
 /// `value` as a `T` after coercion, or the error.

@@ -1,0 +1,55 @@
+#pragma once
+// What attribute names mean on the values of one host class, found once per
+// name and kept until any class's members change.
+
+#include "runtime/python.hpp"
+
+#include <kest/class.hpp>
+
+#include <cstdint>
+#include <vector>
+
+namespace sarvode {
+
+/// The members that Python reaches on the values of one host class, by
+/// attribute name. A name is resolved the way attribute lookup resolves it
+/// (property, then field, then method) the first time it is asked for; every
+/// entry is dropped when the host's members epoch moves on, so a class whose
+/// members change is seen changed at once. Used with the interpreter lock held.
+class member_cache {
+public:
+  enum class meaning : std::uint8_t {
+    general, ///< looked up the general way (special names, hooks, nothing found)
+    property,
+    field,
+    method, ///< a native method that takes the instance first
+  };
+  struct entry {
+    PyObject *name = nullptr; // a strong reference; null marks a free slot
+    Py_hash_t hash = 0;
+    meaning what = meaning::general;
+    kest::Any member; // the Property, Field or callable
+    const kest::internal::name_info *info = nullptr;
+  };
+
+  /// A cache for a class; `cls` must stay alive as long as the cache (the type cache keeps both).
+  explicit member_cache(const kest::Class_Generic &cls) : m_class(cls.value()) {}
+  member_cache(const member_cache &) = delete;
+  member_cache &operator=(const member_cache &) = delete;
+
+  /// What `name` (an exact str) means on a value of the class that has no
+  /// members of its own; null with a Python error when hashing the name failed.
+  const entry *find(PyObject *name);
+
+private:
+  void forget_all();
+  entry resolve(PyObject *name) const;
+  entry *slot_for(PyObject *name, Py_hash_t hash);
+
+  kest::internal::object_value_class *m_class;
+  std::uint64_t m_epoch = 0;
+  std::vector<entry> m_slots; // open addressing over a power of two
+  std::size_t m_used = 0;
+};
+
+} // namespace sarvode
