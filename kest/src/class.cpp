@@ -2,6 +2,7 @@
 
 #include "builtin.hpp"
 #include "hooks.hpp"
+#include "thread_state.hpp"
 
 #include <kest/builders.hpp>
 #include <kest/none.hpp>
@@ -109,7 +110,6 @@ Any object_value_class::find(member_kind kind, const name_info *n) const {
   return found;
 }
 
-namespace {
 /// One thread's recent member lookups, direct-mapped by class, name and kind.
 /// Entries borrow their members: a class keeps every member it ever had for
 /// as long as it lives, and an entry is only believed for the members epoch
@@ -132,12 +132,17 @@ struct lookup_cache {
     return entries[(h ^ (h >> 29)) & (size - 1)];
   }
 };
-thread_local lookup_cache t_lookups;
-} // namespace
+
+void free_lookup_cache(lookup_cache *cache) noexcept { delete cache; }
 
 const object_value *object_value_class::lookup(member_kind kind, const name_info *n) const {
+  auto *t = this_thread_state();
+  if (!t) [[unlikely]] // the thread is ending
+    return find(kind, n).get(); // kept alive by the class all the same
+  if (!t->lookups) [[unlikely]]
+    t->lookups = new lookup_cache;
   const auto epoch = class_members_epoch();
-  auto &e = t_lookups.slot(this, n, kind);
+  auto &e = t->lookups->slot(this, n, kind);
   if (e.epoch == epoch && e.cls == this && e.name == n && e.kind == kind)
     return e.member;
   Any found = find(kind, n); // the class (or a base) keeps it alive

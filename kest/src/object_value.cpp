@@ -1,15 +1,28 @@
 // Reference counting, allocation and weak-reference blocks of host objects.
 
+#include "thread_state.hpp"
+
 #include <kest/object_value.hpp>
 
+#include <algorithm>
+#include <utility>
 #include <mutex>
 #include <new>
+#include <vector>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KEST_ASAN 1
+#endif
+#endif
+#if defined(KEST_ASAN)
+#include <sanitizer/asan_interface.h>
+#endif
 
 namespace kest::internal {
 
-namespace {
-std::atomic<std::int64_t> g_live_objects{0};
-} // namespace
 
 void weak_control::release() noexcept {
   if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1)
@@ -56,18 +69,125 @@ void object_value::destroy() const noexcept {
   delete this;
 }
 
+// --- allocation --------------------------------------------------------------
+//
+// Host scalars are made and dropped at a high rate (every integer that crosses
+// from Python is one), so small objects come from a per-thread pool of freed
+// blocks: a block freed on any thread goes to that thread's pool, up to a
+// limit, and the rest to the global heap. The count of live objects is kept
+// per thread too, so that neither path writes memory shared between threads.
+
+thread_local thread_state t_thread_state __attribute__((tls_model("initial-exec"))){};
+
+namespace {
+constexpr std::size_t granule = 16;
+constexpr std::size_t pooled_classes = thread_state::pooled_classes;
+constexpr std::uint32_t pool_depth = 512; // blocks kept per class and thread
+using free_block = thread_state::free_block;
+
+struct live_registry {
+  std::mutex lock;
+  std::vector<std::atomic<std::int64_t> *> threads;
+  std::atomic<std::int64_t> finished{0}; // counts of threads that ended, and of frees after a thread's end
+};
+live_registry &registry() {
+  static auto *r = new live_registry; // never destroyed: threads may end after static destruction
+  return *r;
+}
+
+void poison(void *p, std::size_t bytes) noexcept {
+#if defined(KEST_ASAN)
+  __asan_poison_memory_region(p, bytes);
+#else
+  (void)p, (void)bytes;
+#endif
+}
+void unpoison(void *p, std::size_t bytes) noexcept {
+#if defined(KEST_ASAN)
+  __asan_unpoison_memory_region(p, bytes);
+#else
+  (void)p, (void)bytes;
+#endif
+}
+
+/// Gives the thread's blocks and lookup cache back and folds its count into
+/// the finished ones at thread exit.
+struct thread_closer {
+  ~thread_closer() {
+    auto &t = t_thread_state;
+    free_lookup_cache(std::exchange(t.lookups, nullptr));
+    for (std::size_t c = 0; c < pooled_classes; ++c) {
+      while (auto *block = t.heads[c]) {
+        unpoison(block, (c + 1) * granule);
+        t.heads[c] = block->next;
+        ::operator delete(block);
+      }
+      t.counts[c] = 0;
+    }
+    auto &r = registry();
+    std::lock_guard guard(r.lock);
+    r.finished.fetch_add(t.live.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    t.live.store(0, std::memory_order_relaxed);
+    std::erase(r.threads, &t.live);
+    t.closed = true;
+  }
+};
+
+void count_live(thread_state *t, std::int64_t delta) noexcept {
+  if (t)
+    t->live.store(t->live.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+  else
+    registry().finished.fetch_add(delta, std::memory_order_relaxed);
+}
+} // namespace
+
+void register_thread_state(thread_state &t) {
+  t.registered = true;
+  static thread_local thread_closer closer; // runs at thread exit
+  (void)closer;
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  r.threads.push_back(&t.live);
+}
+
 void *object_value::operator new(std::size_t size) {
-  g_live_objects.fetch_add(1, std::memory_order_relaxed);
+  auto *t = this_thread_state();
+  count_live(t, 1);
+  const std::size_t c = (size + granule - 1) / granule - 1;
+  if (t && c < pooled_classes) {
+    if (auto *block = t->heads[c]) {
+      unpoison(block, (c + 1) * granule);
+      t->heads[c] = block->next;
+      --t->counts[c];
+      return block;
+    }
+    return ::operator new((c + 1) * granule); // any block of the class fits any size in it
+  }
   return ::operator new(size);
 }
 
-void object_value::operator delete(void *p) noexcept {
-  g_live_objects.fetch_sub(1, std::memory_order_relaxed);
+void object_value::operator delete(void *p, std::size_t size) noexcept {
+  auto *t = this_thread_state();
+  count_live(t, -1);
+  const std::size_t c = (size + granule - 1) / granule - 1;
+  if (t && c < pooled_classes && t->counts[c] < pool_depth) {
+    auto *block = static_cast<free_block *>(p);
+    block->next = t->heads[c];
+    t->heads[c] = block;
+    ++t->counts[c];
+    poison(block, (c + 1) * granule); // a use after free still reports under AddressSanitizer
+    return;
+  }
   ::operator delete(p);
 }
 
 std::int64_t object_value::live_count() noexcept {
-  return g_live_objects.load(std::memory_order_relaxed);
+  auto &r = registry();
+  std::lock_guard guard(r.lock);
+  std::int64_t total = r.finished.load(std::memory_order_relaxed);
+  for (auto *live : r.threads)
+    total += live->load(std::memory_order_relaxed);
+  return total;
 }
 
 } // namespace kest::internal

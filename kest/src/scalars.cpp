@@ -92,10 +92,10 @@ KEST_DEFINE_HANDLE(ByteArray, a.kind() == ObjectType::ByteArray,
                    make_builtin_class("ByteArray", 0, {&I_Immutable::getClass}))
 
 Integer::Integer(std::int64_t v)
-    : Any(unchecked, Any(new object_value_integer(static_cast<std::uint64_t>(v), true))) {}
+    : Any(unchecked, Any::adopt(new object_value_integer(static_cast<std::uint64_t>(v), true))) {}
 
 Integer Integer::fromUnsigned(std::uint64_t v) {
-  return Integer(unchecked, Any(new object_value_integer(v, false)));
+  return Integer(unchecked, Any::adopt(new object_value_integer(v, false)));
 }
 
 // A handle made over a value of another class reads as zero (and empty bytes).
@@ -118,7 +118,7 @@ std::uint64_t Integer::unsignedValue() const noexcept {
   return i ? i->bits : 0;
 }
 
-Float::Float(double v) : Any(unchecked, Any(new object_value_float(v))) {}
+Float::Float(double v) : Any(unchecked, Any::adopt(new object_value_float(v))) {}
 double Float::value() const noexcept {
   auto *f = native_if<object_value_float>(*this, ObjectType::Float);
   return f ? f->value : 0.0;

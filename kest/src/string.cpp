@@ -56,7 +56,7 @@ String::String() : Any(internal::unchecked, empty_string()) {}
 
 String::String(std::u16string text)
     : Any(internal::unchecked, text.empty() ? empty_string()
-                                            : Any(new object_value_string(std::move(text)))) {}
+                                            : Any::adopt(new object_value_string(std::move(text)))) {}
 
 String String::fromUtf8(std::string_view utf8) { return String(utf8_to_utf16(utf8)); }
 

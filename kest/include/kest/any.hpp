@@ -55,6 +55,11 @@ public:
     a.m_ptr = p;
     return a;
   }
+  /// Takes the first reference of an object just made (`new`), that nobody else has seen.
+  static Any adopt(internal::object_value *fresh) noexcept {
+    fresh->add_first_ref();
+    return steal(fresh);
+  }
   /// Gives up the reference without releasing it.
   internal::object_value *detach() noexcept { return std::exchange(m_ptr, nullptr); }
 

@@ -62,30 +62,42 @@ public:
 
   void add_ref() const noexcept { m_refs.fetch_add(1, std::memory_order_relaxed); }
   void release() const noexcept {
+    // The only reference, and no weak reference that could revive it meanwhile
+    // (making one needs a reference): nobody else can see the count, so it is
+    // not written.
+    if (m_refs.load(std::memory_order_acquire) == 1 && !m_weak.load(std::memory_order_acquire)) {
+      destroy();
+      return;
+    }
     if (m_refs.fetch_sub(1, std::memory_order_acq_rel) == 1)
       destroy();
   }
+  /// The first reference to an object just made, that no other thread can see
+  /// yet: written without an atomic add.
+  void add_first_ref() const noexcept { m_refs.store(1, std::memory_order_relaxed); }
   /// Adds a reference unless the count already reached zero (weak upgrade).
   bool try_add_ref() const noexcept;
   [[nodiscard]] std::uint32_t ref_count() const noexcept {
     return m_refs.load(std::memory_order_relaxed);
   }
   /// Keeps the object alive for the rest of the process (shared singletons).
-  void make_immortal() noexcept { m_refs.store(1u << 30, std::memory_order_relaxed); }
+  void make_immortal() noexcept { m_refs.store(immortal_count, std::memory_order_relaxed); }
 
   /// The weak-reference block, created on first request (a new reference).
   weak_control *weak_block() const;
 
+  /// Small objects come from a per-thread pool of freed blocks.
   static void *operator new(std::size_t size);
-  static void operator delete(void *p) noexcept;
+  static void operator delete(void *p, std::size_t size) noexcept;
 
   /// Live object count of the library, for leak checks in tests.
   static std::int64_t live_count() noexcept;
 
 protected:
+  static constexpr std::uint32_t immortal_count = 1u << 30;
   struct immortal_tag {};
   /// For statically allocated singletons: a count that never reaches zero.
-  constexpr explicit object_value(immortal_tag) noexcept : m_refs(1u << 30) {}
+  constexpr explicit object_value(immortal_tag) noexcept : m_refs(immortal_count) {}
 
 private:
   void destroy() const noexcept;
