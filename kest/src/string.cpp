@@ -15,6 +15,9 @@ namespace internal {
 class object_value_string final : public object_value {
 public:
   explicit object_value_string(std::u16string t) : text(std::move(t)) {}
+  struct from_utf8_tag {};
+  /// Decodes straight into the object's own text.
+  object_value_string(from_utf8_tag, std::string_view encoded) : text(utf8_to_utf16(encoded)) {}
   ~object_value_string() override { delete utf8.load(std::memory_order_acquire); }
   [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::String; }
   [[nodiscard]] object_value_class *class_value() const noexcept override {
@@ -58,7 +61,12 @@ String::String(std::u16string text)
     : Any(internal::unchecked, text.empty() ? empty_string()
                                             : Any::adopt(new object_value_string(std::move(text)))) {}
 
-String String::fromUtf8(std::string_view utf8) { return String(utf8_to_utf16(utf8)); }
+String String::fromUtf8(std::string_view utf8) {
+  if (utf8.empty())
+    return String();
+  return String(internal::unchecked,
+                Any::adopt(new object_value_string(object_value_string::from_utf8_tag{}, utf8)));
+}
 
 String String::fromUtf8(const ByteArray &bytes) { return fromUtf8(bytes.asChars()); }
 

@@ -19,11 +19,16 @@ void append_utf16(std::u16string &out, char32_t cp) {
 } // namespace
 
 std::u16string utf8_to_utf16(std::string_view in) {
-  std::u16string out;
-  out.reserve(in.size());
   const auto *s = reinterpret_cast<const unsigned char *>(in.data());
   const std::size_t n = in.size();
+  // Most text is ASCII: its leading ASCII run is widened in one pass.
   std::size_t i = 0;
+  while (i < n && s[i] < 0x80)
+    ++i;
+  std::u16string out(s, s + i); // each byte widened
+  if (i == n)
+    return out;
+  out.reserve(n);
   while (i < n) {
     const unsigned char b0 = s[i];
     if (b0 < 0x80) {

@@ -124,8 +124,13 @@ kest::Any fromPython(PyObject *object) {
       return error_or(u"Unable to convert Python integer to int64.");
     return kest::Integer(static_cast<std::int64_t>(value));
   }
-  if (PyUnicode_CheckExact(object))
-    return text_of(object);
+  if (PyUnicode_CheckExact(object)) {
+    Py_ssize_t size = 0;
+    if (const char *utf8 = PyUnicode_AsUTF8AndSize(object, &size))
+      return kest::String::fromUtf8(std::string_view(utf8, static_cast<std::size_t>(size)));
+    PyErr_Clear();
+    return kest::String(); // a str that has no UTF-8 form (lone surrogates) gives the empty String
+  }
   // 2. The not-implemented marker.
   if (object == Py_NotImplemented)
     return kest::Undefined();
