@@ -8,12 +8,12 @@
 namespace sarvode::demo {
 
 namespace {
-kest::List shapes(const kest::Any &drawing) { return field_as<kest::List>(drawing, "$_shapes"); }
-kest::HashMap colours(const kest::Any &palette) { return field_as<kest::HashMap>(palette, "$_colours"); }
+kest::List shapes(const kest::Any &drawing) { return field_as<kest::List>(drawing, "$_shapes"_field); }
+kest::HashMap colours(const kest::Any &palette) { return field_as<kest::HashMap>(palette, "$_colours"_field); }
 
 kest::Any new_drawing(const std::vector<kest::Any> &items) {
   auto d = kest::internal::result_unwrap_lazy(drawing_class().allocateInstance());
-  set_field(d, "$_shapes", kest::List(kest::Type(shape_class()), items));
+  set_field(d, "$_shapes"_field, kest::List(kest::Type(shape_class()), items));
   return d;
 }
 
@@ -96,7 +96,7 @@ void build_palette(builder &b) {
                        kest::HashMap map(kest::String::getType(), kest::String::getType());
                        (void)map.setChecked(kest::String(u"black"), kest::String(u"#000000"));
                        (void)map.setChecked(kest::String(u"white"), kest::String(u"#ffffff"));
-                       set_field(p, "$_colours", map);
+                       set_field(p, "$_colours"_field, map);
                        return p;
                      }),
                      "", "A palette holding black and white."));
@@ -133,15 +133,15 @@ void build_countdown(builder &b) {
   b.add_entry(builder::field_entry(kest::String(u"$_next"), 0, &kest::Integer::getType));
   b.add_entry(method("$__init__", kest::make_function([](std::int64_t n) {
                        auto c = kest::internal::result_unwrap_lazy(countdown_class().allocateInstance());
-                       set_field(c, "$_next", kest::Integer(n));
+                       set_field(c, "$_next"_field, kest::Integer(n));
                        return c;
                      }),
                      "n", "Counts down from n."));
   b.add_entry(method("next", kest::make_method([](kest::Any self) -> kest::Any {
-                       const auto n = field_as<kest::Integer>(self, "$_next").value();
+                       const auto n = field_as<kest::Integer>(self, "$_next"_field).value();
                        if (n <= 0)
                          return kest::StopIteration();
-                       set_field(self, "$_next", kest::Integer(n - 1));
+                       set_field(self, "$_next"_field, kest::Integer(n - 1));
                        return kest::Integer(n);
                      }),
                      "", "The next number, or the end of the iteration."));
@@ -155,14 +155,14 @@ void build_scaler(builder &b) {
   b.add_entry(builder::field_entry(kest::String(u"$_factor"), 0, &kest::Float::getType));
   b.add_entry(method("$__init__", kest::make_function([](double k) {
                        auto s = kest::internal::result_unwrap_lazy(scaler_class().allocateInstance());
-                       set_field(s, "$_factor", kest::Float(k));
+                       set_field(s, "$_factor"_field, kest::Float(k));
                        return s;
                      }),
                      "factor", "A scaler by a factor."));
   b.add_entry(method("$call", kest::make_method([](kest::Any self, kest::List args) -> kest::Any {
                        if (args.length() != 1)
                          return kest::BadArgument(kest::String(u"A scaler takes one number."));
-                       return kest::Float(number(field(self, "$_factor")) * number(kest::internal::result_unwrap_lazy(args.at(0))));
+                       return kest::Float(number(field(self, "$_factor"_field)) * number(kest::internal::result_unwrap_lazy(args.at(0))));
                      }),
                      "arguments", "Scales its one argument."));
 }

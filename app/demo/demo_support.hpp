@@ -9,6 +9,7 @@
 namespace sarvode::demo {
 
 using builder = kest::internal::class_builder_base;
+using namespace kest::literals; // field names written in the source: "size"_field
 
 inline const kest::String module_name(u"kest.demo");
 
@@ -29,22 +30,22 @@ inline kest::Any property(const char *name, kest::I_Callable_Generic getter, con
 }
 
 /// Reads a field of an instance (fields hold what the classes keep).
-inline kest::Any field(const kest::Any &self, const char *name) {
-  return kest::internal::result_unwrap_lazy(self.fieldValue(kest::meta_field_untyped(name)));
+inline kest::Any field(const kest::Any &self, const kest::meta_field_untyped &name) {
+  return kest::internal::result_unwrap_lazy(self.fieldValue(name));
 }
 
 /// Reads a field that must hold a `T`. Anything else (a field never set, an
 /// error) is reported as a host error rather than read as the wrong type: the
 /// exception becomes the call's error where the method was called.
-template <class T> T field_as(const kest::Any &self, const char *name) {
+template <class T> T field_as(const kest::Any &self, const kest::meta_field_untyped &name) {
   auto value = T::checkedCast(field(self, name));
   if (value.isError())
     throw kest::exception(kest::Error::unsafeFrom(value));
   return value.template as<T>();
 }
 
-inline void set_field(const kest::Any &self, const char *name, const kest::Any &value) {
-  (void)self.setFieldValue(kest::meta_field_untyped(name), value);
+inline void set_field(const kest::Any &self, const kest::meta_field_untyped &name, const kest::Any &value) {
+  (void)self.setFieldValue(name, value);
 }
 
 /// True when the value is an instance of the class (or of a class derived from it).

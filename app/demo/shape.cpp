@@ -12,19 +12,19 @@ constexpr double pi = 3.14159265358979323846;
 
 kest::Any make_shape(const kest::String &kind, double size, const kest::String &name) {
   auto s = kest::internal::result_unwrap_lazy(shape_class().allocateInstance());
-  set_field(s, "$_kind", kind);
-  set_field(s, "$_name", name);
-  set_field(s, "size", kest::Float(size));
-  set_field(s, "position", make_vector(0, 0));
+  set_field(s, "$_kind"_field, kind);
+  set_field(s, "$_name"_field, name);
+  set_field(s, "size"_field, kest::Float(size));
+  set_field(s, "position"_field, make_vector(0, 0));
   return s;
 }
 
 double area(const kest::Any &self) {
-  const auto kind = field_as<kest::String>(self, "$_kind").toUtf8();
-  const double size = number(field(self, "size"));
-  if (kind == "circle")
+  const auto kind = field_as<kest::String>(self, "$_kind"_field);
+  const double size = number(field(self, "size"_field));
+  if (kind.view() == u"circle")
     return pi * size * size;
-  if (kind == "triangle")
+  if (kind.view() == u"triangle")
     return size * size * 0.4330127018922193;
   return size * size;
 }
@@ -45,19 +45,19 @@ void build(builder &b) {
                        return make_shape(kind, size, name);
                      }),
                      "kind, size, name", "Makes a shape.", {kest::String(u"shape")}));
-  b.add_entry(property("kind", kest::make_method([](kest::Any self) { return field(self, "$_kind"); }),
+  b.add_entry(property("kind", kest::make_method([](kest::Any self) { return field(self, "$_kind"_field); }),
                        "What kind of shape it is (read-only)."));
-  b.add_entry(property("name", kest::make_method([](kest::Any self) { return field(self, "$_name"); }),
+  b.add_entry(property("name", kest::make_method([](kest::Any self) { return field(self, "$_name"_field); }),
                        "The shape's name.", kest::make_method([](kest::Any self, kest::String name) {
-                         set_field(self, "$_name", name);
+                         set_field(self, "$_name"_field, name);
                        })));
   b.add_entry(method("area", kest::make_method([](kest::Any self) { return area(self); }), "", "The area."));
   b.add_entry(method("moved",
                      kest::make_method([](kest::Any self, double dx, double dy) {
-                       auto copy = make_shape(field_as<kest::String>(self, "$_kind"), number(field(self, "size")),
-                                              field_as<kest::String>(self, "$_name"));
-                       auto p = field(self, "position");
-                       set_field(copy, "position",
+                       auto copy = make_shape(field_as<kest::String>(self, "$_kind"_field), number(field(self, "size"_field)),
+                                              field_as<kest::String>(self, "$_name"_field));
+                       auto p = field(self, "position"_field);
+                       set_field(copy, "position"_field,
                                  make_vector(number(kest::internal::result_unwrap_lazy(p.propertyValue(kest::meta_property_untyped("x")))) + dx,
                                              number(kest::internal::result_unwrap_lazy(p.propertyValue(kest::meta_property_untyped("y")))) + dy));
                        return copy;
@@ -66,8 +66,8 @@ void build(builder &b) {
   b.add_entry(method("describe",
                      kest::make_method([](kest::Any self, kest::String prefix, kest::String suffix) {
                        return kest::String::fromUtf8(fmt::format("{}{} {}{}", prefix.toUtf8(),
-                                                                 field_as<kest::String>(self, "$_kind").toUtf8(),
-                                                                 field_as<kest::String>(self, "$_name").toUtf8(),
+                                                                 field_as<kest::String>(self, "$_kind"_field).toUtf8(),
+                                                                 field_as<kest::String>(self, "$_name"_field).toUtf8(),
                                                                  suffix.toUtf8()));
                      }),
                      "prefix, suffix", "A sentence about the shape.", {kest::String(u"a "), kest::String(u"")}));
@@ -76,12 +76,12 @@ void build(builder &b) {
                        return kest::Error::create(demo_error_class(),
                                                   kest::String::fromUtf8(fmt::format(
                                                       "The shape '{}' exploded.",
-                                                      field_as<kest::String>(self, "$_name").toUtf8())));
+                                                      field_as<kest::String>(self, "$_name"_field).toUtf8())));
                      }),
                      "", "Always fails with DemoError."));
   b.add_entry(method("$__display__", kest::make_method([](kest::Any self) {
-                       return kest::String::fromUtf8(fmt::format("<{} {}>", field_as<kest::String>(self, "$_kind").toUtf8(),
-                                                                 field_as<kest::String>(self, "$_name").toUtf8()));
+                       return kest::String::fromUtf8(fmt::format("<{} {}>", field_as<kest::String>(self, "$_kind"_field).toUtf8(),
+                                                                 field_as<kest::String>(self, "$_name"_field).toUtf8()));
                      }),
                      "", "<kind name>"));
 }

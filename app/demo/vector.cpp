@@ -9,8 +9,8 @@
 namespace sarvode::demo {
 
 namespace {
-double x_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_x").value(); }
-double y_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_y").value(); }
+double x_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_x"_field).value(); }
+double y_of(const kest::Any &v) { return field_as<kest::Float>(v, "$_y"_field).value(); }
 
 kest::Any vector_op(const kest::Any &self, const kest::Any &other, double sign, const char *op) {
   if (!is_a(other, vector_class()))
@@ -97,8 +97,8 @@ kest::Class_Generic vector_class() { return g_vector.get(); }
 
 kest::Any make_vector(double x, double y) {
   auto v = kest::internal::result_unwrap_lazy(vector_class().allocateInstance());
-  set_field(v, "$_x", kest::Float(x));
-  set_field(v, "$_y", kest::Float(y));
+  set_field(v, "$_x"_field, kest::Float(x));
+  set_field(v, "$_y"_field, kest::Float(y));
   return v;
 }
 

@@ -446,6 +446,10 @@ Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> 
 }
 } // namespace
 
+Result<Any> internal::call_exact(const object_value_callable &callable, std::span<const Any> args) {
+  return invoke_guarded(&callable, args);
+}
+
 Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
   if (auto *c = native_callable(*this)) {
     if (static_cast<std::int64_t>(args.size()) == c->exact_argument_count())

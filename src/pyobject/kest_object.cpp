@@ -46,15 +46,16 @@ PyObject *wrapKestObjectLocked(const kest::Any &value) {
   return reinterpret_cast<PyObject *>(object);
 }
 
-PyObject *methodObjectFor(KestValue &self, const kest::Any &method) {
+PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
   PyObject *last = self.method_object;
   if (last && Py_REFCNT(last) == 1) {
     auto *kept = reinterpret_cast<KestObject *>(last)->value;
-    if (kept && kept->method.isSame(method) && kept->self.isSame(self.value)) {
+    if (kept && kept->method.isSame(borrowed_method) && kept->self.isSame(self.value)) {
       Py_IncRef(last); // nobody else holds it and it binds the same: it serves again
       return last;
     }
   }
+  const kest::Any method = borrowed_method; // making a type may run Python, which may drop the caller's copy
   auto bound = kest::I_Callable_Generic::unsafeFrom(method).bindInstance(self.value);
   auto [type, members] = typeAndMembersForClassLocked(kest::raw_class_of(bound));
   if (!type)

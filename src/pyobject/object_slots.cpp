@@ -211,6 +211,8 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
     if (!entry)
       return nullptr; // the name could not be hashed
     if (entry->what != member_cache::meaning::general && !kest::internal::has_inserted_members(object->value)) {
+      if (entry->what == member_cache::meaning::method) // copies what it keeps before it may run Python
+        return guarded<PyObject *>(nullptr, [&] { return methodObjectFor(*object, entry->member); });
       // Copied out: running the member may run Python, which may change the cache.
       auto resolved = *entry;
       return guarded<PyObject *>(nullptr, [&] { return cached_member(*object, resolved); });
@@ -338,8 +340,8 @@ PyObject *call_unbound_method(const KestValue &self, PyObject *args, bool &done)
   full[0] = self.self;
   for (Py_ssize_t i = 0; i < n; ++i)
     full[static_cast<std::size_t>(i) + 1] = fromPython(PyTuple_GetItem(args, i));
-  auto callable = kest::I_Callable_Generic::unsafeFrom(self.method);
-  return toPythonLocked(result_unwrap_lazy(callable.callWith(std::span<const kest::Any>(full.data(), static_cast<std::size_t>(n) + 1))));
+  return toPythonLocked(result_unwrap_lazy(
+      kest::internal::call_exact(*target, std::span<const kest::Any>(full.data(), static_cast<std::size_t>(n) + 1))));
 }
 
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {

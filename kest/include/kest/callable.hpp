@@ -168,6 +168,10 @@ private:
   Any m_value;
 };
 
+/// Calls `callable` with exactly one argument per parameter (nothing to fill
+/// in from the defaults), checking the receiver of a method as `callWith` does.
+KEST_API Result<Any> call_exact(const object_value_callable &callable, std::span<const Any> args);
+
 /// `base` with other parameters and required count; the result type is kept
 /// (unresolved if it was), unless `result` is given.
 KEST_API Signature signature_with(const Signature &base, std::vector<Parameter> parameters,

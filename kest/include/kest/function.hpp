@@ -35,7 +35,8 @@ template <class T> struct arg_traits;
 template <> struct arg_traits<Any> {
   static Type type() { return Type(); }
   static bool fits(const Any &) noexcept { return true; }
-  static Any from(const Any &a) { return a; }
+  /// The argument itself: a parameter taken by const reference costs no copy.
+  static const Any &from(const Any &a) noexcept { return a; }
 };
 
 /// Typed handles: checked with their `isInstance`.
