@@ -30,19 +30,19 @@ void build_drawing(builder &b) {
   b.add_entry(builder::base_entry(kest::I_MutableSequence::getClass()));
   b.add_entry(builder::field_entry(kest::String(u"$_shapes"), 0, &kest::List::getType));
   b.add_entry(method("$__init__", kest::make_function([] { return new_drawing({}); }), "", "An empty drawing."));
-  b.add_entry(property("$$__len__", kest::make_method([](kest::Any self) { return shapes(self).length(); }),
+  b.add_entry(property("$$__len__", kest::make_method([](const kest::Any &self) { return shapes(self).length(); }),
                        "The number of shapes."));
-  b.add_entry(method("at", kest::make_method([](kest::Any self, std::int64_t i) { return shapes(self).at(i); }), "index",
+  b.add_entry(method("at", kest::make_method([](const kest::Any &self, std::int64_t i) { return shapes(self).at(i); }), "index",
                      "The shape at an index."));
-  b.add_entry(method("set", kest::make_method([](kest::Any self, std::int64_t i, kest::Any shape) -> kest::Result<kest::None> {
+  b.add_entry(method("set", kest::make_method([](const kest::Any &self, std::int64_t i, kest::Any shape) -> kest::Result<kest::None> {
                        if (!is_a(shape, shape_class()))
                          return kest::BadArgument(kest::String(u"A drawing holds shapes only."));
                        return shapes(self).set(i, shape);
                      }),
                      "index, shape", "Replaces the shape at an index."));
-  b.add_entry(method("append", kest::make_method([](kest::Any self, kest::Any shape) { return add_shape(self, shape); }),
+  b.add_entry(method("append", kest::make_method([](const kest::Any &self, kest::Any shape) { return add_shape(self, shape); }),
                      "shape", "Adds a shape at the end."));
-  b.add_entry(method("extend", kest::make_method([](kest::Any self, kest::Any items) -> kest::Result<kest::None> {
+  b.add_entry(method("extend", kest::make_method([](const kest::Any &self, kest::Any items) -> kest::Result<kest::None> {
                        if (!kest::I_Iterable::isInstance(items))
                          return kest::BadArgument(kest::String(u"extend() needs an iterable of shapes."));
                        // A snapshot first: extending a drawing with itself doubles it once.
@@ -57,7 +57,7 @@ void build_drawing(builder &b) {
                        return kest::None();
                      }),
                      "shapes", "Adds several shapes."));
-  b.add_entry(method("concat", kest::make_method([](kest::Any self, kest::Any other) -> kest::Any {
+  b.add_entry(method("concat", kest::make_method([](const kest::Any &self, kest::Any other) -> kest::Any {
                        if (!is_a(other, drawing_class()))
                          return kest::BadArgument(kest::String(u"A drawing concatenates with a drawing."));
                        auto items = shapes(self).copyItems();
@@ -66,16 +66,16 @@ void build_drawing(builder &b) {
                        return new_drawing(items);
                      }),
                      "other", "A new drawing with the shapes of both."));
-  b.add_entry(method("removeAt", kest::make_method([](kest::Any self, std::int64_t i) { return shapes(self).removeAt(i); }),
+  b.add_entry(method("removeAt", kest::make_method([](const kest::Any &self, std::int64_t i) { return shapes(self).removeAt(i); }),
                      "index", "Removes and returns the shape at an index."));
-  b.add_entry(method("clear", kest::make_method([](kest::Any self) { shapes(self).clear(); }), "", "Removes every shape."));
-  b.add_entry(method("iter", kest::make_method([](kest::Any self) { return kest::I_Iterable::unsafeFrom(shapes(self)).iter(); }),
+  b.add_entry(method("clear", kest::make_method([](const kest::Any &self) { shapes(self).clear(); }), "", "Removes every shape."));
+  b.add_entry(method("iter", kest::make_method([](const kest::Any &self) { return kest::I_Iterable::unsafeFrom(shapes(self)).iter(); }),
                      "", "The shapes, in order."));
-  b.add_entry(method("contains", kest::make_method([](kest::Any self, kest::Any shape) {
+  b.add_entry(method("contains", kest::make_method([](const kest::Any &self, kest::Any shape) {
                        return kest::I_Iterable::unsafeFrom(shapes(self)).contains(shape);
                      }),
                      "shape", "Whether the drawing holds the shape."));
-  b.add_entry(method("totalArea", kest::make_method([](kest::Any self) {
+  b.add_entry(method("totalArea", kest::make_method([](const kest::Any &self) {
                        double total = 0;
                        for (auto &s : shapes(self).copyItems())
                          total += number(kest::internal::result_unwrap_lazy(
@@ -100,28 +100,28 @@ void build_palette(builder &b) {
                        return p;
                      }),
                      "", "A palette holding black and white."));
-  b.add_entry(property("$$__len__", kest::make_method([](kest::Any self) { return colours(self).length(); }),
+  b.add_entry(property("$$__len__", kest::make_method([](const kest::Any &self) { return colours(self).length(); }),
                        "The number of colours."));
-  b.add_entry(method("get", kest::make_method([](kest::Any self, kest::Any name) {
+  b.add_entry(method("get", kest::make_method([](const kest::Any &self, kest::Any name) {
                        return kest::I_Map::unsafeFrom(colours(self)).get(name);
                      }),
                      "name", "The colour of a name."));
-  b.add_entry(method("set", kest::make_method([](kest::Any self, kest::Any name, kest::Any colour) -> kest::Result<kest::None> {
+  b.add_entry(method("set", kest::make_method([](const kest::Any &self, kest::Any name, kest::Any colour) -> kest::Result<kest::None> {
                        if (!kest::String::isInstance(colour) || !kest::String::unsafeFrom(colour).startsWith(u"#") ||
                            kest::String::unsafeFrom(colour).length() != 7)
                          return kest::BadArgument(kest::String(u"A colour is written '#rrggbb'."));
                        return colours(self).setChecked(name, colour);
                      }),
                      "name, colour", "Sets the colour of a name."));
-  b.add_entry(method("contains", kest::make_method([](kest::Any self, kest::Any name) { return colours(self).contains(name); }),
+  b.add_entry(method("contains", kest::make_method([](const kest::Any &self, kest::Any name) { return colours(self).contains(name); }),
                      "name", "Whether the palette has the name."));
-  b.add_entry(method("remove", kest::make_method([](kest::Any self, kest::Any name) { return colours(self).remove(name); }),
+  b.add_entry(method("remove", kest::make_method([](const kest::Any &self, kest::Any name) { return colours(self).remove(name); }),
                      "name", "Removes a name."));
-  b.add_entry(method("iter", kest::make_method([](kest::Any self) { return kest::I_Iterable::unsafeFrom(colours(self)).iter(); }),
+  b.add_entry(method("iter", kest::make_method([](const kest::Any &self) { return kest::I_Iterable::unsafeFrom(colours(self)).iter(); }),
                      "", "The names."));
-  b.add_entry(property("$$keys", kest::make_method([](kest::Any self) { return kest::I_Map::unsafeFrom(colours(self)).keys(); }),
+  b.add_entry(property("$$keys", kest::make_method([](const kest::Any &self) { return kest::I_Map::unsafeFrom(colours(self)).keys(); }),
                        "The names."));
-  b.add_entry(property("$$values", kest::make_method([](kest::Any self) { return kest::I_Map::unsafeFrom(colours(self)).values(); }),
+  b.add_entry(property("$$values", kest::make_method([](const kest::Any &self) { return kest::I_Map::unsafeFrom(colours(self)).values(); }),
                        "The colours."));
 }
 
@@ -137,7 +137,7 @@ void build_countdown(builder &b) {
                        return c;
                      }),
                      "n", "Counts down from n."));
-  b.add_entry(method("next", kest::make_method([](kest::Any self) -> kest::Any {
+  b.add_entry(method("next", kest::make_method([](const kest::Any &self) -> kest::Any {
                        const auto n = field_as<kest::Integer>(self, "$_next"_field).value();
                        if (n <= 0)
                          return kest::StopIteration();
@@ -159,7 +159,7 @@ void build_scaler(builder &b) {
                        return s;
                      }),
                      "factor", "A scaler by a factor."));
-  b.add_entry(method("$call", kest::make_method([](kest::Any self, kest::List args) -> kest::Any {
+  b.add_entry(method("$call", kest::make_method([](const kest::Any &self, kest::List args) -> kest::Any {
                        if (args.length() != 1)
                          return kest::BadArgument(kest::String(u"A scaler takes one number."));
                        return kest::Float(number(field(self, "$_factor"_field)) * number(kest::internal::result_unwrap_lazy(args.at(0))));

@@ -38,10 +38,10 @@ inline kest::Any field(const kest::Any &self, const kest::meta_field_untyped &na
 /// error) is reported as a host error rather than read as the wrong type: the
 /// exception becomes the call's error where the method was called.
 template <class T> T field_as(const kest::Any &self, const kest::meta_field_untyped &name) {
-  auto value = T::checkedCast(field(self, name));
-  if (value.isError())
-    throw kest::exception(kest::Error::unsafeFrom(value));
-  return value.template as<T>();
+  auto value = field(self, name);
+  if (!T::isInstance(value))
+    throw kest::exception(kest::Error::unsafeFrom(kest::internal::result_unwrap_lazy(T::checkedCast(value))));
+  return T(kest::internal::unchecked, std::move(value));
 }
 
 inline void set_field(const kest::Any &self, const kest::meta_field_untyped &name, const kest::Any &value) {

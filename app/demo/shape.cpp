@@ -45,15 +45,15 @@ void build(builder &b) {
                        return make_shape(kind, size, name);
                      }),
                      "kind, size, name", "Makes a shape.", {kest::String(u"shape")}));
-  b.add_entry(property("kind", kest::make_method([](kest::Any self) { return field(self, "$_kind"_field); }),
+  b.add_entry(property("kind", kest::make_method([](const kest::Any &self) { return field(self, "$_kind"_field); }),
                        "What kind of shape it is (read-only)."));
-  b.add_entry(property("name", kest::make_method([](kest::Any self) { return field(self, "$_name"_field); }),
-                       "The shape's name.", kest::make_method([](kest::Any self, kest::String name) {
+  b.add_entry(property("name", kest::make_method([](const kest::Any &self) { return field(self, "$_name"_field); }),
+                       "The shape's name.", kest::make_method([](const kest::Any &self, kest::String name) {
                          set_field(self, "$_name"_field, name);
                        })));
-  b.add_entry(method("area", kest::make_method([](kest::Any self) { return area(self); }), "", "The area."));
+  b.add_entry(method("area", kest::make_method([](const kest::Any &self) { return area(self); }), "", "The area."));
   b.add_entry(method("moved",
-                     kest::make_method([](kest::Any self, double dx, double dy) {
+                     kest::make_method([](const kest::Any &self, double dx, double dy) {
                        auto copy = make_shape(field_as<kest::String>(self, "$_kind"_field), number(field(self, "size"_field)),
                                               field_as<kest::String>(self, "$_name"_field));
                        auto p = field(self, "position"_field);
@@ -64,7 +64,7 @@ void build(builder &b) {
                      }),
                      "dx, dy", "A copy moved by (dx, dy); dy defaults to 0.", {kest::Float(0.0)}));
   b.add_entry(method("describe",
-                     kest::make_method([](kest::Any self, kest::String prefix, kest::String suffix) {
+                     kest::make_method([](const kest::Any &self, kest::String prefix, kest::String suffix) {
                        return kest::String::fromUtf8(fmt::format("{}{} {}{}", prefix.toUtf8(),
                                                                  field_as<kest::String>(self, "$_kind"_field).toUtf8(),
                                                                  field_as<kest::String>(self, "$_name"_field).toUtf8(),
@@ -72,14 +72,14 @@ void build(builder &b) {
                      }),
                      "prefix, suffix", "A sentence about the shape.", {kest::String(u"a "), kest::String(u"")}));
   b.add_entry(method("explode",
-                     kest::make_method([](kest::Any self) {
+                     kest::make_method([](const kest::Any &self) {
                        return kest::Error::create(demo_error_class(),
                                                   kest::String::fromUtf8(fmt::format(
                                                       "The shape '{}' exploded.",
                                                       field_as<kest::String>(self, "$_name"_field).toUtf8())));
                      }),
                      "", "Always fails with DemoError."));
-  b.add_entry(method("$__display__", kest::make_method([](kest::Any self) {
+  b.add_entry(method("$__display__", kest::make_method([](const kest::Any &self) {
                        return kest::String::fromUtf8(fmt::format("<{} {}>", field_as<kest::String>(self, "$_kind"_field).toUtf8(),
                                                                  field_as<kest::String>(self, "$_name"_field).toUtf8()));
                      }),

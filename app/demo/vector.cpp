@@ -37,11 +37,11 @@ void build(builder &b) {
   b.add_entry(builder::field_entry(kest::String(u"$_y"), kest::field_flags::read_only, &kest::Float::getType));
   b.add_entry(method("$__init__", kest::make_function([](double x, double y) { return make_vector(x, y); }), "x, y",
                      "Makes a vector from its components."));
-  b.add_entry(property("x", kest::make_method([](kest::Any self) { return x_of(self); }), "The x component."));
-  b.add_entry(property("y", kest::make_method([](kest::Any self) { return y_of(self); }), "The y component."));
+  b.add_entry(property("x", kest::make_method([](const kest::Any &self) { return x_of(self); }), "The x component."));
+  b.add_entry(property("y", kest::make_method([](const kest::Any &self) { return y_of(self); }), "The y component."));
   b.add_entry(property("$$__len__", kest::make_method([](kest::Any) { return std::int64_t{2}; }),
                        "A vector has two components."));
-  b.add_entry(method("at", kest::make_method([](kest::Any self, std::int64_t i) -> kest::Any {
+  b.add_entry(method("at", kest::make_method([](const kest::Any &self, std::int64_t i) -> kest::Any {
                        if (i == 0 || i == -2)
                          return kest::Float(x_of(self));
                        if (i == 1 || i == -1)
@@ -49,16 +49,16 @@ void build(builder &b) {
                        return kest::Error(kest::String::fromUtf8(fmt::format("Vector index {} out of range.", i)));
                      }),
                      "index", "Component 0 (x) or 1 (y)."));
-  b.add_entry(method("iter", kest::make_method([](kest::Any self) {
+  b.add_entry(method("iter", kest::make_method([](const kest::Any &self) {
                        return kest::I_Iterable::unsafeFrom(kest::Tuple{kest::Float(x_of(self)), kest::Float(y_of(self))}).iter();
                      }),
                      "", "The components."));
-  b.add_entry(method("contains", kest::make_method([](kest::Any self, kest::Any v) {
+  b.add_entry(method("contains", kest::make_method([](const kest::Any &self, kest::Any v) {
                        return kest::compare_objects(v, kest::Float(x_of(self))).value() == 0 ||
                               kest::compare_objects(v, kest::Float(y_of(self))).value() == 0;
                      }),
                      "value", "Whether a component equals the value."));
-  b.add_entry(method("norm", kest::make_method([](kest::Any self) { return std::hypot(x_of(self), y_of(self)); }), "",
+  b.add_entry(method("norm", kest::make_method([](const kest::Any &self) { return std::hypot(x_of(self), y_of(self)); }), "",
                      "The length of the vector."));
   b.add_entry(method("$__add__", kest::make_method([](kest::Any s, kest::Any o) { return vector_op(s, o, 1, "addition"); }),
                      "other", "The sum of two vectors."));

@@ -72,8 +72,10 @@ Any evaluate_computed(const Any &computed) {
 
 bool is_error_result(const Any &result) noexcept { return Error::isInstance(result); }
 
-Any result_unwrap_lazy(const Any &result) {
-  Any value = result;
+Any result_unwrap_lazy(const Any &result) { return result_unwrap_lazy(Any(result)); }
+
+Any result_unwrap_lazy(Any &&result) {
+  Any value = std::move(result);
   while (value.kind() == ObjectType::Computed)
     value = evaluate_computed(value);
   return value;

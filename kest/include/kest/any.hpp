@@ -71,7 +71,7 @@ public:
   explicit operator bool() const noexcept { return m_ptr != nullptr; }
   /// The kind of the value; an empty handle reports None.
   [[nodiscard]] internal::ObjectType kind() const noexcept {
-    return m_ptr ? m_ptr->kind() : internal::ObjectType::None;
+    return m_ptr ? m_ptr->known_kind() : internal::ObjectType::None;
   }
   /// True when both handles refer to the same object.
   [[nodiscard]] bool isSame(const Any &o) const noexcept { return m_ptr == o.m_ptr; }

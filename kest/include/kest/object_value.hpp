@@ -57,6 +57,16 @@ public:
 
   /// The kind code of this value.
   [[nodiscard]] virtual ObjectType kind() const noexcept = 0;
+  /// The same, asked of the object once and then read from it (a value never
+  /// changes its kind); not for use while the object is made or destroyed.
+  [[nodiscard]] ObjectType known_kind() const noexcept {
+    const auto k = m_kind.load(std::memory_order_relaxed);
+    if (k != unknown_kind) [[likely]]
+      return static_cast<ObjectType>(k);
+    const auto asked = kind();
+    m_kind.store(static_cast<std::uint8_t>(asked), std::memory_order_relaxed);
+    return asked;
+  }
   /// The class of this value (borrowed; classes outlive their values).
   [[nodiscard]] virtual object_value_class *class_value() const noexcept = 0;
 
@@ -102,7 +112,10 @@ protected:
 private:
   void destroy() const noexcept;
 
+  static constexpr std::uint8_t unknown_kind = 0xFF;
+
   mutable std::atomic<std::uint32_t> m_refs{0};
+  mutable std::atomic<std::uint8_t> m_kind{unknown_kind}; // fills the padding after the count
   mutable std::atomic<weak_control *> m_weak{nullptr};
 };
 
