@@ -5,6 +5,7 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace py = pybind11;
@@ -13,6 +14,19 @@ namespace {
 struct Counter {
   std::int64_t value = 0;
   void add(std::int64_t n) { value += n; }
+};
+
+struct Shape {
+  std::string kind;
+  double size = 0;
+  double area() const {
+    constexpr double pi = 3.14159265358979323846;
+    if (kind == "circle")
+      return pi * size * size;
+    if (kind == "triangle")
+      return size * size * 0.4330127018922193;
+    return size * size;
+  }
 };
 
 struct Numbers {
@@ -27,6 +41,10 @@ py::module_ &peer_module() {
         .def(py::init<>())
         .def("add", &Counter::add)
         .def_readonly("value", &Counter::value);
+    py::class_<Shape>(module, "Shape")
+        .def(py::init<>())
+        .def("area", &Shape::area)
+        .def_readwrite("size", &Shape::size);
     py::class_<Numbers>(module, "Numbers")
         .def("__iter__", [](const Numbers &n) { return py::make_iterator(n.items.begin(), n.items.end()); },
              py::keep_alive<0, 1>());
@@ -41,6 +59,11 @@ namespace bench_peer {
 PyObject *make_counter() {
   auto &m = peer_module();
   return m.attr("Counter")().release().ptr();
+}
+
+PyObject *make_shape(const char *kind, double size) {
+  (void)peer_module();
+  return py::cast(Shape{kind, size}).release().ptr();
 }
 
 PyObject *make_numbers(long n) {

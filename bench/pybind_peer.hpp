@@ -8,6 +8,10 @@ namespace bench_peer {
 /// A pybind11-bound Counter (method add(int), property value); a new reference.
 PyObject *make_counter();
 
+/// A pybind11-bound Shape: kind and size, area(), and size as a read-write
+/// attribute; the same computation as the host's kest.demo.Shape. A new reference.
+PyObject *make_shape(const char *kind, double size);
+
 /// A pybind11-bound sequence of `n` integers that Python can iterate; a new reference.
 PyObject *make_numbers(long n);
 

@@ -61,10 +61,10 @@ inline bool is_number(const kest::Any &value) {
 /// A number (Integer or Float) as a double; anything else is a BadArgument
 /// error, never a silent zero.
 inline double number(const kest::Any &value) {
-  if (kest::Integer::isInstance(value))
-    return static_cast<double>(kest::Integer::unsafeFrom(value).value());
-  if (kest::Float::isInstance(value))
-    return kest::Float::unsafeFrom(value).value();
+  if (value.kind() == kest::internal::ObjectType::Integer)
+    return static_cast<double>(static_cast<std::int64_t>(kest::internal::integer_parts_of(value).bits));
+  if (value.kind() == kest::internal::ObjectType::Float)
+    return kest::internal::float_value_of(value);
   throw kest::exception(kest::BadArgument(kest::String::fromUtf8(
       "Unable to convert an argument: a number is expected, not " +
       kest::qualname(kest::raw_class_of(value)).toUtf8() + ".")));

@@ -19,9 +19,9 @@
 namespace kest {
 namespace internal {
 
-namespace {
-std::atomic<std::uint64_t> g_members_epoch{1};
+std::atomic<std::uint64_t> g_class_members_epoch{1};
 
+namespace {
 struct class_registry {
   spinlock lock;
   std::unordered_map<String, Class_Generic> by_name;
@@ -32,8 +32,7 @@ class_registry &registry() {
 }
 } // namespace
 
-std::uint64_t class_members_epoch() noexcept { return g_members_epoch.load(std::memory_order_acquire); }
-void bump_class_members_epoch() noexcept { g_members_epoch.fetch_add(1, std::memory_order_acq_rel); }
+void bump_class_members_epoch() noexcept { g_class_members_epoch.fetch_add(1, std::memory_order_acq_rel); }
 
 bool member_table::remove(const name_info *name) {
   auto it = index.find(name);

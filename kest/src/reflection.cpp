@@ -91,11 +91,6 @@ bool internal::members_follow_class(const Class_Generic &cls) {
   return !overrides(cls.value(), object_hook::property) && !overrides(cls.value(), object_hook::method);
 }
 
-bool internal::has_inserted_members(const Any &value) noexcept {
-  auto *inst = instance_of(value);
-  return inst && inst->has_inserted_members();
-}
-
 Union<Property, None> raw_property_of(const Any &value, const meta_property_untyped &name) {
   if (auto *inst = instance_of(value))
     if (auto p = inst->own_property(name.info()))

@@ -105,6 +105,16 @@ const object_value_integer *int_of(const Any &a) noexcept {
 }
 } // namespace
 
+integer_parts internal::integer_parts_of(const Any &value) noexcept {
+  auto *i = int_of(value);
+  return i ? integer_parts{i->bits, i->is_signed} : integer_parts{0, true};
+}
+
+double internal::float_value_of(const Any &value) noexcept {
+  auto *f = native_if<object_value_float>(value, ObjectType::Float);
+  return f ? f->value : 0.0;
+}
+
 bool Integer::isSigned() const noexcept {
   auto *i = int_of(*this);
   return !i || i->is_signed;

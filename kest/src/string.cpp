@@ -84,8 +84,10 @@ const char16_t *String::c_str() const noexcept {
   return s ? s->text.c_str() : u"";
 }
 
-std::string_view String::utf8View() const {
-  auto *s = str(*this);
+std::string_view String::utf8View() const { return internal::string_utf8_of(*this); }
+
+std::string_view internal::string_utf8_of(const Any &value) {
+  auto *s = str(value);
   if (!s)
     return {};
   auto *cached = s->utf8.load(std::memory_order_acquire);

@@ -131,15 +131,15 @@ PyObject *toPythonLocked(const kest::Any &value) {
     return wrapKestObjectLocked(value);
   }
   case kind::Float:
-    return PyFloat_FromDouble(kest::Float::unsafeFrom(value).value());
+    return PyFloat_FromDouble(kest::internal::float_value_of(value));
   case kind::Instance:
     return instance_to_python(value);
   case kind::Integer: {
-    auto i = kest::Integer::unsafeFrom(value);
-    return i.isSigned() ? PyLong_FromLongLong(i.value()) : PyLong_FromUnsignedLongLong(i.unsignedValue());
+    const auto i = kest::internal::integer_parts_of(value);
+    return i.is_signed ? PyLong_FromLongLong(static_cast<std::int64_t>(i.bits)) : PyLong_FromUnsignedLongLong(i.bits);
   }
   case kind::String: {
-    auto text = kest::String::unsafeFrom(value).utf8View();
+    auto text = kest::internal::string_utf8_of(value);
     return PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size()));
   }
   case kind::Tuple:

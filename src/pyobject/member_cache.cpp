@@ -15,6 +15,7 @@ constexpr std::size_t most_names = 4096;
 } // namespace
 
 void member_cache::forget_all() {
+  m_recent.fill({});
   for (auto &slot : m_slots)
     Py_DecRef(slot.name); // null for a free slot, which it ignores
   std::vector<entry>().swap(m_slots);
@@ -68,7 +69,7 @@ member_cache::entry *member_cache::slot_for(PyObject *name, Py_hash_t hash) {
   }
 }
 
-const member_cache::entry *member_cache::find(PyObject *name) {
+const member_cache::entry *member_cache::find_slow(PyObject *name) {
   if (const auto epoch = kest::internal::class_members_epoch(); epoch != m_epoch) {
     forget_all();
     m_epoch = epoch;
@@ -78,8 +79,12 @@ const member_cache::entry *member_cache::find(PyObject *name) {
     return nullptr;
   if (m_slots.empty())
     m_slots.resize(16);
-  if (auto *slot = slot_for(name, hash); slot->name)
+  auto &recent = m_recent[(reinterpret_cast<std::uintptr_t>(name) >> 4) % m_recent.size()];
+  if (auto *slot = slot_for(name, hash); slot->name) {
+    if (slot->name == name) // only the str the slot keeps alive: its address cannot be reused
+      recent = {name, slot};
     return slot;
+  }
   // A new name: resolve it (which may run host code, but no Python) and keep it.
   entry resolved = resolve(name);
   if (kest::internal::class_members_epoch() != m_epoch)
@@ -89,6 +94,7 @@ const member_cache::entry *member_cache::find(PyObject *name) {
       forget_all();
       m_slots.resize(16);
     } else {
+      m_recent.fill({}); // the slots move
       std::vector<entry> old;
       old.swap(m_slots);
       m_slots.resize(old.size() * 2);
@@ -103,6 +109,7 @@ const member_cache::entry *member_cache::find(PyObject *name) {
   resolved.hash = hash;
   *slot = std::move(resolved);
   ++m_used;
+  recent = {name, slot};
   return slot;
 }
 

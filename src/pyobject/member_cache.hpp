@@ -6,6 +6,7 @@
 
 #include <kest/class.hpp>
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -39,9 +40,17 @@ public:
 
   /// What `name` (an exact str) means on a value of the class that has no
   /// members of its own; null with a Python error when hashing the name failed.
-  const entry *find(PyObject *name);
+  const entry *find(PyObject *name) {
+    if (kest::internal::class_members_epoch() == m_epoch) {
+      const auto &recent = m_recent[(reinterpret_cast<std::uintptr_t>(name) >> 4) % m_recent.size()];
+      if (recent.name == name)
+        return recent.slot;
+    }
+    return find_slow(name);
+  }
 
 private:
+  const entry *find_slow(PyObject *name);
   void forget_all();
   entry resolve(PyObject *name) const;
   entry *slot_for(PyObject *name, Py_hash_t hash);
@@ -50,6 +59,14 @@ private:
   std::uint64_t m_epoch = 0;
   std::vector<entry> m_slots; // open addressing over a power of two
   std::size_t m_used = 0;
+  /// Recently asked names by address (names in code are the same str objects
+  /// each time), so that a repeated name is found without hashing it. Cleared
+  /// whenever the slots move.
+  struct recent_name {
+    PyObject *name = nullptr;
+    entry *slot = nullptr;
+  };
+  std::array<recent_name, 32> m_recent{};
 };
 
 } // namespace sarvode

@@ -127,6 +127,12 @@ public:                                                                         
            "unsafeFrom: the value is not of this class");                                       \
     return Name(::kest::internal::unchecked, a);                                                \
   }                                                                                             \
+  /** The same for a value not needed afterwards: it is moved, not copied. */                  \
+  static Name unsafeFrom(::kest::Any &&a) noexcept {                                            \
+    assert((isInstance(a) || (a.empty() && ::kest::internal::empty_handle_allowed<Name>)) &&    \
+           "unsafeFrom: the value is not of this class");                                       \
+    return Name(::kest::internal::unchecked, std::move(a));                                     \
+  }                                                                                             \
   static const ::kest::Class_Generic &getClass();                                               \
   static ::kest::Type getType();
 

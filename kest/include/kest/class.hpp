@@ -199,8 +199,9 @@ private:
   std::vector<Any> m_retired; // guarded by `lock`
 };
 
-/// Incremented whenever any class gains or loses a member.
-KEST_API std::uint64_t class_members_epoch() noexcept;
+/// Incremented whenever any class gains or loses a member (read it through `class_members_epoch`).
+extern KEST_API std::atomic<std::uint64_t> g_class_members_epoch;
+inline std::uint64_t class_members_epoch() noexcept { return g_class_members_epoch.load(std::memory_order_acquire); }
 KEST_API void bump_class_members_epoch() noexcept;
 
 } // namespace internal

@@ -11,4 +11,9 @@ class KEST_API Float : public Any {
   [[nodiscard]] double value() const noexcept;
 };
 
+namespace internal {
+/// The value of a Float, read without making a handle; zero for any other value.
+KEST_API double float_value_of(const Any &value) noexcept;
+} // namespace internal
+
 } // namespace kest

@@ -61,10 +61,10 @@ struct arg_traits<T> {
   static Type type() { return Integer::getType(); }
   /// An Integer whose value `T` holds exactly: no wrapping, no truncation.
   static bool fits(const Any &a) noexcept {
-    if (!Integer::isInstance(a))
+    if (a.kind() != ObjectType::Integer)
       return false;
-    auto i = Integer::unsafeFrom(a);
-    return i.isSigned() ? std::in_range<T>(i.value()) : std::in_range<T>(i.unsignedValue());
+    const auto i = integer_parts_of(a);
+    return i.is_signed ? std::in_range<T>(static_cast<std::int64_t>(i.bits)) : std::in_range<T>(i.bits);
   }
   static String expected(const Any &a) {
     if (!Integer::isInstance(a))
@@ -72,12 +72,12 @@ struct arg_traits<T> {
     return integer_range_text(static_cast<std::intmax_t>(std::numeric_limits<T>::min()),
                               static_cast<std::uintmax_t>(std::numeric_limits<T>::max()));
   }
-  static T from(const Any &a) {
-    auto i = Integer::unsafeFrom(a);
+  static T from(const Any &a) noexcept {
+    const auto i = integer_parts_of(a);
     if constexpr (std::is_signed_v<T>)
-      return static_cast<T>(i.value());
+      return static_cast<T>(static_cast<std::int64_t>(i.bits));
     else
-      return static_cast<T>(i.unsignedValue());
+      return static_cast<T>(i.bits);
   }
 };
 
@@ -89,11 +89,13 @@ template <> struct arg_traits<bool> {
 
 template <> struct arg_traits<double> {
   static Type type() { return Float::getType(); }
-  static bool fits(const Any &a) noexcept { return Float::isInstance(a) || Integer::isInstance(a); }
-  static double from(const Any &a) {
-    if (Integer::isInstance(a))
-      return static_cast<double>(Integer::unsafeFrom(a).value());
-    return Float::unsafeFrom(a).value();
+  static bool fits(const Any &a) noexcept {
+    return a.kind() == ObjectType::Float || a.kind() == ObjectType::Integer;
+  }
+  static double from(const Any &a) noexcept {
+    if (a.kind() == ObjectType::Integer)
+      return static_cast<double>(static_cast<std::int64_t>(integer_parts_of(a).bits));
+    return float_value_of(a);
   }
 };
 

@@ -22,4 +22,14 @@ class KEST_API Integer : public Any {
   [[nodiscard]] std::uint64_t unsignedValue() const noexcept;
 };
 
+namespace internal {
+/// The parts of an Integer, read without making a handle; zero and signed for
+/// any other value.
+struct integer_parts {
+  std::uint64_t bits;
+  bool is_signed;
+};
+KEST_API integer_parts integer_parts_of(const Any &value) noexcept;
+} // namespace internal
+
 } // namespace kest

@@ -6,6 +6,7 @@
 /// "$__method__", "$__display__", "$__compare__", "$__hash__", ...); the functions
 /// here call them when present and fall back to the library's own behaviour.
 
+#include <kest/instance.hpp>
 #include <kest/property.hpp>
 
 #include <cstdint>
@@ -84,7 +85,10 @@ namespace internal {
 /// names mean for such a class must forget it when `class_members_epoch` changes.
 KEST_API bool members_follow_class(const Class_Generic &cls);
 /// True when `value` is an instance that has had a property or method inserted into it.
-KEST_API bool has_inserted_members(const Any &value) noexcept;
+inline bool has_inserted_members(const Any &value) noexcept {
+  auto *inst = instance_of(value);
+  return inst && inst->has_inserted_members();
+}
 /// Three-way comparison that keeps the error of a failing "$__compare__".
 KEST_API Result<Ordering> compare_objects_value(const Any &a, const Any &b);
 /// `value` as a `T` after coercion, or the error.

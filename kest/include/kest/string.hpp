@@ -124,6 +124,11 @@ inline String operator""_s(const char *text, std::size_t n) {
 }
 } // namespace literals
 
+namespace internal {
+/// `String::utf8View` of a value, without making a handle (empty for any other value).
+KEST_API std::string_view string_utf8_of(const Any &value);
+} // namespace internal
+
 } // namespace kest
 
 template <> struct std::hash<kest::String> {
