@@ -120,11 +120,17 @@ test-python: build-python
 bench: deps
 	$(call configure,$(BUILD_DIR),-DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DSARVODE_BUILD_BENCH=ON)
 	$(call compile,$(BUILD_DIR))
-	@set -e; found=0; \
+	@set -e; found=0; results=(); \
 	for b in $(BUILD_DIR)/bin/bench_*; do \
-	  if [ -f "$$b" ] && [ -x "$$b" ]; then found=1; echo "=== $$b"; "$$b"; fi; \
+	  if [ -f "$$b" ] && [ -x "$$b" ]; then \
+	    found=1; echo "=== $$b"; \
+	    "$$b" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+	      --benchmark_out="$$b.json" --benchmark_out_format=json; \
+	    results+=("$$b.json"); \
+	  fi; \
 	done; \
-	if [ $$found -eq 0 ]; then echo "no bench_* executables in $(BUILD_DIR)/bin"; fi
+	if [ $$found -eq 0 ]; then echo "no bench_* executables in $(BUILD_DIR)/bin"; \
+	else python3 bench/ratios.py "$${results[@]}"; fi
 
 # ---------------------------------------------------------------------------
 format:

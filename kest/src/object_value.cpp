@@ -154,16 +154,19 @@ void *object_value::operator new(std::size_t size) {
   auto *t = this_thread_state();
   count_live(t, 1);
   const std::size_t c = (size + granule - 1) / granule - 1;
-  if (t && c < pooled_classes) {
+  if (c >= pooled_classes)
+    return ::operator new(size);
+  if (t) {
     if (auto *block = t->heads[c]) {
       unpoison(block, (c + 1) * granule);
       t->heads[c] = block->next;
       --t->counts[c];
       return block;
     }
-    return ::operator new((c + 1) * granule); // any block of the class fits any size in it
   }
-  return ::operator new(size);
+  // A whole block of the class, even on a thread that is ending: any thread's
+  // pool may take it back, and then give it to any size in the class.
+  return ::operator new((c + 1) * granule);
 }
 
 void object_value::operator delete(void *p, std::size_t size) noexcept {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <thread>
@@ -208,3 +209,21 @@ TEST(FastPaths, EightThreadsCallOneMethodThroughRememberedLookups) {
   EXPECT_EQ(failures.load(), 0);
   EXPECT_EQ(total.load(), threads * calls);
 }
+
+#if defined(__SANITIZE_ADDRESS__)
+// A scalar's block waits in its thread's pool after the scalar goes; reading
+// it then is still reported, as a read of poisoned memory.
+TEST(FastPathsDeathTest, AReadOfAPooledBlockIsReported) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        const internal::object_value *gone = nullptr;
+        {
+          Integer value(12345);
+          gone = value.get();
+        }
+        std::fprintf(stderr, "%d\n", static_cast<int>(gone->kind()));
+      },
+      "use-after-poison");
+}
+#endif
