@@ -36,11 +36,12 @@ KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_c
 namespace {
 /// The property object, or null for a handle made over another class: it then
 /// reads as a nameless property without getter, setter or value.
-object_value_property *prop(const Any &a) {
-  return a.kind() == ObjectType::Instance && a.get()->class_value() == Property::getClass().value()
-             ? static_cast<object_value_property *>(a.get())
+const object_value_property *prop_object(const object_value *p) {
+  return p && p->known_kind() == ObjectType::Instance && p->class_value() == Property::getClass().value()
+             ? static_cast<const object_value_property *>(p)
              : nullptr;
 }
+object_value_property *prop(const Any &a) { return const_cast<object_value_property *>(prop_object(a.get())); }
 /// The field object, or null for a handle made over another class: it then reads
 /// as a nameless, untyped field without a slot.
 object_value_field *field_of(const Any &a) { return field_object(a); }
@@ -119,16 +120,22 @@ void Property::setHidden(bool hidden) const {
 }
 
 Result<Any> Property::get(const Any &self) const {
-  auto *p = prop(*this);
-  if (!p)
+  if (!prop(*this))
     return wrong_class("Property", *this);
+  return internal::property_get(m_ptr, self);
+}
+
+Result<Any> internal::property_get(const object_value *property, const Any &self) {
+  auto *p = prop_object(property);
+  if (!p)
+    return wrong_class("Property", Any(const_cast<object_value *>(property)));
   if (p->has_value)
     return Result<Any>(unchecked, p->value);
   if (!p->getter)
     return Error(String::fromUtf8(fmt::format("The property '{}' has no getter.", p->name.utf8View())));
   if (p->getter.isIndependent())
     return p->getter.callWith({});
-  return p->getter.callWith({self});
+  return p->getter.callWith(std::span<const Any>(&self, 1));
 }
 
 Result<None> Property::set(const Any &self, const Any &value) const {

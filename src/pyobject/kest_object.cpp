@@ -50,7 +50,7 @@ PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
   PyObject *last = self.method_object;
   if (last && Py_REFCNT(last) == 1) {
     auto *kept = reinterpret_cast<KestObject *>(last)->value;
-    if (kept && kept->method.isSame(borrowed_method) && kept->self.isSame(self.value)) {
+    if (kept && kept->method.isSame(borrowed_method) && kept->self().isSame(self.value)) {
       Py_IncRef(last); // nobody else holds it and it binds the same: it serves again
       return last;
     }
@@ -65,7 +65,8 @@ PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
   if (!object)
     return nullptr;
   object->value->method = method;
-  object->value->self = self.value;
+  object->value->arguments = std::make_unique<kest::Any[]>(KestValue::most_arguments + 1);
+  object->value->arguments[0] = self.value;
   auto *made = reinterpret_cast<PyObject *>(object);
   Py_IncRef(made);
   self.method_object = made;

@@ -5,6 +5,9 @@
 
 #include <kest/any.hpp>
 
+#include <cstddef>
+#include <memory>
+
 namespace sarvode {
 
 class member_cache;
@@ -19,10 +22,16 @@ struct KestValue {
   /// The last method object handed out for this value, handed out again once
   /// nobody else holds it (a strong reference, or null).
   PyObject *method_object = nullptr;
-  /// For a method object: the method and the instance that `value` binds, so
-  /// that a call needs no bound method.
+  /// For a method object: the method that `value` binds, and the arguments
+  /// of a call with the instance first, kept between calls so that a call
+  /// needs neither the bound method nor a copy of the instance's handle.
   kest::Any method;
-  kest::Any self;
+  std::unique_ptr<kest::Any[]> arguments; // `most_arguments` + 1 slots
+  bool calling = false;                   // the slots are in use (by a call that led to this one)
+  static constexpr std::size_t most_arguments = 7;
+
+  /// The instance of a method object.
+  const kest::Any &self() const noexcept { return arguments[0]; }
 };
 
 /// The Python layout of every KestObject: a header and one pointer to a heap

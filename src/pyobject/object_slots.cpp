@@ -188,22 +188,6 @@ bool member_of_classes(const kest::Any &cls, const kest::meta_property_untyped &
          classes.definedMethod(kest::meta_method_untyped(name.info(), false)).is<kest::I_Callable_Generic>();
 }
 
-/// The value of a member that the class's cache resolved, for a value that
-/// has no members of its own.
-PyObject *cached_member(KestValue &self, const member_cache::entry &entry) {
-  switch (entry.what) {
-  case member_cache::meaning::property:
-    return toPythonLocked(result_unwrap_lazy(kest::Property::unsafeFrom(entry.member).get(self.value)));
-  case member_cache::meaning::field:
-    return toPythonLocked(result_unwrap_lazy(self.value.fieldValue(kest::meta_field_untyped(entry.info, false))));
-  case member_cache::meaning::method:
-    return methodObjectFor(self, entry.member);
-  case member_cache::meaning::general:
-    break;
-  }
-  return nullptr;
-}
-
 PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
   auto *object = reinterpret_cast<KestObject *>(self)->value;
   if (object && object->members && PyUnicode_CheckExact(py_name)) {
@@ -211,11 +195,25 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
     if (!entry)
       return nullptr; // the name could not be hashed
     if (entry->what != member_cache::meaning::general && !kest::internal::has_inserted_members(object->value)) {
-      if (entry->what == member_cache::meaning::method) // copies what it keeps before it may run Python
-        return guarded<PyObject *>(nullptr, [&] { return methodObjectFor(*object, entry->member); });
-      // Copied out: running the member may run Python, which may change the cache.
-      auto resolved = *entry;
-      return guarded<PyObject *>(nullptr, [&] { return cached_member(*object, resolved); });
+      // Running a member may run Python, which may change the cache: what is
+      // needed is taken out first. The member itself stays alive (its class
+      // keeps every member it had), so it is borrowed.
+      const auto what = entry->what;
+      const auto *member = entry->member.get();
+      const auto *info = entry->info;
+      return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+        switch (what) {
+        case member_cache::meaning::property:
+          return toPythonLocked(result_unwrap_lazy(kest::internal::property_get(member, object->value)));
+        case member_cache::meaning::field:
+          return toPythonLocked(result_unwrap_lazy(object->value.fieldValue(kest::meta_field_untyped(info, false))));
+        case member_cache::meaning::method:
+          return methodObjectFor(*object, entry->member); // copies what it keeps before it may run Python
+        case member_cache::meaning::general:
+          break;
+        }
+        return nullptr;
+      });
     }
   }
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
@@ -329,19 +327,36 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
 /// Calls the method that a method object stands for with the positional
 /// arguments in `args`, on the stack; null without an error when the call
 /// needs the bound method (defaults to fill in, many arguments).
-PyObject *call_unbound_method(const KestValue &self, PyObject *args, bool &done) {
-  constexpr Py_ssize_t most = 8;
+PyObject *call_unbound_method(KestValue &self, PyObject *args, bool &done) {
   const Py_ssize_t n = PyTuple_Size(args);
   const auto *target = static_cast<const kest::internal::object_value_callable *>(self.method.get());
-  done = n < most && n + 1 == target->exact_argument_count();
+  done = n <= static_cast<Py_ssize_t>(KestValue::most_arguments) && n + 1 == target->exact_argument_count();
   if (!done)
     return nullptr;
-  std::array<kest::Any, most> full;
-  full[0] = self.self;
-  for (Py_ssize_t i = 0; i < n; ++i)
-    full[static_cast<std::size_t>(i) + 1] = fromPython(PyTuple_GetItem(args, i));
-  return toPythonLocked(result_unwrap_lazy(
-      kest::internal::call_exact(*target, std::span<const kest::Any>(full.data(), static_cast<std::size_t>(n) + 1))));
+  const auto count = static_cast<std::size_t>(n) + 1;
+  // The object's own slots, unless a call of it is running already (the method
+  // led to calling it again): then slots on the stack.
+  std::array<kest::Any, KestValue::most_arguments + 1> spare;
+  const bool own = !self.calling;
+  kest::Any *slots = own ? self.arguments.get() : spare.data();
+  if (!own)
+    spare[0] = self.self();
+  struct release_arguments {
+    KestValue &self;
+    kest::Any *slots;
+    std::size_t count;
+    bool own;
+    ~release_arguments() {
+      for (std::size_t i = 1; i < count; ++i)
+        slots[i].reset();
+      if (own)
+        self.calling = false;
+    }
+  } release{self, slots, count, own};
+  self.calling = true;
+  for (std::size_t i = 1; i < count; ++i)
+    slots[i] = fromPython(PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
+  return toPythonLocked(result_unwrap_lazy(kest::internal::call_exact(*target, std::span<const kest::Any>(slots, count))));
 }
 
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {

@@ -53,4 +53,9 @@ class KEST_API Field : public Any {
   void setIndex(std::size_t index) const;
 };
 
+namespace internal {
+/// `Property::get` of the property object `property` (borrowed), without making a handle.
+KEST_API Result<Any> property_get(const object_value *property, const Any &self);
+} // namespace internal
+
 } // namespace kest
