@@ -4,30 +4,15 @@
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
 
+#include "peer_classes.hpp"
+
 #include <cstdint>
 #include <string>
 
 namespace nb = nanobind;
 
-namespace {
-struct Counter {
-  std::int64_t value = 0;
-  void add(std::int64_t n) { value += n; }
-};
-
-struct Shape {
-  std::string kind;
-  double size = 0;
-  double area() const {
-    constexpr double pi = 3.14159265358979323846;
-    if (kind == "circle")
-      return pi * size * size;
-    if (kind == "triangle")
-      return size * size * 0.4330127018922193;
-    return size * size;
-  }
-};
-} // namespace
+using bench_peer_classes::Counter;
+using bench_peer_classes::Shape;
 
 NB_MODULE(bench_nanobind_peer, m) {
   nb::class_<Counter>(m, "Counter")

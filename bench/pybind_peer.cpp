@@ -1,6 +1,7 @@
 // A peer binding for comparison, built with pybind11 (the full C API).
 
 #include "pybind_peer.hpp"
+#include "peer_classes.hpp"
 
 #include <pybind11/pybind11.h>
 
@@ -10,25 +11,10 @@
 
 namespace py = pybind11;
 
+using bench_peer_classes::Counter;
+using bench_peer_classes::Shape;
+
 namespace {
-struct Counter {
-  std::int64_t value = 0;
-  void add(std::int64_t n) { value += n; }
-};
-
-struct Shape {
-  std::string kind;
-  double size = 0;
-  double area() const {
-    constexpr double pi = 3.14159265358979323846;
-    if (kind == "circle")
-      return pi * size * size;
-    if (kind == "triangle")
-      return size * size * 0.4330127018922193;
-    return size * size;
-  }
-};
-
 struct Numbers {
   std::vector<std::int64_t> items;
 };

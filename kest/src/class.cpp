@@ -221,11 +221,11 @@ void object_value_class::add_class_property_unsafe(const meta_property_untyped &
   bump_class_members_epoch();
 }
 
-bool object_value_class::remove_method(const meta_method_untyped &n) {
+bool object_value_class::remove_member(member_table &table, const name_info *n) {
   Any removed;
   {
     std::lock_guard guard(lock);
-    removed = take_member(methods, n.info());
+    removed = take_member(table, n);
   }
   if (!removed)
     return false;
@@ -234,18 +234,8 @@ bool object_value_class::remove_method(const meta_method_untyped &n) {
   return true;
 }
 
-bool object_value_class::remove_property(const meta_property_untyped &n) {
-  Any removed;
-  {
-    std::lock_guard guard(lock);
-    removed = take_member(properties, n.info());
-  }
-  if (!removed)
-    return false;
-  retire(std::move(removed));
-  bump_class_members_epoch();
-  return true;
-}
+bool object_value_class::remove_method(const meta_method_untyped &n) { return remove_member(methods, n.info()); }
+bool object_value_class::remove_property(const meta_property_untyped &n) { return remove_member(properties, n.info()); }
 
 void object_value_class::add_property(const meta_property_untyped &n, const Property &property) {
   add_class_property_unsafe(n, property);

@@ -190,6 +190,8 @@ private:
   [[nodiscard]] const object_value *lookup(member_kind kind, const name_info *name) const;
   /// Keeps a replaced or removed member alive until the class goes (borrowed lookups may still hold it).
   void retire(Any member);
+  /// Removes the member of that name from one of this class's tables.
+  bool remove_member(member_table &table, const name_info *name);
 
   mutable std::atomic<std::uint64_t> m_override_cache{0};
   /// Resolved lookups (found or not) by name, valid for one members epoch;
