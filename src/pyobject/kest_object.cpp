@@ -9,6 +9,7 @@
 #include <kest/reflection.hpp>
 
 #include <new>
+#include <utility>
 
 namespace sarvode {
 
@@ -69,8 +70,9 @@ PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
   object->value->arguments[0] = self.value;
   auto *made = reinterpret_cast<PyObject *>(object);
   Py_IncRef(made);
-  self.method_object = made;
-  Py_DecRef(last); // one that somebody else still holds is theirs alone now
+  // Read again: Python run above may have replaced it. One that somebody else
+  // still holds is theirs alone now.
+  Py_DecRef(std::exchange(self.method_object, made));
   return made;
 }
 
