@@ -95,18 +95,16 @@ live_registry &registry() {
   return *r;
 }
 
-void poison(void *p, std::size_t bytes) noexcept {
+/// Marks a pooled block unusable (or usable again) for AddressSanitizer, so that
+/// a use after free is still reported while the block waits in a pool.
+void set_poisoned(void *p, std::size_t bytes, bool poisoned) noexcept {
 #if defined(KEST_ASAN)
-  __asan_poison_memory_region(p, bytes);
+  if (poisoned)
+    __asan_poison_memory_region(p, bytes);
+  else
+    __asan_unpoison_memory_region(p, bytes);
 #else
-  (void)p, (void)bytes;
-#endif
-}
-void unpoison(void *p, std::size_t bytes) noexcept {
-#if defined(KEST_ASAN)
-  __asan_unpoison_memory_region(p, bytes);
-#else
-  (void)p, (void)bytes;
+  (void)p, (void)bytes, (void)poisoned;
 #endif
 }
 
@@ -118,7 +116,7 @@ struct thread_closer {
     free_lookup_cache(std::exchange(t.lookups, nullptr));
     for (std::size_t c = 0; c < pooled_classes; ++c) {
       while (auto *block = t.heads[c]) {
-        unpoison(block, (c + 1) * granule);
+        set_poisoned(block, (c + 1) * granule, false);
         t.heads[c] = block->next;
         ::operator delete(block);
       }
@@ -158,7 +156,7 @@ void *object_value::operator new(std::size_t size) {
     return ::operator new(size);
   if (t) {
     if (auto *block = t->heads[c]) {
-      unpoison(block, (c + 1) * granule);
+      set_poisoned(block, (c + 1) * granule, false);
       t->heads[c] = block->next;
       --t->counts[c];
       return block;
@@ -178,7 +176,7 @@ void object_value::operator delete(void *p, std::size_t size) noexcept {
     block->next = t->heads[c];
     t->heads[c] = block;
     ++t->counts[c];
-    poison(block, (c + 1) * granule); // a use after free still reports under AddressSanitizer
+    set_poisoned(block, (c + 1) * granule, true); // a use after free still reports under AddressSanitizer
     return;
   }
   ::operator delete(p);

@@ -88,9 +88,9 @@ const member_cache::entry *member_cache::find_slow(PyObject *name) {
   // A new name: resolve it (which may run host code, but no Python) and keep it.
   entry resolved = resolve(name);
   if (kest::internal::class_members_epoch() != m_epoch)
-    return nullptr; // members changed meanwhile: this time the general way
+    return &m_general; // members changed meanwhile: this time the general way
   if ((m_used + 1) * 2 > m_slots.size()) {
-    if (m_slots.size() * 2 > most_names * 2) {
+    if (m_slots.size() > most_names) {
       forget_all();
       m_slots.resize(16);
     } else {

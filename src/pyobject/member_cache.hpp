@@ -39,7 +39,7 @@ public:
   member_cache &operator=(const member_cache &) = delete;
 
   /// What `name` (an exact str) means on a value of the class that has no
-  /// members of its own; null with a Python error when hashing the name failed.
+  /// members of its own; null, with a Python error, only when hashing the name failed.
   const entry *find(PyObject *name) {
     if (kest::internal::class_members_epoch() == m_epoch) {
       const auto &recent = m_recent[(reinterpret_cast<std::uintptr_t>(name) >> 4) % m_recent.size()];
@@ -67,6 +67,9 @@ private:
     entry *slot = nullptr;
   };
   std::array<recent_name, 32> m_recent{};
+  /// What a name means when it could not be kept this time (members changed
+  /// while it was resolved): the general lookup.
+  const entry m_general{};
 };
 
 } // namespace sarvode

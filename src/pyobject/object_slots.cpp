@@ -325,8 +325,8 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
 // --- calls and iteration --------------------------------------------------------------
 
 /// Calls the method that a method object stands for with the positional
-/// arguments in `args`, on the stack; null without an error when the call
-/// needs the bound method (defaults to fill in, many arguments).
+/// arguments in `args`, the instance first; null without an error (and `done`
+/// false) when the call needs the bound method (defaults to fill in, many arguments).
 PyObject *call_unbound_method(KestValue &self, PyObject *args, bool &done) {
   const Py_ssize_t n = PyTuple_Size(args);
   const auto *target = static_cast<const kest::internal::object_value_callable *>(self.method.get());
