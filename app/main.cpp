@@ -9,6 +9,7 @@
 #include "model_report.hpp"
 #include "process_signals.hpp"
 #include "python_runner.hpp"
+#include "run_timeout.hpp"
 #include "script_runner.hpp"
 #include "user_folder.hpp"
 
@@ -32,12 +33,16 @@ int usage_error(const std::string &message) {
 
 /// -c and -e: the host's own evaluation; its result printed as print() would.
 int evaluate_and_show(const kest::I_Language &language, const std::string &code, bool expression,
-                      const sarvode::run_options &options) {
+                      const sarvode::run_options &options, const sarvode::run_timeout &timeout) {
   if (!expression)
     if (const int status = sarvode::check_syntax(language, options, code); status != 0)
       return status;
   const auto value = sarvode::evaluate(language, code, expression, options);
   if (kest::Error::isInstance(value)) {
+    if (timeout.fired()) {
+      std::cerr << "<string>: error: KeyboardInterrupt\n";
+      return sarvode::status_interrupted;
+    }
     if (auto status = sarvode::requested_exit(std::cerr, kest::Error::unsafeFrom(value)))
       return *status;
     sarvode::print_error(std::cerr, "<string>", kest::Error::unsafeFrom(value));
@@ -77,6 +82,10 @@ int main(int argc, char **argv) {
   app.add_flag("-i", interactive, "Open the interactive console");
   app.add_flag("--sandbox", options.sandbox, "Run in the read-only sandbox");
   app.add_flag("--show-class", options.show_class, "Print the result's qualified class name before it");
+  double timeout_seconds = 0;
+  app.add_option("--timeout", timeout_seconds,
+                 "Interrupt the run after SECONDS (KeyboardInterrupt at the running line) and exit with status 124")
+      ->check(CLI::PositiveNumber);
   app.footer("FILE [ARG...]   run FILE as __main__ (a folder or zip archive with __main__.py too)\n"
              "- [ARG...]      run the script read from standard input");
   app.prefix_command(); // FILE and everything after it belong to the script
@@ -143,14 +152,20 @@ int main(int argc, char **argv) {
     request.insert(request.end(), script.begin() + 1, script.end());
 
   int status = 0;
+  sarvode::run_timeout timeout(timeout_seconds);
   if (c->count() > 0)
-    status = evaluate_and_show(*language, code, false, options);
+    status = evaluate_and_show(*language, code, false, options, timeout);
   else if (e->count() > 0)
-    status = evaluate_and_show(*language, expression, true, options);
+    status = evaluate_and_show(*language, expression, true, options, timeout);
   else
     status = sarvode::run_request(*language, options, request);
+  timeout.stop();
   status = sarvode::finish_run(*language, options, status);
   std::cout.flush();
+  if (status == sarvode::status_interrupted && timeout.fired()) {
+    std::cerr << "sarvode: the run took longer than " << timeout_seconds << " s and was interrupted\n";
+    return sarvode::exit_timed_out;
+  }
   if (status == sarvode::status_interrupted)
     return sarvode::end_by_interrupt();
   return status;

@@ -1,5 +1,7 @@
-// Evaluation per call against the raw C API floor: the builtin exec/eval of
-// the same text into a fresh dictionary.
+// Evaluation per call against two floors of the raw C API: the builtin
+// exec/eval of the same text into a fresh dictionary, and of the text's
+// already compiled code object (the floor for an evaluation whose compiled
+// form is cached).
 
 #include "language/cpython_language.hpp"
 #include "runtime/python_ready.hpp"
@@ -7,6 +9,9 @@
 #include <kest/kest.hpp>
 
 #include <benchmark/benchmark.h>
+
+#include <string>
+#include <string_view>
 
 using namespace sarvode;
 
@@ -28,6 +33,25 @@ void raw(benchmark::State &state, const char *builtin, const char *code) {
   }
 }
 
+/// exec or eval of `code` compiled once, each time with a fresh globals dictionary.
+void cached_floor(benchmark::State &state, const char *builtin, const char *code,
+                  void (*fill)(PyObject *globals) = nullptr) {
+  ensurePythonReady();
+  py::gil lock;
+  PyObject *builtins = PyEval_GetBuiltins();
+  PyObject *function = PyDict_GetItemString(builtins, builtin);
+  const bool statements = std::string_view(builtin) == "exec";
+  auto compiled = py::object::steal(PyObject_CallFunction(PyDict_GetItemString(builtins, "compile"), "sss", code,
+                                                          "<string>", statements ? "exec" : "eval"));
+  for (auto _ : state) {
+    auto globals = py::object::steal(PyDict_New());
+    if (fill)
+      fill(globals.get());
+    auto result = py::object::steal(PyObject_CallFunctionObjArgs(function, compiled.get(), globals.get(), globals.get(), nullptr));
+    benchmark::DoNotOptimize(result.get());
+  }
+}
+
 void Statements_Raw(benchmark::State &state) { raw(state, "exec", "def f():\n\treturn 1\nr = f()\n"); }
 void Statements_Evaluate(benchmark::State &state) {
   auto python = language();
@@ -36,12 +60,27 @@ void Statements_Evaluate(benchmark::State &state) {
     benchmark::DoNotOptimize(python.evaluate(code));
 }
 
+void Statements_CachedFloor(benchmark::State &state) { cached_floor(state, "exec", "def f():\n\treturn 1\nr = f()\n"); }
+
 void Expression_Raw(benchmark::State &state) { raw(state, "eval", "1 + 1"); }
 void Expression_Evaluate(benchmark::State &state) {
   auto python = language();
   const kest::String code(u"1 + 1");
   for (auto _ : state)
     benchmark::DoNotOptimize(python.evaluateExpression(code));
+}
+
+void Expression_CachedFloor(benchmark::State &state) { cached_floor(state, "eval", "1 + 1"); }
+
+void fill_ten_values(PyObject *globals) {
+  for (int i = 0; i < 10; ++i) {
+    auto value = py::object::steal(PyLong_FromLong(i));
+    PyDict_SetItemString(globals, ("v" + std::to_string(i)).c_str(), value.get());
+  }
+}
+void ScopedStatements_CachedFloor(benchmark::State &state) {
+  cached_floor(state, "exec", "def f():\n\tglobal o1, o2\n\to1 = v0 + v1\n\to2 = v8 * v9\n\treturn o1 + o2\nr = f()\n",
+               fill_ten_values);
 }
 
 void ScopedStatements_Raw(benchmark::State &state) {
@@ -78,8 +117,11 @@ void ScopedStatements_Evaluate(benchmark::State &state) {
 
 BENCHMARK(Statements_Raw)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Statements_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Statements_CachedFloor)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Expression_Raw)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Expression_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_CachedFloor)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ScopedStatements_Raw)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ScopedStatements_Evaluate)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_CachedFloor)->Unit(benchmark::kMicrosecond);
 BENCHMARK_MAIN();

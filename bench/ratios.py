@@ -29,11 +29,20 @@ PAIRS = [
     ("IntsToPython_ConvertTakingLock", "IntsToPython_Raw"),
     ("StringsToPython_Convert", "StringsToPython_Raw"),
     ("StringsToPython_ConvertTakingLock", "StringsToPython_Raw"),
+    ("Statements_Evaluate", "Statements_CachedFloor"),
+    ("Expression_Evaluate", "Expression_CachedFloor"),
+    ("ScopedStatements_Evaluate", "ScopedStatements_CachedFloor"),
+    ("Statements_Evaluate", "Statements_Raw"),
+    ("Expression_Evaluate", "Expression_Raw"),
+    ("ScopedStatements_Evaluate", "ScopedStatements_Raw"),
 ]
 
 
 def operations(name):
-    """Operations in one iteration of a row: Python loops run 100,000; the rest 1,000,000."""
+    """Operations in one iteration of a row: evaluations run once, Python loops
+    100,000 times, conversions 1,000,000 times."""
+    if name.startswith(("Statements", "Expression", "ScopedStatements")):
+        return 1
     if name.startswith(("Iterate1M", "Ints", "Strings")):
         return 1_000_000
     return 100_000

@@ -3,6 +3,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 sarvode=${1:-build/bin/sarvode}
+bin=$(dirname "$sarvode")
 
 show() {
   echo
@@ -22,6 +23,9 @@ show "$sarvode" examples/project/main.py Ada
 show "$sarvode" examples/error.py
 show "$sarvode" -c $'x = 1\ny = x +'
 show "$sarvode" --sandbox examples/sandbox.py
+show "$sarvode" --timeout 1 -c "while True: pass"
+# A C++ host of its own that embeds Python through the extension (docs/embedding.md).
+show "$bin/embed_python" "$bin/../lib/sarvode/extensions/sarvode_python.so"
 echo
 echo "\$ printf 'x = 20\\nx * 2 + 2\\n' | $sarvode -i"
 printf 'x = 20\nx * 2 + 2\n' | "$sarvode" -i

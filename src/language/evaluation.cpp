@@ -4,6 +4,8 @@
 
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
+#include "language/code_cache.hpp"
+#include "language/interrupts.hpp"
 #include "language/module_dictionary.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_ready.hpp"
@@ -109,6 +111,19 @@ run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
     copy_map(d.globals.get(), locals);
   return d;
 }
+/// Runs `text` with the builtin "exec" or "eval" (as `mode` says), given its
+/// compiled form from the cache instead of the text. Null as `runWithBuiltin`.
+PyObject *run_cached(const std::string &text, code_mode mode, PyObject *globals, PyObject *locals) {
+  auto code = py::object::steal(compiledCode(text, mode));
+  if (!code)
+    return nullptr;
+  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
+  PyObject *function =
+      builtins ? PyDict_GetItemString(builtins, mode == code_mode::statements ? "exec" : "eval") : nullptr; // borrowed
+  if (!function)
+    return nullptr;
+  return PyObject_CallFunctionObjArgs(function, code.get(), globals, locals, nullptr);
+}
 } // namespace
 
 kest::Any runStatements(const kest::String &code, const kest::Any &self, const kest::Union<kest::I_Map, kest::None> &locals,
@@ -118,6 +133,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
     return null_character_error();
   ensurePythonReady();
   py::gil lock;
+  running_evaluation running; // from here on, an interrupt aimed at this thread is raised in it
   auto [g, l] = prepare(globals, locals, outLocals);
   if (!g || !l)
     return errorFromPython(0, 0);
@@ -148,7 +164,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   if (!set_item(l.get(), "kest_store_result", store_result) || !set_item(g.get(), "self", self))
     return errorFromPython(0, 0);
 
-  auto outcome = py::object::steal(runWithBuiltin("exec", text.build().toUtf8().c_str(), g.get(), l.get()));
+  auto outcome = py::object::steal(run_cached(text.build().toUtf8(), code_mode::statements, g.get(), l.get()));
   if (!outcome)
     return errorFromPython(-(1 + static_cast<std::int64_t>(names.size())), -1);
   return *result;
@@ -160,10 +176,11 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
     return null_character_error();
   ensurePythonReady();
   py::gil lock;
+  running_evaluation running;
   auto [g, l] = prepare(globals, locals, kest::None()); // out-locals play no part in expressions
   if (!g || !l)
     return errorFromPython(0, 0);
-  auto value = py::object::steal(runWithBuiltin("eval", code.toUtf8().c_str(), g.get(), l.get()));
+  auto value = py::object::steal(run_cached(code.toUtf8(), code_mode::expression, g.get(), l.get()));
   if (!value)
     return errorFromPython(0, 0);
   return fromPython(value.get());

@@ -5,6 +5,7 @@
 #include "platform/platform.hpp"
 #include "language/cpython_language.hpp"
 #include "language/host_importer.hpp"
+#include "language/interrupts.hpp"
 #include "language/module_catalogue.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_module.hpp"
@@ -55,6 +56,8 @@ void ensurePythonReady() {
       start_interpreter();
     (void)cpythonLanguage(); // declares the class and registers the language
     installHostImporter();
+    py::gil lock;
+    installInterruptibleSleep();
   });
 }
 

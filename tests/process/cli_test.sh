@@ -25,6 +25,23 @@ expect() { # expect STATUS OUT ERR
 }
 
 case $case_name in
+timeout-exits-124)
+  # The time limit interrupts a busy loop, a sleeping script and nothing else.
+  run --timeout 1 -c "while True: pass"
+  [[ $status == 124 ]] || fail "status $status (stderr: $err)"
+  [[ $err == "<string>: error: KeyboardInterrupt"$'\n'"sarvode: the run took longer than 1 s and was interrupted" ]] ||
+    fail "stderr [$err]"
+  printf 'import time\ndef wait():\n    time.sleep(60)\nwait()\n' >"$tmp/slow.py"
+  SECONDS=0
+  run --timeout 1 "$tmp/slow.py"
+  [[ $status == 124 ]] || fail "script status $status (stderr: $err)"
+  ((SECONDS < 30)) || fail "the sleeping script ran ${SECONDS}s"
+  [[ $err == *'slow.py", line 3, in wait'*KeyboardInterrupt* ]] || fail "script stderr [$err]"
+  run --timeout 5 -e "6 * 7"
+  expect 0 "42" ""
+  run --timeout 0 -c "pass"
+  [[ $status == 2 ]] || fail "a zero time limit was accepted: $status"
+  ;;
 python-log-records-on-standard-error)
   # In the order logged, each with its level name; debug dropped; arguments
   # formatted; a custom level shown as Python names it.

@@ -1,0 +1,168 @@
+// The compiled-code cache: a list in order of use and an index into it.
+
+#include "language/code_cache.hpp"
+
+#include <list>
+#include <string>
+#include <unordered_map>
+
+namespace sarvode {
+
+namespace {
+
+/// What one text compiled to: its code object, or the class and arguments of
+/// the syntax error it raised (kept apart, so that each failure gets a new
+/// exception object that earlier handlers have not touched).
+struct compiled {
+  py::object code;
+  py::object error_type, error_args;
+};
+
+struct cache_key {
+  code_mode mode;
+  std::string_view text; // points into the entry's own copy, or at the caller's text for a lookup
+  bool operator==(const cache_key &) const = default;
+};
+
+struct key_hash {
+  std::size_t operator()(const cache_key &k) const noexcept {
+    return std::hash<std::string_view>{}(k.text) ^ static_cast<std::size_t>(k.mode);
+  }
+};
+
+struct entry {
+  std::string text;
+  code_mode mode;
+  compiled result;
+};
+
+/// The builtin "eval" skips leading blanks of a text before compiling it.
+std::string_view as_eval_skips(std::string_view text, code_mode mode) {
+  if (mode == code_mode::expression)
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+      text.remove_prefix(1);
+  return text;
+}
+
+/// Compiles as the builtins "exec" and "eval" do: the text as a str (so that a
+/// coding comment in it is ignored), the file name "<string>", no inherited flags.
+compiled compile_text(std::string_view text, code_mode mode) {
+  compiled out;
+  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
+  PyObject *compile = builtins ? PyDict_GetItemString(builtins, "compile") : nullptr; // borrowed
+  if (!compile) {
+    if (!PyErr_Occurred())
+      PyErr_SetString(PyExc_RuntimeError, "the builtin compile is missing");
+    return out;
+  }
+  text = as_eval_skips(text, mode);
+  auto source = py::object::steal(PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
+  if (!source)
+    return out;
+  out.code = py::object::steal(PyObject_CallFunction(compile, "Oss", source.get(), "<string>",
+                                                     mode == code_mode::statements ? "exec" : "eval"));
+  if (out.code || !PyErr_ExceptionMatches(PyExc_SyntaxError))
+    return out;
+  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  PyErr_NormalizeException(&type, &value, &traceback);
+  if (value) {
+    out.error_args = py::object::steal(PyObject_GetAttrString(value, "args"));
+    if (out.error_args && PyTuple_Check(out.error_args.get()))
+      out.error_type = py::object::borrow(type);
+    else
+      out.error_args.reset();
+  }
+  PyErr_Clear(); // a failed read of "args" leaves the original error to report
+  PyErr_Restore(type, value, traceback);
+  return out;
+}
+
+/// A new exception equal to the remembered one, set as the current error.
+void raise_again(const compiled &c) {
+  auto error = py::object::steal(PyObject_Call(c.error_type.get(), c.error_args.get(), nullptr));
+  if (error)
+    PyErr_SetObject(c.error_type.get(), error.get());
+}
+
+class code_cache {
+public:
+  PyObject *get(std::string_view text, code_mode mode) {
+    if (auto found = m_index.find(cache_key{mode, text}); found != m_index.end()) {
+      ++m_hits;
+      m_order.splice(m_order.begin(), m_order, found->second); // now the most recently used
+      return result_of(found->second->result);
+    }
+    ++m_misses;
+    compiled made = compile_text(text, mode);
+    if (!made.code && !made.error_type)
+      return nullptr; // not a syntax error (out of memory, an interrupt, ...): not remembered
+    // This time the error that the compiler raised stays set.
+    PyObject *result = nullptr;
+    if (made.code) {
+      Py_IncRef(made.code.get());
+      result = made.code.get();
+    }
+    if (m_capacity > 0) {
+      m_order.push_front(entry{std::string(text), mode, std::move(made)});
+      m_index.emplace(cache_key{mode, m_order.front().text}, m_order.begin());
+      trim();
+    }
+    return result;
+  }
+
+  void clear() {
+    m_index.clear();
+    m_order.clear();
+    m_hits = m_misses = 0;
+  }
+
+  void set_capacity(std::size_t capacity) {
+    m_capacity = capacity;
+    trim();
+  }
+
+  code_cache_statistics statistics() const {
+    return {m_hits, m_misses, static_cast<std::int64_t>(m_order.size()), static_cast<std::int64_t>(m_capacity)};
+  }
+
+private:
+  static PyObject *result_of(const compiled &c) {
+    if (c.code) {
+      Py_IncRef(c.code.get());
+      return c.code.get();
+    }
+    raise_again(c);
+    return nullptr;
+  }
+  void trim() {
+    while (m_order.size() > m_capacity) {
+      m_index.erase(cache_key{m_order.back().mode, m_order.back().text});
+      m_order.pop_back();
+    }
+  }
+
+  std::list<entry> m_order; // most recently used first
+  std::unordered_map<cache_key, std::list<entry>::iterator, key_hash> m_index;
+  std::size_t m_capacity = default_code_cache_capacity;
+  std::int64_t m_hits = 0, m_misses = 0;
+};
+
+/// Kept for the life of the process: its code objects must not be released
+/// after the interpreter is gone.
+code_cache &cache() {
+  static auto *c = new code_cache;
+  return *c;
+}
+
+} // namespace
+
+PyObject *compiledCode(std::string_view text, code_mode mode) { return cache().get(text, mode); }
+
+void clearCodeCache() { cache().clear(); }
+
+void setCodeCacheCapacity(std::size_t capacity) { cache().set_capacity(capacity); }
+
+code_cache_statistics codeCacheStatistics() { return cache().statistics(); }
+
+} // namespace sarvode

@@ -1,0 +1,38 @@
+#pragma once
+// Cancelling a running evaluation from another thread: the evaluation raises
+// KeyboardInterrupt at its next bytecode boundary, and a time.sleep in it
+// ends early. The threads that run evaluations are recorded while they do,
+// so that a request for a thread that runs none is dropped at once.
+
+#include "runtime/python.hpp"
+
+#include <cstdint>
+
+namespace sarvode {
+
+/// The identity of the calling thread, as Python's threading.get_ident() gives it.
+std::int64_t currentThreadIdent() noexcept;
+
+/// Records the calling thread as running an evaluation while it lives (nests).
+/// Made and destroyed with the interpreter lock held. When the outermost one
+/// ends, an interrupt that arrived too late to be raised is dropped.
+class running_evaluation {
+public:
+  running_evaluation();
+  ~running_evaluation();
+  running_evaluation(const running_evaluation &) = delete;
+  running_evaluation &operator=(const running_evaluation &) = delete;
+
+private:
+  unsigned long m_thread;
+};
+
+/// Makes the evaluation running on `thread` raise KeyboardInterrupt. Takes the
+/// interpreter lock. False, and nothing happens, when no evaluation runs there.
+bool interruptEvaluation(std::int64_t thread);
+
+/// Replaces time.sleep by one that sleeps in short slices, so that an
+/// interrupt ends a long sleep within a slice. Needs the interpreter lock.
+void installInterruptibleSleep();
+
+} // namespace sarvode
