@@ -4,6 +4,7 @@
 // form is cached).
 
 #include "language/cpython_language.hpp"
+#include "language/output_capture.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/kest.hpp>
@@ -113,6 +114,42 @@ void ScopedStatements_Evaluate(benchmark::State &state) {
   for (auto _ : state)
     benchmark::DoNotOptimize(python.evaluate(code, scope));
 }
+
+/// 100,000 short lines printed by Python code, with `file` as the target.
+void print_lines(benchmark::State &state, const char *setup) {
+  ensurePythonReady();
+  py::gil lock;
+  auto globals = py::object::steal(PyDict_New());
+  auto prepared = py::object::steal(runWithBuiltin("exec", setup, globals.get(), globals.get()));
+  if (!prepared) {
+    PyErr_Print();
+    state.SkipWithError("setup failed");
+    return;
+  }
+  for (auto _ : state) {
+    auto done = py::object::steal(
+        runWithBuiltin("exec", "for i in range(100000):\n    print('line', i, file=target())\n", globals.get(), globals.get()));
+    if (!done) {
+      PyErr_Print();
+      state.SkipWithError("printing failed");
+      return;
+    }
+  }
+}
+void Print100k_DevNull(benchmark::State &state) {
+  print_lines(state, "null = open('/dev/null', 'w')\ndef target():\n    return null\n");
+}
+void Print100k_Captured(benchmark::State &state) {
+  std::int64_t characters = 0;
+  auto sink = kest::make_function([&characters](kest::String, kest::String text) { characters += text.length(); });
+  if (redirectOutput(sink).isError()) {
+    state.SkipWithError("no capture");
+    return;
+  }
+  print_lines(state, "import sys\ndef target():\n    return sys.stdout\n");
+  (void)redirectOutput(kest::None());
+  benchmark::DoNotOptimize(characters);
+}
 } // namespace
 
 BENCHMARK(Statements_Raw)->Unit(benchmark::kMicrosecond);
@@ -124,4 +161,6 @@ BENCHMARK(Expression_CachedFloor)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ScopedStatements_Raw)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ScopedStatements_Evaluate)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ScopedStatements_CachedFloor)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Print100k_DevNull)->Unit(benchmark::kMillisecond);
+BENCHMARK(Print100k_Captured)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

@@ -35,6 +35,7 @@ PAIRS = [
     ("Statements_Evaluate", "Statements_Raw"),
     ("Expression_Evaluate", "Expression_Raw"),
     ("ScopedStatements_Evaluate", "ScopedStatements_Raw"),
+    ("Print100k_Captured", "Print100k_DevNull"),
 ]
 
 

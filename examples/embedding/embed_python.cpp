@@ -1,7 +1,7 @@
 // A host that embeds Python through the extension, as docs/embedding.md
 // describes it: load the extension, run the start-up, evaluate with a scope
-// and out-locals, read an error's position, use the compiled-code cache and
-// cancel a runaway evaluation from another thread.
+// and out-locals, read an error's position, use the compiled-code cache,
+// cancel a runaway evaluation from another thread and capture printed output.
 //
 // Usage: embed_python PATH/TO/sarvode_python.so
 // Exits 0 when every step gave what it should; prints each step.
@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -125,6 +126,16 @@ int main(int argc, char **argv) {
         "runaway evaluation interrupted after " + std::to_string(ms) + " ms");
   check(kest::display(unwrap(python.evaluateExpression(kest::String(u"'still usable'")))).toUtf8() == "still usable",
         "the interpreter is usable afterwards");
+
+  // 8. Capturing output: what the code prints goes to a host callable, here a string.
+  auto captured = std::make_shared<std::string>();
+  auto sink = kest::make_function([captured](kest::String stream, kest::String text) {
+    *captured += stream.toUtf8() + ": " + text.toUtf8();
+  });
+  (void)unwrap(cpython_function(u"redirect_output").callWith({sink}));
+  (void)unwrap(python.evaluate(kest::String(u"import sys\nprint('hello')\nprint('careful', file=sys.stderr)")));
+  (void)unwrap(cpython_function(u"redirect_output").callWith({kest::None()}));
+  check(*captured == "stdout: hello\nstderr: careful\n", "captured output:\n" + *captured);
 
   std::cout << (failures == 0 ? "all steps passed\n" : "some steps failed\n");
   return failures == 0 ? 0 : 1;

@@ -1,10 +1,12 @@
 // Host functions of "kest.cpython" for hosts that evaluate Python often: the
 // compiled-code cache ("clear_code_cache", "set_code_cache_size",
-// "code_cache_info") and cancelling ("current_thread", "interrupt").
+// "code_cache_info"), cancelling ("current_thread", "interrupt") and output
+// capture ("redirect_output").
 // Registered at start-up level 5 with the module's other functions.
 
 #include "language/code_cache.hpp"
 #include "language/interrupts.hpp"
+#include "language/output_capture.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/builders.hpp>
@@ -48,6 +50,7 @@ struct embedder_functions {
   kest::internal::method_builder_base info{kest::String(u"code_cache_info")};
   kest::internal::method_builder_base current_thread{kest::String(u"current_thread")};
   kest::internal::method_builder_base interrupt{kest::String(u"interrupt")};
+  kest::internal::method_builder_base redirect{kest::String(u"redirect_output")};
 
   embedder_functions() {
     clear.assign_func(kest::make_function([] { with_interpreter(clearCodeCache); }));
@@ -67,6 +70,10 @@ struct embedder_functions {
     interrupt.signature(kest::String(u"thread"));
     interrupt.assign_doc(kest::String(
         u"Makes the evaluation running on the thread raise KeyboardInterrupt; False when none runs there."));
+    redirect.assign_func(kest::make_function([](kest::Any sink) { return redirectOutput(sink); }));
+    redirect.signature(kest::String(u"callable"));
+    redirect.assign_doc(kest::String(u"Sends what Python writes to sys.stdout and sys.stderr to callable(stream, text); "
+                                     u"None puts the streams back."));
   }
 };
 
@@ -74,7 +81,7 @@ const bool g_registered = [] {
   static embedder_functions functions;
   kest::internal::add_init_handler(5, [] {
     for (auto *builder : {&functions.clear, &functions.resize, &functions.info, &functions.current_thread,
-                          &functions.interrupt})
+                          &functions.interrupt, &functions.redirect})
       (void)kest::internal::register_function(kest::String(u"kest.cpython"), builder->name().string(),
                                               builder->callable());
   });

@@ -6,6 +6,7 @@
 #include "convert/to_python.hpp"
 #include "language/code_cache.hpp"
 #include "language/interrupts.hpp"
+#include "language/output_capture.hpp"
 #include "language/module_dictionary.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_ready.hpp"
@@ -165,6 +166,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
     return errorFromPython(0, 0);
 
   auto outcome = py::object::steal(run_cached(text.build().toUtf8(), code_mode::statements, g.get(), l.get()));
+  flushRedirectedOutput(); // what the code printed reaches the host before its result
   if (!outcome)
     return errorFromPython(-(1 + static_cast<std::int64_t>(names.size())), -1);
   return *result;
@@ -181,6 +183,7 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
   if (!g || !l)
     return errorFromPython(0, 0);
   auto value = py::object::steal(run_cached(code.toUtf8(), code_mode::expression, g.get(), l.get()));
+  flushRedirectedOutput();
   if (!value)
     return errorFromPython(0, 0);
   return fromPython(value.get());

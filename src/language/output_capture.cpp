@@ -1,0 +1,188 @@
+// The streams that stand in for sys.stdout and sys.stderr while the host
+// captures output. They are Python objects (made from the source below, in a
+// namespace of their own), so that everything that writes to a text stream
+// can write to them.
+
+#include "language/output_capture.hpp"
+
+#include "convert/to_python.hpp"
+#include "runtime/python_ready.hpp"
+
+#include <kest/error.hpp>
+#include <kest/callable.hpp>
+
+#include <atomic>
+
+namespace sarvode {
+
+namespace {
+
+// Each thread's text is kept apart until it ends a line, so that lines written
+// by threads at once (print writes its text and its newline apart) reach the
+// host whole. The lock keeps the host's calls in the order of the writes.
+constexpr const char *capture_source = R"(import io, sys, _thread
+
+class HostStream(io.TextIOBase):
+    """sys.stdout or sys.stderr while the host captures output."""
+
+    encoding = 'utf-8'
+    errors = 'strict'
+    line_buffering = True
+
+    def __init__(self, stream, sink, lock):
+        self._stream = stream
+        self._sink = sink
+        self._lock = lock
+        self._pending = {}
+
+    @property
+    def name(self):
+        return '<' + self._stream + '>'
+
+    def write(self, text):
+        if not isinstance(text, str):
+            raise TypeError('write() argument must be str, not ' + type(text).__name__)
+        with self._lock:
+            thread = _thread.get_ident()
+            pending = self._pending.pop(thread, '') + text
+            end = pending.rfind('\n') + 1
+            if end < len(pending):
+                self._pending[thread] = pending[end:]
+            if end:
+                self._sink(self._stream, pending[:end])
+        return len(text)
+
+    def flush(self):
+        with self._lock:
+            pending = self._pending.pop(_thread.get_ident(), '')
+            if pending:
+                self._sink(self._stream, pending)
+
+    def flush_all(self):
+        with self._lock:
+            pending, self._pending = self._pending, {}
+            for text in pending.values():
+                self._sink(self._stream, text)
+
+    def writable(self):
+        return True
+
+    def isatty(self):
+        return False
+
+
+lock = _thread.RLock()
+saved = None
+
+
+def retarget_logging(replacements):
+    logging = sys.modules.get('logging')
+    if logging is None:
+        return
+    for ref in list(getattr(logging, '_handlerList', ())):
+        handler = ref()
+        if isinstance(handler, logging.StreamHandler) and not isinstance(handler, logging.FileHandler):
+            for old, new in replacements:
+                if handler.stream is old:
+                    try:
+                        handler.setStream(new)
+                    except AttributeError:
+                        pass  # logging's last resort reads sys.stderr each time already
+
+
+def flush_all():
+    if saved is not None:
+        for stream in saved[2]:
+            stream.flush_all()
+
+
+def redirect(sink):
+    global saved
+    with lock:
+        if saved is not None:
+            out, err, ours = saved
+            flush_all()
+            saved = None
+            retarget_logging([(ours[0], out), (ours[1], err)])
+            if sys.stdout is ours[0]:
+                sys.stdout = out
+            if sys.stderr is ours[1]:
+                sys.stderr = err
+        if sink is None:
+            return
+        ours = (HostStream('stdout', sink, lock), HostStream('stderr', sink, lock))
+        for stream in (sys.stdout, sys.stderr):
+            try:
+                stream.flush()  # what the old streams hold goes out before the new text
+            except Exception:
+                pass
+        saved = (sys.stdout, sys.stderr, ours)
+        retarget_logging([(sys.stdout, ours[0]), (sys.stderr, ours[1])])
+        sys.stdout, sys.stderr = ours
+)";
+
+/// The namespace that holds the streams and their functions; made once, kept
+/// for the process.
+PyObject *capture_namespace() {
+  static PyObject *made = [] {
+    auto globals = py::object::steal(PyDict_New());
+    if (!globals)
+      return static_cast<PyObject *>(nullptr);
+    auto done = py::object::steal(runWithBuiltin("exec", capture_source, globals.get(), globals.get()));
+    return done ? globals.release() : nullptr;
+  }();
+  return made;
+}
+
+std::atomic<bool> g_redirected{false};
+
+/// Calls the namespace's function `name` with `argument`; false with a Python error set on failure.
+bool call_in_namespace(const char *name, PyObject *argument) {
+  PyObject *space = capture_namespace();
+  PyObject *function = space ? PyDict_GetItemString(space, name) : nullptr; // borrowed
+  if (!function) {
+    if (!PyErr_Occurred())
+      PyErr_SetString(PyExc_RuntimeError, "the output capture is not available");
+    return false;
+  }
+  auto result = py::object::steal(argument ? PyObject_CallFunctionObjArgs(function, argument, nullptr)
+                                           : PyObject_CallFunctionObjArgs(function, nullptr));
+  return static_cast<bool>(result);
+}
+
+kest::Error error_from_python_now() {
+  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  auto t = py::object::steal(type), v = py::object::steal(value), tb = py::object::steal(traceback);
+  auto text = py::object::steal(v ? PyObject_Str(v.get()) : nullptr);
+  PyErr_Clear();
+  return kest::Error(kest::String::fromUtf8(std::string("The output could not be redirected: ") +
+                                            std::string(text ? py::utf8(text.get()) : std::string_view())));
+}
+
+} // namespace
+
+kest::Result<kest::None> redirectOutput(const kest::Any &sink) {
+  const bool stop = kest::is_none(sink);
+  if (!stop && !kest::I_Callable_Generic::isInstance(sink))
+    return kest::Error(kest::String(u"redirect_output takes a callable (stream, text), or None to stop."));
+  ensurePythonReady();
+  py::gil lock;
+  auto target = stop ? py::object::borrow(Py_None) : py::object::steal(toPythonLocked(sink));
+  if (!target || !call_in_namespace("redirect", target.get()))
+    return error_from_python_now();
+  g_redirected = !stop;
+  return kest::None();
+}
+
+void flushRedirectedOutput() {
+  if (!g_redirected.load(std::memory_order_relaxed))
+    return;
+  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback); // the evaluation's own error waits meanwhile
+  if (!call_in_namespace("flush_all", nullptr))
+    PyErr_Clear(); // the sink failed: its error must not replace the evaluation's
+  PyErr_Restore(type, value, traceback);
+}
+
+} // namespace sarvode
