@@ -5,6 +5,7 @@
 #include <kest/kest.hpp>
 
 #include <chrono>
+#include <csignal>
 #include <optional>
 
 namespace sarvode {
@@ -20,6 +21,17 @@ std::optional<kest::I_Callable_Generic> cpython_function(const char16_t *name) {
     return std::nullopt;
   return kest::I_Callable_Generic::unsafeFrom(found);
 }
+
+/// True when a handler of the process's own (Python's, in a script run) takes
+/// SIGINT, so that sending it interrupts a wait instead of ending the process.
+bool sigint_is_handled() {
+  struct sigaction current {};
+  if (sigaction(SIGINT, nullptr, &current) != 0)
+    return false;
+  if (current.sa_flags & SA_SIGINFO)
+    return true;
+  return current.sa_handler != SIG_DFL && current.sa_handler != SIG_IGN;
+}
 } // namespace
 
 run_timeout::run_timeout(double seconds) {
@@ -31,6 +43,7 @@ run_timeout::run_timeout(double seconds) {
   auto thread = kest::internal::result_unwrap_lazy(current->callWith({}));
   if (!kest::Integer::isInstance(thread))
     return;
+  m_running_thread = pthread_self();
   m_watcher = std::thread(&run_timeout::watch, this, seconds, kest::Integer::unsafeFrom(thread).value());
 }
 
@@ -54,6 +67,14 @@ void run_timeout::watch(double seconds, std::int64_t thread) {
   std::unique_lock guard(m_lock);
   if (m_changed.wait_until(guard, deadline, [this] { return m_stopped; }))
     return;
+  // Where Python handles SIGINT (a script run), the time limit acts as Ctrl-C
+  // does: the signal also ends a wait for a lock, an event or a join, which
+  // runs no bytecode where an interrupt could be raised.
+  if (sigint_is_handled()) {
+    m_fired = true;
+    (void)pthread_kill(m_running_thread, SIGINT);
+    return;
+  }
   // Between two evaluations nothing runs to interrupt: ask again until one takes it.
   while (!m_stopped) {
     guard.unlock();

@@ -1,11 +1,13 @@
 #pragma once
 // `sarvode --timeout SECONDS`: a watcher thread that interrupts the run on the
-// thread that made it, once the time is up, through kest.cpython.interrupt.
+// thread that made it once the time is up: by SIGINT where Python handles
+// it (as Ctrl-C would), else through kest.cpython.interrupt.
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <pthread.h>
 #include <thread>
 
 namespace sarvode {
@@ -33,6 +35,7 @@ private:
   std::condition_variable m_changed;
   bool m_stopped = false;
   std::atomic<bool> m_fired{false};
+  pthread_t m_running_thread{};
   std::thread m_watcher;
 };
 

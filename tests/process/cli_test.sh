@@ -37,6 +37,13 @@ timeout-exits-124)
   [[ $status == 124 ]] || fail "script status $status (stderr: $err)"
   ((SECONDS < 30)) || fail "the sleeping script ran ${SECONDS}s"
   [[ $err == *'slow.py", line 3, in wait'*KeyboardInterrupt* ]] || fail "script stderr [$err]"
+  # A wait that only a signal can end, on the main thread.
+  printf 'import threading\nthreading.Event().wait()\n' >"$tmp/waits.py"
+  SECONDS=0
+  run --timeout 1 "$tmp/waits.py"
+  [[ $status == 124 ]] || fail "waiting script status $status (stderr: $err)"
+  ((SECONDS < 30)) || fail "the waiting script ran ${SECONDS}s"
+  [[ $err == *KeyboardInterrupt* ]] || fail "waiting script stderr [$err]"
   run --timeout 5 -e "6 * 7"
   expect 0 "42" ""
   run --timeout 0 -c "pass"
