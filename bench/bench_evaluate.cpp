@@ -53,6 +53,16 @@ void cached_floor(benchmark::State &state, const char *builtin, const char *code
   }
 }
 
+/// What every entry from host code pays before any Python runs: taking the
+/// interpreter lock and giving it back (the floors above hold it throughout).
+void TakeInterpreterLock(benchmark::State &state) {
+  ensurePythonReady();
+  for (auto _ : state) {
+    py::gil lock;
+    benchmark::DoNotOptimize(&lock);
+  }
+}
+
 void Statements_Raw(benchmark::State &state) { raw(state, "exec", "def f():\n\treturn 1\nr = f()\n"); }
 void Statements_Evaluate(benchmark::State &state) {
   auto python = language();
@@ -152,6 +162,7 @@ void Print100k_Captured(benchmark::State &state) {
 }
 } // namespace
 
+BENCHMARK(TakeInterpreterLock)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Statements_Raw)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Statements_Evaluate)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Statements_CachedFloor)->Unit(benchmark::kMicrosecond);

@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cmath>
 #include <mutex>
 
@@ -47,18 +48,21 @@ language_registry &registry() {
   return *r;
 }
 
-Result<Any> call_language(const Any &self, const char *name, std::initializer_list<Any> args) {
+/// Calls the language method `name` (interned once by the caller) of `self`.
+Result<Any> call_language(const Any &self, const meta_method_untyped &name, std::initializer_list<Any> args) {
   if (!I_Language::isInstance(self)) // never call a same-named method of an unrelated value
     return wrong_class("I_Language", self);
-  auto method = method_of(self, meta_method_untyped(name));
+  auto method = method_of(self, name);
   if (!method.is<I_Callable_Generic>())
-    return helpers::error_method_not_found(String::fromUtf8(name), self);
+    return helpers::error_method_not_found(String::fromUtf8(name.utf8()), self);
   auto callable = method.as<I_Callable_Generic>();
-  std::vector<Any> full;
+  std::array<Any, 3> full; // the instance and at most two arguments
+  std::size_t count = 0;
   if (!callable.isIndependent())
-    full.push_back(self);
-  full.insert(full.end(), args.begin(), args.end());
-  return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(full)));
+    full[count++] = self;
+  for (const auto &arg : args)
+    full[count++] = arg;
+  return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(std::span<const Any>(full.data(), count))));
 }
 
 void add_value_property(const Class_Generic &cls, const char16_t *name, const Any &value) {
@@ -94,22 +98,32 @@ KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, EvaluationScope::getClas
                    make_builtin_class("EvaluationScope", class_flags::final))
 
 Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
-  return call_language(*this, "evaluate", {code, scope});
+  static const meta_method_untyped name("evaluate"); // interned once
+  return call_language(*this, name, {code, scope});
 }
 Result<Any> I_Language::evaluateExpression(const String &code, const Any &scope) const {
-  return call_language(*this, "evaluateExpression", {code, scope});
+  static const meta_method_untyped name("evaluateExpression"); // interned once
+  return call_language(*this, name, {code, scope});
 }
-Result<Any> I_Language::toCode(const Any &value) const { return call_language(*this, "toCode", {value}); }
-Result<Any> I_Language::resolve(const String &path) const { return call_language(*this, "resolve", {path}); }
+Result<Any> I_Language::toCode(const Any &value) const {
+  static const meta_method_untyped name("toCode"); // interned once
+  return call_language(*this, name, {value});
+}
+Result<Any> I_Language::resolve(const String &path) const {
+  static const meta_method_untyped name("resolve"); // interned once
+  return call_language(*this, name, {path});
+}
 bool I_Language::canEvaluate() const {
   return Boolean::from(result_unwrap_lazy(propertyValue(meta_property_untyped("$$canEvaluate")))).value();
 }
 
 Result<Any> PythonLanguage::evaluateInSandbox(const String &code, const Any &scope) const {
-  return call_language(*this, "evaluateInSandbox", {code, scope});
+  static const meta_method_untyped name("evaluateInSandbox"); // interned once
+  return call_language(*this, name, {code, scope});
 }
 Result<Any> PythonLanguage::evaluateExpressionInSandbox(const String &code, const Any &scope) const {
-  return call_language(*this, "evaluateExpressionInSandbox", {code, scope});
+  static const meta_method_untyped name("evaluateExpressionInSandbox"); // interned once
+  return call_language(*this, name, {code, scope});
 }
 
 namespace {

@@ -13,6 +13,9 @@
 
 #include <kest/kest.hpp>
 
+#include <string>
+#include <string_view>
+
 namespace sarvode {
 
 namespace {
@@ -22,7 +25,7 @@ void copy_entry(PyObject *dict, const kest::Any &key, const kest::Any &value) {
   auto name = kest::String::cast(key);
   if (!name.is<kest::String>())
     return;
-  auto converted = py::object::steal(toPython(value));
+  auto converted = py::object::steal(toPythonLocked(value)); // the caller holds the interpreter lock
   if (!converted) {
     PyErr_Clear();
     return;
@@ -33,8 +36,11 @@ void copy_entry(PyObject *dict, const kest::Any &key, const kest::Any &value) {
 
 void copy_map(PyObject *dict, const kest::Any &map) {
   if (kest::HashMap::isInstance(map)) {
-    // The host's own maps hand over their pairs at once.
-    for (auto &[key, value] : kest::HashMap::unsafeFrom(map).copyPairs())
+    // The host's own maps hand over their pairs at once (most are empty).
+    const auto host_map = kest::HashMap::unsafeFrom(map);
+    if (host_map.length() == 0)
+      return;
+    for (auto &[key, value] : host_map.copyPairs())
       copy_entry(dict, key, value);
     return;
   }
@@ -65,14 +71,18 @@ py::object fresh_globals(const kest::Union<kest::I_Map, kest::None> &globals) {
   return g;
 }
 
-bool set_item(PyObject *dict, const char *name, const kest::Any &value) {
-  auto converted = py::object::steal(toPython(value));
-  if (!converted) {
+/// Sets `name` (an interned string, see `name_of`) in `dict` to `value`, converted.
+bool set_item(PyObject *dict, PyObject *name, const kest::Any &value) {
+  auto converted = py::object::steal(toPythonLocked(value));
+  if (!converted || !name) {
     PyErr_Clear();
     return false;
   }
-  return PyDict_SetItemString(dict, name, converted.get()) == 0;
+  return PyDict_SetItem(dict, name, converted.get()) == 0;
 }
+
+/// The names the generated code uses, as strings interned once for the process.
+PyObject *name_of(const char *text) { return PyUnicode_InternFromString(text); }
 
 /// The text reaches Python as a C string, which would end at a null character
 /// and silently run only the part before it; such code is refused instead.
@@ -114,13 +124,16 @@ run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
 }
 /// Runs `text` with the builtin "exec" or "eval" (as `mode` says), given its
 /// compiled form from the cache instead of the text. Null as `runWithBuiltin`.
-PyObject *run_cached(const std::string &text, code_mode mode, PyObject *globals, PyObject *locals) {
+PyObject *run_cached(std::string_view text, code_mode mode, PyObject *globals, PyObject *locals) {
   auto code = py::object::steal(compiledCode(text, mode));
   if (!code)
     return nullptr;
+  // The names as interned strings made once: looking them up makes no string per call.
+  static PyObject *const exec_name = PyUnicode_InternFromString("exec");
+  static PyObject *const eval_name = PyUnicode_InternFromString("eval");
+  PyObject *name = mode == code_mode::statements ? exec_name : eval_name;
   PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  PyObject *function =
-      builtins ? PyDict_GetItemString(builtins, mode == code_mode::statements ? "exec" : "eval") : nullptr; // borrowed
+  PyObject *function = builtins && name ? PyDict_GetItemWithError(builtins, name) : nullptr; // borrowed
   if (!function)
     return nullptr;
   return PyObject_CallFunctionObjArgs(function, code.get(), globals, locals, nullptr);
@@ -142,15 +155,20 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   // The user's text becomes the body of kest_outer; the out-locals are made
   // global inside it and read back at module level after the call.
   const auto names = out_local_names(outLocals);
-  kest::string_builder text;
-  text.append(u"def kest_outer():\n");
+  std::string text = "def kest_outer():\n";
   for (const auto &name : names)
-    text.append(u"\tglobal ").append(name).append(u'\n');
-  for (const auto &piece : code.splitToVector(u"\n"))
-    text.append(u'\t').append(piece).append(u'\n');
-  text.append(u"kest_store_result( kest_outer() )\n");
+    text.append("\tglobal ").append(name.utf8View()).append("\n");
+  const auto user = code.utf8View();
+  for (std::size_t start = 0;;) { // every line, the empty ones too, behind a tab
+    const auto end = user.find('\n', start);
+    text.append("\t").append(user.substr(start, end - start)).append("\n");
+    if (end == std::string_view::npos)
+      break;
+    start = end + 1;
+  }
+  text.append("kest_store_result( kest_outer() )\n");
   for (const auto &name : names)
-    text.append(u"kest_store_local('").append(name).append(u"',").append(name).append(u")\n");
+    text.append("kest_store_local('").append(name.utf8View()).append("',").append(name.utf8View()).append(")\n");
 
   auto result = std::make_shared<kest::Any>();
   if (outLocals.is<kest::I_MutableMap>()) {
@@ -158,14 +176,17 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
     auto store_local = kest::make_function([target](kest::String name, kest::Any value) {
       return target.setChecked(name, value);
     });
-    if (!set_item(l.get(), "kest_store_local", store_local))
+    static PyObject *const store_local_name = name_of("kest_store_local");
+    if (!set_item(l.get(), store_local_name, store_local))
       return errorFromPython(0, 0);
   }
   auto store_result = kest::make_function([result](kest::Any value) { *result = value; });
-  if (!set_item(l.get(), "kest_store_result", store_result) || !set_item(g.get(), "self", self))
+  static PyObject *const store_result_name = name_of("kest_store_result");
+  static PyObject *const self_name = name_of("self");
+  if (!set_item(l.get(), store_result_name, store_result) || !set_item(g.get(), self_name, self))
     return errorFromPython(0, 0);
 
-  auto outcome = py::object::steal(run_cached(text.build().toUtf8(), code_mode::statements, g.get(), l.get()));
+  auto outcome = py::object::steal(run_cached(text, code_mode::statements, g.get(), l.get()));
   flushRedirectedOutput(); // what the code printed reaches the host before its result
   if (!outcome)
     return errorFromPython(-(1 + static_cast<std::int64_t>(names.size())), -1);
@@ -182,7 +203,7 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
   auto [g, l] = prepare(globals, locals, kest::None()); // out-locals play no part in expressions
   if (!g || !l)
     return errorFromPython(0, 0);
-  auto value = py::object::steal(run_cached(code.toUtf8(), code_mode::expression, g.get(), l.get()));
+  auto value = py::object::steal(run_cached(code.utf8View(), code_mode::expression, g.get(), l.get()));
   flushRedirectedOutput();
   if (!value)
     return errorFromPython(0, 0);

@@ -5,26 +5,58 @@
 #include "runtime/python_ready.hpp"
 
 #include <chrono>
+#include <mutex>
 #include <unordered_map>
 
 namespace sarvode {
 
-namespace {
-/// Per thread that runs evaluations: how deeply they nest, and whether an
-/// interrupt was asked for. Read and written only with the interpreter lock held.
+/// What one thread's evaluations need of cancelling: how deeply they nest and
+/// whether an interrupt was asked for. Written only with the interpreter lock
+/// held, by the thread itself or by the one that interrupts it.
 struct thread_record {
+  unsigned long ident = 0;
   int depth = 0;
   bool interrupted = false;
 };
-std::unordered_map<unsigned long, thread_record> &running() {
-  static auto *threads = new std::unordered_map<unsigned long, thread_record>;
-  return *threads;
+
+namespace {
+/// Every thread that ever evaluated, by identity. The mutex is never held
+/// while the interpreter lock is taken or Python runs.
+struct thread_registry {
+  std::mutex lock;
+  std::unordered_map<unsigned long, thread_record *> threads;
+};
+thread_registry &registry() {
+  static auto *r = new thread_registry;
+  return *r;
 }
 
-bool interrupt_asked_here() {
-  auto found = running().find(PyThread_get_thread_ident());
-  return found != running().end() && found->second.interrupted;
-}
+/// The calling thread's record, entered in the registry on first use and
+/// taken out when the thread ends.
+struct own_record {
+  thread_record record;
+  bool registered = false;
+  thread_record &get() {
+    if (!registered) {
+      record.ident = PyThread_get_thread_ident();
+      auto &r = registry();
+      std::lock_guard guard(r.lock);
+      r.threads[record.ident] = &record;
+      registered = true;
+    }
+    return record;
+  }
+  ~own_record() {
+    if (!registered)
+      return;
+    auto &r = registry();
+    std::lock_guard guard(r.lock);
+    r.threads.erase(record.ident);
+  }
+};
+thread_local own_record t_record;
+
+bool interrupt_asked_here() { return t_record.registered && t_record.record.interrupted; }
 
 constexpr double slice_seconds = 0.02;
 
@@ -67,25 +99,26 @@ PyMethodDef sliced_sleep_definition{
 
 std::int64_t currentThreadIdent() noexcept { return static_cast<std::int64_t>(PyThread_get_thread_ident()); }
 
-running_evaluation::running_evaluation() : m_thread(PyThread_get_thread_ident()) { ++running()[m_thread].depth; }
+running_evaluation::running_evaluation() : m_record(&t_record.get()) { ++m_record->depth; }
 
 running_evaluation::~running_evaluation() {
-  auto found = running().find(m_thread);
-  if (found == running().end() || --found->second.depth > 0)
+  if (--m_record->depth > 0 || !m_record->interrupted)
     return;
-  running().erase(found);
+  m_record->interrupted = false;
   // An interrupt that came after the code's last bytecode must not surface in
   // whatever Python this thread runs next.
-  (void)PyThreadState_SetAsyncExc(m_thread, nullptr);
+  (void)PyThreadState_SetAsyncExc(m_record->ident, nullptr);
 }
 
 bool interruptEvaluation(std::int64_t thread) {
   ensurePythonReady();
   py::gil lock;
-  const auto found = running().find(static_cast<unsigned long>(thread));
-  if (found == running().end())
+  auto &r = registry();
+  std::lock_guard guard(r.lock); // taken after the interpreter lock, and no Python runs under it
+  const auto found = r.threads.find(static_cast<unsigned long>(thread));
+  if (found == r.threads.end() || found->second->depth == 0)
     return false;
-  found->second.interrupted = true; // ends a sliced sleep
+  found->second->interrupted = true; // also ends a sliced sleep
   return PyThreadState_SetAsyncExc(found->first, PyExc_KeyboardInterrupt) == 1;
 }
 

@@ -16,6 +16,8 @@ std::int64_t currentThreadIdent() noexcept;
 /// Records the calling thread as running an evaluation while it lives (nests).
 /// Made and destroyed with the interpreter lock held. When the outermost one
 /// ends, an interrupt that arrived too late to be raised is dropped.
+struct thread_record;
+
 class running_evaluation {
 public:
   running_evaluation();
@@ -24,7 +26,7 @@ public:
   running_evaluation &operator=(const running_evaluation &) = delete;
 
 private:
-  unsigned long m_thread;
+  thread_record *m_record;
 };
 
 /// Makes the evaluation running on `thread` raise KeyboardInterrupt. Takes the
