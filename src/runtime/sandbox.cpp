@@ -48,8 +48,29 @@ constexpr const char *blocked_events[] = {
     // Sub-interpreters: creating one from a sandboxed thread cannot succeed and
     // must not take the process down on the way
     "cpython.PyInterpreterState_New",
+    // Windows: files, pipes and processes opened below the public functions
+    "_winapi.CreateFile", "_winapi.CreateJunction", "_winapi.CreateNamedPipe", "_winapi.CreateProcess",
+    "_winapi.OpenProcess", "_winapi.TerminateProcess",
+    // Windows registry: writes, loads and saves, and remote connections
+    "winreg.ConnectRegistry", "winreg.CreateKey", "winreg.DeleteKey", "winreg.DeleteValue",
+    "winreg.DisableReflectionKey", "winreg.EnableReflectionKey", "winreg.LoadKey", "winreg.SaveKey",
+    "winreg.SetValue",
+    // Raw memory: objects at any address, pointers made from bytes, objects
+    // from addresses; crafted code objects; maps of files (writes through a
+    // shared map, SIGBUS when the file shrinks)
+    "ctypes.dlsym/handle", "ctypes.cdata", "ctypes.cdata/buffer", "ctypes.string_at", "ctypes.wstring_at",
+    "ctypes.PyObj_FromPtr", "code.__new__", "mmap.__new__",
+    // Hooks that would run sandboxed functions after the scope, unrestricted
+    "sys.settrace", "sys.setprofile", "sys.monitoring.register_callback", "sys.set_asyncgen_hook_firstiter",
+    "sys.set_asyncgen_hook_finalizer",
+    // More network protocols (3.11 and 3.12)
+    "nntplib.connect", "nntplib.putline", "telnetlib.Telnet.open", "telnetlib.Telnet.write",
+    // The system log: leaves the process, and its settings are the process's
+    "syslog.openlog", "syslog.syslog", "syslog.closelog", "syslog.setlogmask",
+    // Locks like fcntl.lockf; installing packages
+    "os.lockf", "ensurepip.bootstrap",
 };
-static_assert(std::size(blocked_events) == 85);
+static_assert(std::size(blocked_events) == 123);
 
 const std::unordered_set<std::string_view> &blocked_set() {
   static const std::unordered_set<std::string_view> set = [] {
@@ -104,6 +125,32 @@ int judge_open(PyObject *args) {
   }
   return 0;
 }
+
+/// Loading ctypes' native module: its types and functions read and free
+/// memory at any address without an audit event (a `c_char_p(1).value`, a
+/// `Py_DECREF`), so the sandbox lets it in only if it was loaded before. Both
+/// "import" and loading an extension module from a file report the module's
+/// name, whose last part names the init function that gets called.
+int judge_import(PyObject *args) {
+  if (PyTuple_Size(args) < 1) {
+    PyErr_Clear();
+    return 0;
+  }
+  PyObject *name = PyTuple_GetItem(args, 0); // borrowed
+  if (!name || !PyUnicode_Check(name))
+    return 0;
+  Py_ssize_t size = 0;
+  const char *text = PyUnicode_AsUTF8AndSize(name, &size);
+  if (!text) {
+    PyErr_Clear();
+    return 0;
+  }
+  std::string_view full(text, static_cast<std::size_t>(size));
+  const auto dot = full.rfind('.');
+  if ((dot == std::string_view::npos ? full : full.substr(dot + 1)) == "_ctypes")
+    return block(operationBlockedMessage);
+  return 0;
+}
 } // namespace
 
 bool sandboxActive() noexcept { return t_sandboxed; }
@@ -111,7 +158,10 @@ bool sandboxActive() noexcept { return t_sandboxed; }
 int sandboxAuditHook(const char *event, PyObject *args, void *) {
   if (!t_sandboxed)
     return 0;
-  if (std::string_view(event) == "open" && judge_open(args) < 0)
+  const std::string_view name(event);
+  if (name == "open" && judge_open(args) < 0)
+    return -1;
+  if (name == "import" && judge_import(args) < 0)
     return -1;
   if (blocked_set().count(event) != 0)
     return block(operationBlockedMessage);

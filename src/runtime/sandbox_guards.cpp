@@ -1,7 +1,7 @@
 // Guards for the interpreter's functions that act outside the sandbox without
 // raising an audit event: process creation through _posixsubprocess, special
-// files, signals to the process, ending it, sub-interpreters, and (on 3.11)
-// starting a thread.
+// files, signals to the process, ending it, sub-interpreters, (on 3.11)
+// starting a thread, and changing the process's identity or scheduling.
 //
 // A guard takes the place of the function in its module's method table, the
 // static PyMethodDef array that every function object of that name points at.
@@ -67,9 +67,34 @@ constexpr guarded_function guarded_functions[] = {
     {"_thread", "start_new_thread"},
     {"_thread", "start_new"},
     {"_thread", "start_joinable_thread"},
+    // The process's identity, session, root, file mode mask, scheduling and
+    // namespaces: changes the host keeps after the call.
+    {"posix", "setuid"},
+    {"posix", "setgid"},
+    {"posix", "seteuid"},
+    {"posix", "setegid"},
+    {"posix", "setreuid"},
+    {"posix", "setregid"},
+    {"posix", "setresuid"},
+    {"posix", "setresgid"},
+    {"posix", "setgroups"},
+    {"posix", "initgroups"},
+    {"posix", "setsid"},
+    {"posix", "setpgid"},
+    {"posix", "setpgrp"},
+    {"posix", "tcsetpgrp"},
+    {"posix", "chroot"},
+    {"posix", "umask"},
+    {"posix", "nice"},
+    {"posix", "setpriority"},
+    {"posix", "sched_setaffinity"},
+    {"posix", "sched_setscheduler"},
+    {"posix", "sched_setparam"},
+    {"posix", "unshare"},
+    {"posix", "setns"},
 };
 
-constexpr std::size_t max_guards = 32;
+constexpr std::size_t max_guards = 64;
 
 // The calling conventions of module functions, by their flags.
 using function_o = PyObject *(*)(PyObject *, PyObject *);                        // VARARGS, NOARGS, O

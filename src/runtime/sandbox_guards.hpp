@@ -1,6 +1,7 @@
 #pragma once
 // Guards for the interpreter functions that act outside the sandbox without an
-// audit event (process creation, special files, signals, ending the process).
+// audit event (process creation, special files, signals, ending the process,
+// the process's identity and scheduling).
 
 #include "runtime/python.hpp"
 
