@@ -10,6 +10,7 @@
 #include "language/module_dictionary.hpp"
 #include "language/python_error.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/stack_guard.hpp"
 
 #include <kest/kest.hpp>
 
@@ -125,6 +126,8 @@ run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
 /// Runs `text` with the builtin "exec" or "eval" (as `mode` says), given its
 /// compiled form from the cache instead of the text. Null as `runWithBuiltin`.
 PyObject *run_cached(std::string_view text, code_mode mode, PyObject *globals, PyObject *locals) {
+  if (!stackHasRoom()) // a host callback that evaluates again, deep inside a recursion
+    return nullptr;
   auto code = py::object::steal(compiledCode(text, mode));
   if (!code)
     return nullptr;
@@ -159,12 +162,15 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   for (const auto &name : names)
     text.append("\tglobal ").append(name.utf8View()).append("\n");
   const auto user = code.utf8View();
-  for (std::size_t start = 0;;) { // every line, the empty ones too, behind a tab
-    const auto end = user.find('\n', start);
+  // Every line, the empty ones too, behind a tab. A line ends where Python
+  // ends it: at "\n", "\r\n" or a lone "\r" (otherwise the text after a lone
+  // "\r" would land outside the function).
+  for (std::size_t start = 0;;) {
+    const auto end = user.find_first_of("\r\n", start);
     text.append("\t").append(user.substr(start, end - start)).append("\n");
     if (end == std::string_view::npos)
       break;
-    start = end + 1;
+    start = end + (user.compare(end, 2, "\r\n") == 0 ? 2 : 1);
   }
   text.append("kest_store_result( kest_outer() )\n");
   for (const auto &name : names)

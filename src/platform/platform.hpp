@@ -30,6 +30,10 @@ add_audit_hook_fn find_add_audit_hook();
 /// interpreter's that the sandbox patches must be, or it is left alone).
 bool is_writable(const void *address);
 
+/// The lowest address of the calling thread's stack (stacks grow down on
+/// every platform we build for); null when the system cannot tell.
+const char *stack_limit();
+
 /// Makes the loaded interpreter library's symbols visible to the extension
 /// modules it loads later (they do not link it themselves).
 void make_interpreter_symbols_global();

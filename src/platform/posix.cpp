@@ -5,6 +5,7 @@
 #include "runtime/python.hpp"
 
 #include <dlfcn.h>
+#include <pthread.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -92,6 +93,33 @@ bool is_writable(const void *address) {
       return perms.size() > 1 && perms[1] == 'w';
   }
   return false;
+}
+
+const char *stack_limit() {
+  // Asked once per thread: the stack does not move.
+  thread_local const char *limit = [] {
+    const char *low = nullptr;
+#if defined(__linux__) || defined(__FreeBSD__)
+    pthread_attr_t attributes;
+#if defined(__linux__)
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+      return low;
+#else
+    pthread_attr_init(&attributes);
+    if (pthread_attr_get_np(pthread_self(), &attributes) != 0)
+      return low;
+#endif
+    void *address = nullptr;
+    std::size_t size = 0;
+    if (pthread_attr_getstack(&attributes, &address, &size) == 0)
+      low = static_cast<const char *>(address);
+    pthread_attr_destroy(&attributes);
+#elif defined(__APPLE__)
+    low = static_cast<const char *>(pthread_get_stackaddr_np(pthread_self())) - pthread_get_stacksize_np(pthread_self());
+#endif
+    return low;
+  }();
+  return limit;
 }
 
 } // namespace sarvode::platform

@@ -92,4 +92,13 @@ bool is_writable(const void *address) {
   return (info.Protect & writable) != 0;
 }
 
+const char *stack_limit() {
+  thread_local const char *limit = [] {
+    ULONG_PTR low = 0, high = 0;
+    GetCurrentThreadStackLimits(&low, &high);
+    return reinterpret_cast<const char *>(low);
+  }();
+  return limit;
+}
+
 } // namespace sarvode::platform

@@ -8,6 +8,7 @@
 #include "language/python_error.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_entry.hpp"
+#include "runtime/stack_guard.hpp"
 
 #include <kest/kest.hpp>
 
@@ -59,7 +60,7 @@ kest::Any callPythonLocked(PyObject *callable, std::span<const kest::Any> args) 
   auto tuple = py::object::steal(pythonArguments(args, error));
   if (!tuple)
     return error;
-  auto result = py::object::steal(PyObject_Call(callable, tuple.get(), nullptr));
+  auto result = py::object::steal(stackHasRoom() ? PyObject_Call(callable, tuple.get(), nullptr) : nullptr);
   if (!result)
     return pythonErrorOr(kest::Error(kest::String(u"The call failed without a Python error.")));
   return fromPython(result.get());
