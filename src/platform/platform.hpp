@@ -30,6 +30,10 @@ add_audit_hook_fn find_add_audit_hook();
 /// interpreter's that the sandbox patches must be, or it is left alone).
 bool is_writable(const void *address);
 
+/// Keeps the extension's library loaded until the process ends, whatever the
+/// host's unload calls say.
+void keep_loaded();
+
 /// The lowest address of the calling thread's stack (stacks grow down on
 /// every platform we build for); null when the system cannot tell.
 const char *stack_limit();

@@ -95,6 +95,12 @@ bool is_writable(const void *address) {
   return false;
 }
 
+void keep_loaded() {
+  const auto path = object_path(reinterpret_cast<const void *>(&anchor));
+  if (!path.empty())
+    (void)dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE); // the count it adds is never given back
+}
+
 const char *stack_limit() {
   // Asked once per thread: the stack does not move.
   thread_local const char *limit = [] {

@@ -92,6 +92,12 @@ bool is_writable(const void *address) {
   return (info.Protect & writable) != 0;
 }
 
+void keep_loaded() {
+  HMODULE module = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                     reinterpret_cast<LPCWSTR>(&anchor), &module);
+}
+
 const char *stack_limit() {
   thread_local const char *limit = [] {
     ULONG_PTR low = 0, high = 0;

@@ -10,6 +10,10 @@ SARVODE_EXPORT void sarvode_extension_bind_api() {}
 
 /// Finds the extension's folder and queues the search paths; never starts Python.
 SARVODE_EXPORT void sarvode_extension_init() {
+  // The interpreter that the extension starts cannot be stopped while host
+  // threads may still run Python, nor started again; so the extension's code
+  // stays mapped until the process ends, even if the host unloads it.
+  sarvode::platform::keep_loaded();
   try {
     sarvode::setupSearchPaths(sarvode::platform::extension_directory());
     sarvode::addUserPythonDirectory();
