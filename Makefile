@@ -2,6 +2,7 @@
 # CMakeLists.txt; these targets only pick build directories and options.
 #
 #   make run | test | build | build-sanitize | test-sanitize | test-clang
+#   make test-tsan (the stress tests under ThreadSanitizer; not a CI stage)
 #   make test-python PY=/root/.pyenv/versions/3.13.0/bin/python3
 #   make bench | format | deps | clean
 #
@@ -19,6 +20,7 @@ SANITIZE_BUILD_TYPE ?= Debug
 BUILD_DIR           ?= build
 SANITIZE_DIR        ?= build-sanitize
 CLANG_DIR           ?= build-clang
+TSAN_DIR            ?= build-tsan
 CLANG_CC            ?= clang-14
 CLANG_CXX           ?= clang++-14
 JOBS                ?= $(shell nproc 2>/dev/null || echo 2)
@@ -58,7 +60,7 @@ define runtests
 	$(2) $(CTEST) --test-dir "$(1)" --output-on-failure -j$(CTEST_JOBS) $(CTEST_ARGS)
 endef
 
-.PHONY: deps build test run build-sanitize test-sanitize build-clang test-clang \
+.PHONY: deps build test run build-sanitize test-sanitize build-tsan test-tsan build-clang test-clang \
         build-python test-python bench format clean help
 
 help:
@@ -89,6 +91,16 @@ build-sanitize: deps
 
 test-sanitize: build-sanitize
 	$(call runtests,$(SANITIZE_DIR),$(SANITIZER_ENV))
+
+# ---------------------------------------------------------------------------
+# ThreadSanitizer over the stress tests (label "stress").
+build-tsan: deps
+	$(call configure,$(TSAN_DIR),-DSARVODE_TSAN=ON -DCMAKE_BUILD_TYPE=$(SANITIZE_BUILD_TYPE))
+	$(CMAKE) --build "$(TSAN_DIR)" --parallel $(JOBS) --target stress_tests
+
+test-tsan: build-tsan
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/scripts/tsan.supp" \
+	  $(CTEST) --test-dir "$(TSAN_DIR)" --output-on-failure -j1 -L stress $(CTEST_ARGS)
 
 # ---------------------------------------------------------------------------
 # CC/CXX only take effect when the dir is configured the first time.

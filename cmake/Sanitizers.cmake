@@ -46,3 +46,17 @@ function(sarvode_enable_sanitizers)
   endif()
   message(STATUS "Sanitizers enabled: ${SARVODE_SANITIZER_FLAGS}")
 endfunction()
+
+# sarvode_enable_thread_sanitizer()
+#
+# ThreadSanitizer for every target defined after the call (`make test-tsan`).
+# The interpreter itself is not instrumented; its lock is a pthread mutex and
+# condition variable, which the sanitizer sees.
+function(sarvode_enable_thread_sanitizer)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    message(FATAL_ERROR "SARVODE_TSAN needs GCC or Clang (got ${CMAKE_CXX_COMPILER_ID})")
+  endif()
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+  message(STATUS "ThreadSanitizer enabled")
+endfunction()
