@@ -152,9 +152,9 @@ TEST(SandboxAuditEvents, CtypesNativeModuleIsNotLoadedInTheSandbox) {
   expect_blocked(sandboxed("import _ctypes"), "import _ctypes");
   // Loading the module's file under another name calls the same init function.
   expect_blocked(sandboxed("import importlib.util\n"
-                           "spec = importlib.util.find_spec('_ctypes')\n"
-                           "spec = importlib.util.spec_from_file_location('kest._ctypes', spec.origin)\n"
-                           "importlib.util.module_from_spec(spec)"),
+                           "found = importlib.util.find_spec('_ctypes')\n"
+                           "renamed = importlib.util.spec_from_file_location('kest._ctypes', found.origin)\n"
+                           "importlib.util.module_from_spec(renamed)"),
                  "_ctypes from its file");
   EXPECT_FALSE(python_has("'_ctypes' in __import__('sys').modules"));
   expect_allowed("import _ctypes");

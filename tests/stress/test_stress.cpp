@@ -348,7 +348,7 @@ class StressThreads : public ::testing::TestWithParam<int> {};
 } // namespace
 
 TEST_P(StressThreads, EveryOperationGivesTheRightResult) {
-  const auto rates = run_threads(GetParam(), stress_count(10000, 500));
+  const auto rates = run_threads(GetParam(), stress_count(10000, 2000));
   RecordProperty("mixed_per_second", std::to_string(static_cast<std::int64_t>(rates.mixed_per_second)));
   RecordProperty("host_only_per_second", std::to_string(static_cast<std::int64_t>(rates.host_only_per_second)));
 }
