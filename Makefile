@@ -2,7 +2,7 @@
 # CMakeLists.txt; these targets only pick build directories and options.
 #
 #   make run | test | build | build-sanitize | test-sanitize | test-clang
-#   make test-tsan (the stress tests under ThreadSanitizer; not a CI stage)
+#   make fuzz-clang (the libFuzzer targets) | test-tsan (stress tests under ThreadSanitizer; not in CI)
 #   make test-python PY=/root/.pyenv/versions/3.13.0/bin/python3
 #   make bench | format | deps | clean
 #
@@ -60,7 +60,7 @@ define runtests
 	$(2) $(CTEST) --test-dir "$(1)" --output-on-failure -j$(CTEST_JOBS) $(CTEST_ARGS)
 endef
 
-.PHONY: deps build test run build-sanitize test-sanitize build-tsan test-tsan build-clang test-clang \
+.PHONY: deps build test run build-sanitize test-sanitize build-tsan test-tsan build-clang test-clang fuzz-clang \
         build-python test-python bench format clean help
 
 help:
@@ -104,12 +104,17 @@ test-tsan: build-tsan
 
 # ---------------------------------------------------------------------------
 # CC/CXX only take effect when the dir is configured the first time.
+# The clang build also makes the libFuzzer targets (tests/fuzz).
 build-clang: deps
-	$(call configure,$(CLANG_DIR),-DCMAKE_BUILD_TYPE=$(BUILD_TYPE),CC=$(CLANG_CC) CXX=$(CLANG_CXX))
+	$(call configure,$(CLANG_DIR),-DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DSARVODE_FUZZ=ON,CC=$(CLANG_CC) CXX=$(CLANG_CXX))
 	$(call compile,$(CLANG_DIR))
 
 test-clang: build-clang
 	$(call runtests,$(CLANG_DIR))
+
+# Each fuzz target over its seed corpus for a fixed number of runs (~2 min).
+fuzz-clang: build-clang
+	bash scripts/run-fuzzers.sh $(CLANG_DIR)
 
 # ---------------------------------------------------------------------------
 # make test-python PY=/root/.pyenv/versions/3.13.0/bin/python3

@@ -28,6 +28,13 @@ PyObject *call(PyObject *callable, py::object args, py::object kwargs = {}) {
   return PyObject_Call(callable, args.get(), kwargs.get());
 }
 
+/// Raises `type` with the whole message (a C string would end at a null character).
+void set_message(PyObject *type, const std::string &message) {
+  auto text = py::object::steal(PyUnicode_FromStringAndSize(message.data(), static_cast<Py_ssize_t>(message.size())));
+  if (text)
+    PyErr_SetObject(type, text.get());
+}
+
 PyObject *fold_kwargs(const kest::Time &t) { return Py_BuildValue("{s:i}", "fold", t.fold() ? 1 : 0); }
 
 PyObject *instance_to_python(const kest::Any &value) {
@@ -163,20 +170,20 @@ void raiseHostError(const kest::Any &value) {
   auto cls = kest::raw_class_of(error);
   const auto message = error.message().toUtf8();
   if (cls.isSame(kest::Error::getClass()) && !error.cause()) {
-    PyErr_SetString(PyExc_RuntimeError, message.c_str());
+    set_message(PyExc_RuntimeError, message);
     return;
   }
   PyObject *type = exceptionTypeFor(cls);
   if (!type) {
     PyErr_Clear();
-    PyErr_SetString(PyExc_RuntimeError, message.c_str());
+    set_message(PyExc_RuntimeError, message);
     return;
   }
   auto empty = py::object::steal(PyTuple_New(0));
   auto instance = py::object::steal(empty ? PyObject_CallObject(type, empty.get()) : nullptr);
   if (!instance) {
     PyErr_Clear();
-    PyErr_SetString(type, message.c_str());
+    set_message(type, message);
     return;
   }
   auto wrapper = py::object::steal(wrapKestObject(error));

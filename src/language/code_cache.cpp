@@ -2,6 +2,7 @@
 
 #include "language/code_cache.hpp"
 
+#include <array>
 #include <list>
 #include <string>
 #include <unordered_map>
@@ -16,7 +17,13 @@ namespace {
 struct compiled {
   py::object code;
   py::object error_type, error_args;
+  std::array<py::object, 6> error_location; // the values of `location_names`
 };
+
+/// A syntax error's position. Errors found after parsing (a name both
+/// nonlocal and global, a repeated argument) carry it only in these
+/// attributes, not in their arguments.
+constexpr const char *location_names[] = {"filename", "lineno", "offset", "text", "end_lineno", "end_offset"};
 
 struct cache_key {
   code_mode mode;
@@ -72,6 +79,8 @@ compiled compile_text(std::string_view text, code_mode mode) {
       out.error_type = py::object::borrow(type);
     else
       out.error_args.reset();
+    for (std::size_t i = 0; i < std::size(location_names); ++i)
+      out.error_location[i] = py::object::steal(PyObject_GetAttrString(value, location_names[i]));
   }
   PyErr_Clear(); // a failed read of "args" leaves the original error to report
   PyErr_Restore(type, value, traceback);
@@ -81,8 +90,12 @@ compiled compile_text(std::string_view text, code_mode mode) {
 /// A new exception equal to the remembered one, set as the current error.
 void raise_again(const compiled &c) {
   auto error = py::object::steal(PyObject_Call(c.error_type.get(), c.error_args.get(), nullptr));
-  if (error)
-    PyErr_SetObject(c.error_type.get(), error.get());
+  if (!error)
+    return;
+  for (std::size_t i = 0; i < std::size(location_names); ++i)
+    if (c.error_location[i] && PyObject_SetAttrString(error.get(), location_names[i], c.error_location[i].get()) < 0)
+      PyErr_Clear(); // the error still goes up, without that part of its position
+  PyErr_SetObject(c.error_type.get(), error.get());
 }
 
 class code_cache {
