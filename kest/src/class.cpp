@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <mutex>
 #include <unordered_map>
 
@@ -323,7 +324,59 @@ void register_class_name(const Class_Generic &cls) {
   r.by_name.try_emplace(name, cls);
 }
 
-Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments) {
+namespace {
+/// The classes a thread asked for last, by definition and arguments: a
+/// repeated request (every new container asks) takes no lock and writes no
+/// shared memory. Generic instances live as long as the process.
+struct recent_instance {
+  const void *definition = nullptr;
+  std::array<const void *, 2> arguments{};
+  std::size_t count = 0;
+  Class_Generic cls;
+};
+constexpr std::size_t recent_instances = 8;
+thread_local std::array<recent_instance, recent_instances> t_recent;
+thread_local std::size_t t_next_recent = 0;
+
+recent_instance *find_recent(const void *definition, std::span<const Type> arguments) {
+  if (arguments.size() > 2)
+    return nullptr;
+  for (auto &r : t_recent) {
+    if (r.definition != definition || r.count != arguments.size())
+      continue;
+    bool same = true;
+    for (std::size_t i = 0; same && i < arguments.size(); ++i)
+      same = r.arguments[i] == arguments[i].get();
+    if (same)
+      return &r;
+  }
+  return nullptr;
+}
+
+void remember(const void *definition, std::span<const Type> arguments, const Class_Generic &cls) {
+  if (arguments.size() > 2)
+    return;
+  auto &r = t_recent[t_next_recent++ % recent_instances];
+  r.definition = definition;
+  r.count = arguments.size();
+  for (std::size_t i = 0; i < arguments.size(); ++i)
+    r.arguments[i] = arguments[i].get();
+  r.cls = cls;
+}
+
+Class_Generic find_or_make_instance(const Class_Generic &definition, std::span<const Type> arguments);
+} // namespace
+
+Class_Generic generic_instance_of(const Class_Generic &definition, std::span<const Type> arguments) {
+  if (auto *r = find_recent(definition.get(), arguments))
+    return r->cls;
+  auto cls = find_or_make_instance(definition, arguments);
+  remember(definition.get(), arguments, cls);
+  return cls;
+}
+
+namespace {
+Class_Generic find_or_make_instance(const Class_Generic &definition, std::span<const Type> arguments) {
   auto *def = definition.value();
   {
     std::lock_guard guard(def->generic_lock);
@@ -347,7 +400,7 @@ Class_Generic generic_instance_of(const Class_Generic &definition, const std::ve
   auto cls = Class_Generic::create(name.take(), flags, {definition});
   cls->context = definition->context;
   cls->generic_definition = definition;
-  cls->generic_arguments = arguments;
+  cls->generic_arguments.assign(arguments.begin(), arguments.end());
   std::lock_guard guard(def->generic_lock);
   for (auto &[args, existing] : def->generic_instances) { // another thread may have won
     bool same = args.size() == arguments.size();
@@ -356,9 +409,11 @@ Class_Generic generic_instance_of(const Class_Generic &definition, const std::ve
     if (same)
       return Class_Generic::unsafeFrom(existing);
   }
-  def->generic_instances.emplace_back(arguments, cls);
+  cls->make_immortal(); // kept by its definition for the process; every new container shares it
+  def->generic_instances.emplace_back(std::vector<Type>(arguments.begin(), arguments.end()), cls);
   return cls;
 }
+} // namespace
 
 Any store_context(const Any &context) {
   // A module or class owns its members, so a member refers back to it weakly;

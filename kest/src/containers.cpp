@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <mutex>
 
 namespace kest {
@@ -120,7 +121,7 @@ object_value_list *lst(const Any &a) { return native_if<object_value_list>(a, Ob
 KEST_DEFINE_HANDLE(List, a.kind() == ObjectType::List, list_definition())
 
 Class_Generic List::genericInstance(const Type &elementType) {
-  return generic_instance_of(list_definition(), {elementType});
+  return generic_instance_of(list_definition(), std::array{elementType});
 }
 
 List::List() : List(Type()) {}
@@ -242,7 +243,7 @@ object_value_hash_map *hmap(const Any &a) { return native_if<object_value_hash_m
 KEST_DEFINE_HANDLE(HashMap, a.kind() == ObjectType::HashMap, map_definition())
 
 Class_Generic HashMap::genericInstance(const Type &keyType, const Type &valueType) {
-  return generic_instance_of(map_definition(), {keyType, valueType});
+  return generic_instance_of(map_definition(), std::array{keyType, valueType});
 }
 
 HashMap::HashMap() : HashMap(Type(), Type()) {}
@@ -289,9 +290,11 @@ Result<None> HashMap::setChecked(const Any &key, const Any &value) const {
   auto *m = hmap(*this);
   if (!m)
     return wrong_class("HashMap", *this);
-  if (!keyType().matches(key))
+  // The class's own argument types, not copies: no count of a shared type is written.
+  const auto &types = m->cls->generic_arguments;
+  if (!types[0].matches(key))
     return type_mismatch("use as a key", key, m->cls);
-  if (!valueType().matches(value))
+  if (!types[1].matches(value))
     return type_mismatch("store", value, m->cls);
   const auto hash = hash_of(key);
   Any old;
@@ -363,7 +366,7 @@ object_value_hash_set *hset(const Any &a) { return native_if<object_value_hash_s
 KEST_DEFINE_HANDLE(HashSet, a.kind() == ObjectType::HashSet, set_definition())
 
 Class_Generic HashSet::genericInstance(const Type &elementType) {
-  return generic_instance_of(set_definition(), {elementType});
+  return generic_instance_of(set_definition(), std::array{elementType});
 }
 
 HashSet::HashSet() : HashSet(Type()) {}

@@ -1,4 +1,5 @@
 #pragma once
+#include <span>
 // The object hooks a class may override with meta-methods, and their names.
 
 #include <kest/class.hpp>
@@ -41,7 +42,7 @@ inline Union<I_Callable_Generic, None> overriding_hook(const object_value_class 
 }
 
 /// Makes (or finds) the generic instance of `definition` for `arguments`.
-Class_Generic generic_instance_of(const Class_Generic &definition, const std::vector<Type> &arguments);
+Class_Generic generic_instance_of(const Class_Generic &definition, std::span<const Type> arguments);
 
 /// How a declaring context is kept (weakly, or as a module name) and read back.
 Any store_context(const Any &context);

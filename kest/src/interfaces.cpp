@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <array>
+
 namespace kest {
 
 using namespace internal;
@@ -195,7 +197,7 @@ Result<List> I_Iterable::collectImpl() const {
 
 List I_Iterable::createInstance(const Type &elementType) { return List(elementType); }
 Class_Generic I_Iterable::genericInstance(const Type &elementType) {
-  return generic_instance_of(getClass(), {elementType});
+  return generic_instance_of(getClass(), std::array{elementType});
 }
 
 // --- I_Iterator -----------------------------------------------------------------
@@ -266,7 +268,7 @@ internal::iterator_sequence I_Sequence::end() const {
 }
 
 Class_Generic I_Sequence::genericInstance(const Type &elementType) {
-  return generic_instance_of(getClass(), {elementType});
+  return generic_instance_of(getClass(), std::array{elementType});
 }
 
 Any internal::iterator_sequence::operator*() const {
@@ -335,7 +337,7 @@ Result<None> I_MutableSequence::clear() const {
   return as_none_result(call_member<I_MutableSequence>(*this, "clear", {}));
 }
 Class_Generic I_MutableSequence::genericInstance(const Type &elementType) {
-  return generic_instance_of(getClass(), {elementType});
+  return generic_instance_of(getClass(), std::array{elementType});
 }
 
 // --- I_Map / I_MutableMap -------------------------------------------------------
@@ -387,7 +389,7 @@ Type I_Map::valuesType() const {
   return Type::isInstance(v) ? Type::unsafeFrom(v) : Type();
 }
 Class_Generic I_Map::genericInstance(const Type &keyType, const Type &valueType) {
-  return generic_instance_of(getClass(), {keyType, valueType});
+  return generic_instance_of(getClass(), std::array{keyType, valueType});
 }
 
 Result<None> I_MutableMap::setChecked(const Any &key, const Any &value) const {
@@ -411,7 +413,7 @@ HashMap I_MutableMap::createInstance(const Type &keyType, const Type &valueType)
   return HashMap(keyType, valueType);
 }
 Class_Generic I_MutableMap::genericInstance(const Type &keyType, const Type &valueType) {
-  return generic_instance_of(getClass(), {keyType, valueType});
+  return generic_instance_of(getClass(), std::array{keyType, valueType});
 }
 
 // --- I_Set / I_MutableSet ---------------------------------------------------------
@@ -422,7 +424,7 @@ Result<Any> I_Set::contains(const Any &value) const {
     return not_conforming<I_Set>(*this);
   return I_Iterable::unsafeFrom(*this).contains(value);
 }
-Class_Generic I_Set::genericInstance(const Type &elementType) { return generic_instance_of(getClass(), {elementType}); }
+Class_Generic I_Set::genericInstance(const Type &elementType) { return generic_instance_of(getClass(), std::array{elementType}); }
 
 Result<Any> I_MutableSet::insert(const Any &value) const {
   if (kind() == ObjectType::HashSet)
@@ -456,7 +458,7 @@ Result<None> I_MutableSet::clear() const {
   return as_none_result(call_member<I_MutableSet>(*this, "clear", {}));
 }
 Class_Generic I_MutableSet::genericInstance(const Type &elementType) {
-  return generic_instance_of(getClass(), {elementType});
+  return generic_instance_of(getClass(), std::array{elementType});
 }
 
 // --- capabilities -----------------------------------------------------------------

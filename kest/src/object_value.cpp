@@ -41,6 +41,8 @@ object_value::~object_value() {
 
 bool object_value::try_add_ref() const noexcept {
   auto n = m_refs.load(std::memory_order_relaxed);
+  if (n >= pinned_count)
+    return true;
   while (n != 0) {
     if (m_refs.compare_exchange_weak(n, n + 1, std::memory_order_acq_rel, std::memory_order_relaxed))
       return true;

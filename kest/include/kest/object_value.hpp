@@ -70,12 +70,21 @@ public:
   /// The class of this value (borrowed; classes outlive their values).
   [[nodiscard]] virtual object_value_class *class_value() const noexcept = 0;
 
-  void add_ref() const noexcept { m_refs.fetch_add(1, std::memory_order_relaxed); }
+  void add_ref() const noexcept {
+    // A pinned object's count is never written: threads that share it (a
+    // class, an interned name) then keep its cache line without bouncing it.
+    if (m_refs.load(std::memory_order_relaxed) >= pinned_count) [[unlikely]]
+      return;
+    m_refs.fetch_add(1, std::memory_order_relaxed);
+  }
   void release() const noexcept {
+    const auto refs = m_refs.load(std::memory_order_acquire);
+    if (refs >= pinned_count) [[unlikely]]
+      return;
     // The only reference, and no weak reference that could revive it meanwhile
     // (making one needs a reference): nobody else can see the count, so it is
     // not written.
-    if (m_refs.load(std::memory_order_acquire) == 1 && !m_weak.load(std::memory_order_acquire)) {
+    if (refs == 1 && !m_weak.load(std::memory_order_acquire)) {
       destroy();
       return;
     }
@@ -90,8 +99,9 @@ public:
   [[nodiscard]] std::uint32_t ref_count() const noexcept {
     return m_refs.load(std::memory_order_relaxed);
   }
-  /// Keeps the object alive for the rest of the process (shared singletons).
-  void make_immortal() noexcept { m_refs.store(immortal_count, std::memory_order_relaxed); }
+  /// Keeps the object alive for the rest of the process (shared singletons),
+  /// and stops counting its references.
+  void make_immortal() noexcept { m_refs.store(pinned_count, std::memory_order_relaxed); }
 
   /// The weak-reference block, created on first request (a new reference).
   weak_control *weak_block() const;
@@ -105,6 +115,9 @@ public:
 
 protected:
   static constexpr std::uint32_t immortal_count = 1u << 30;
+  /// Counts from here on are not changed any more (see add_ref). Statically
+  /// allocated singletons stay below it, so their counts still move.
+  static constexpr std::uint32_t pinned_count = 3u << 30;
   struct immortal_tag {};
   /// For statically allocated singletons: a count that never reaches zero.
   constexpr explicit object_value(immortal_tag) noexcept : m_refs(immortal_count) {}
