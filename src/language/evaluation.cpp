@@ -143,6 +143,28 @@ PyObject *run_cached(std::string_view text, code_mode mode, PyObject *globals, P
 }
 } // namespace
 
+std::string statementsText(std::string_view user, std::span<const kest::String> outLocalNames) {
+  // The user's text becomes the body of kest_outer; the out-locals are made
+  // global inside it and read back at module level after the call.
+  std::string text = "def kest_outer():\n";
+  for (const auto &name : outLocalNames)
+    text.append("\tglobal ").append(name.utf8View()).append("\n");
+  // Every line, the empty ones too, behind a tab. A line ends where Python
+  // ends it: at "\n", "\r\n" or a lone "\r" (otherwise the text after a lone
+  // "\r" would land outside the function).
+  for (std::size_t start = 0;;) {
+    const auto end = user.find_first_of("\r\n", start);
+    text.append("\t").append(user.substr(start, end - start)).append("\n");
+    if (end == std::string_view::npos)
+      break;
+    start = end + (user.compare(end, 2, "\r\n") == 0 ? 2 : 1);
+  }
+  text.append("kest_store_result( kest_outer() )\n");
+  for (const auto &name : outLocalNames)
+    text.append("kest_store_local('").append(name.utf8View()).append("',").append(name.utf8View()).append(")\n");
+  return text;
+}
+
 kest::Any runStatements(const kest::String &code, const kest::Any &self, const kest::Union<kest::I_Map, kest::None> &locals,
                         const kest::Union<kest::I_Map, kest::None> &globals,
                         const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
@@ -155,26 +177,8 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   if (!g || !l)
     return errorFromPython(0, 0);
 
-  // The user's text becomes the body of kest_outer; the out-locals are made
-  // global inside it and read back at module level after the call.
   const auto names = out_local_names(outLocals);
-  std::string text = "def kest_outer():\n";
-  for (const auto &name : names)
-    text.append("\tglobal ").append(name.utf8View()).append("\n");
-  const auto user = code.utf8View();
-  // Every line, the empty ones too, behind a tab. A line ends where Python
-  // ends it: at "\n", "\r\n" or a lone "\r" (otherwise the text after a lone
-  // "\r" would land outside the function).
-  for (std::size_t start = 0;;) {
-    const auto end = user.find_first_of("\r\n", start);
-    text.append("\t").append(user.substr(start, end - start)).append("\n");
-    if (end == std::string_view::npos)
-      break;
-    start = end + (user.compare(end, 2, "\r\n") == 0 ? 2 : 1);
-  }
-  text.append("kest_store_result( kest_outer() )\n");
-  for (const auto &name : names)
-    text.append("kest_store_local('").append(name.utf8View()).append("',").append(name.utf8View()).append(")\n");
+  const std::string text = statementsText(code.utf8View(), names);
 
   auto result = std::make_shared<kest::Any>();
   if (outLocals.is<kest::I_MutableMap>()) {

@@ -4,7 +4,17 @@
 #include <kest/interfaces.hpp>
 #include <kest/string.hpp>
 
+#include <span>
+#include <string>
+#include <string_view>
+
 namespace sarvode {
+
+/// The text that statements run as: `user`'s lines in the body of a
+/// generated function that declares the out-locals global, then the calls
+/// that store its result and the out-locals. (The compiled-code cache is keyed
+/// by this text.)
+std::string statementsText(std::string_view user, std::span<const kest::String> outLocalNames);
 
 /// Runs `code` as the body of a generated function. The result is what the code
 /// returned (None without a return), or an Error with positions relative to the

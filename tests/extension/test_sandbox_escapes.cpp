@@ -7,6 +7,7 @@
 #include "fresh_interpreter.hpp"
 #include "language_test_support.hpp"
 #include "python_test_support.hpp"
+#include "sandbox_test_support.hpp"
 #include "temp_folder.hpp"
 
 #include "runtime/sandbox.hpp"
@@ -21,25 +22,8 @@ using namespace sarvode;
 using namespace sarvode::test_support;
 
 namespace {
-constexpr const char *operation_blocked = "operation blocked in sandbox";
 
 bool exists(const std::string &path) { return std::filesystem::exists(std::filesystem::symlink_status(path)); }
-
-/// Runs `code` (statements, `return` gives the result) in the sandbox.
-kest::Any sandboxed(const std::string &code, const kest::Any &scope = {}) {
-  return unwrapped(python_language().evaluateInSandbox(kest::String::fromUtf8(code), scope));
-}
-
-void expect_blocked(const kest::Any &result, const std::string &what) {
-  ASSERT_TRUE(kest::Error::isInstance(result)) << what << " was not blocked: " << kest::display(result).toUtf8();
-  EXPECT_EQ(message_of(result), operation_blocked) << what;
-}
-
-/// Runs `code` outside the sandbox; it must succeed.
-void expect_allowed(const std::string &code) {
-  auto result = evaluate(code);
-  EXPECT_FALSE(kest::Error::isInstance(result)) << code << ": " << message_of(result);
-}
 
 std::string quoted(const std::string &path) { return "r'" + path + "'"; }
 } // namespace

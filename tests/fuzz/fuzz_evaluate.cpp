@@ -6,6 +6,8 @@
 // longer than 200 ms, through the extension's own interrupt.
 
 #include "fuzz_support.hpp"
+
+#include "language/evaluation.hpp"
 #include "language/interrupts.hpp"
 
 #include <kest/kest.hpp>
@@ -14,6 +16,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -163,22 +166,6 @@ std::optional<std::int64_t> syntax_error_line(std::string_view text, const char*
   return line;
 }
 
-/// The text that the statements run as: the user's lines behind a tab in the
-/// body of a function, the out-locals declared global in it (see
-/// language/evaluation.cpp). Compiling it tells whether the run must fail
-/// with a syntax error.
-std::string as_function_body(std::string_view user) {
-  std::string text = "def kest_outer():\n\tglobal out\n";
-  for (std::size_t start = 0;;) {
-    const auto end = user.find_first_of("\r\n", start);
-    text.append("\t").append(user.substr(start, end - start)).append("\n");
-    if (end == std::string_view::npos)
-      break;
-    start = end + (user.compare(end, 2, "\r\n") == 0 ? 2 : 1);
-  }
-  return text.append("kest_store_result( kest_outer() )\nkest_store_local('out',out)\n");
-}
-
 std::string_view without_leading_blanks(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
     text.remove_prefix(1);
@@ -265,7 +252,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     py::gil lock;
     // The wrapper's two lines come before the user's first line.
     constexpr std::int64_t wrapper_lines = 2;
-    statements.syntax_line = syntax_error_line(as_function_body(text), "exec");
+    const kest::String out_local(u"out");
+    statements.syntax_line = syntax_error_line(statementsText(text, std::span(&out_local, 1)), "exec");
     if (statements.syntax_line) {
       *statements.syntax_line -= wrapper_lines;
       // Line 0 is the out-locals' "global" line: Python blames it when the
