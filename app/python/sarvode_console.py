@@ -12,6 +12,24 @@ from _sarvode_runner import _main_module, report
 USER_FILES = {"<console>"}
 
 
+def _redirect_output():
+    """The host's output capture, or None when the host offers none."""
+    try:
+        import kest.cpython
+
+        return kest.cpython.redirect_output
+    except Exception:
+        return None
+
+
+def _show(stream, text):
+    """Writes what an input wrote to the terminal's own stream, at once."""
+    target = sys.__stderr__ if stream == "stderr" else sys.__stdout__
+    if target is not None:
+        target.write(text)
+        target.flush()
+
+
 class Console(code.InteractiveConsole):
     def __init__(self, names, prompts):
         super().__init__(names, filename="<console>")
@@ -25,6 +43,20 @@ class Console(code.InteractiveConsole):
         if not line:
             raise EOFError
         return line[:-1] if line.endswith("\n") else line
+
+    def runcode(self, code):
+        # While an input runs, what it writes to sys.stdout and sys.stderr (its
+        # results, its tracebacks, its threads) reaches the terminal through the
+        # host's capture, in the order it was written. Between inputs the
+        # streams are the terminal's own, so input() keeps line editing.
+        redirect = _redirect_output()
+        if redirect is None:
+            return super().runcode(code)
+        redirect(_show)
+        try:
+            return super().runcode(code)
+        finally:
+            redirect(None)
 
     def write(self, data):
         # Without prompts, the loop's own notes (the newline at the end of

@@ -194,6 +194,17 @@ console-goes-on-after-errors)
   [[ $out == "7" ]] || fail "stdout was [$out]"
   [[ $err == *"name 'undefined_name' is not defined"* && $err == *"division by zero"* ]] || fail "stderr [$err]"
   ;;
+console-output-in-order)
+  # Standard output and standard error into one pipe: what an input writes
+  # arrives in the order written, though a pipe would buffer standard output.
+  printf 'import sys, threading\nprint("one"); sys.stderr.write("two\\n"); print("three")\nt = threading.Thread(target=lambda: print("four")); t.start(); t.join()\n1 + 4\n' >"$tmp/input"
+  both=$("$sarvode" -i <"$tmp/input" 2>&1)
+  [[ $both == $'one\ntwo\n4\nthree\nfour\n5' ]] || fail "output was [$both]"
+  # While an input runs, its output goes through the host's capture.
+  printf 'import sys\nprint(type(sys.stdout).__name__)\n' >"$tmp/input"
+  stdin="$tmp/input" run -i
+  [[ $out == "HostStream" ]] || fail "stdout was [$out]"
+  ;;
 script-from-standard-input)
   printf 'print(40 + 2)\n' >"$tmp/input"
   stdin="$tmp/input" run
