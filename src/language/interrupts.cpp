@@ -80,6 +80,10 @@ PyObject *sliced_sleep(PyObject *original, PyObject *seconds) {
     const double left = std::chrono::duration<double>(end - clock::now()).count();
     if (left <= 0 || interrupt_asked_here())
       break;
+    // A signal that arrived between two slices interrupted no sleep: run its
+    // handler now (Ctrl-C on the main thread), as the eval loop would.
+    if (PyErr_CheckSignals() < 0)
+      return nullptr;
     auto slice = py::object::steal(PyFloat_FromDouble(left < slice_seconds ? left : slice_seconds));
     if (!slice)
       return nullptr;
