@@ -1,8 +1,9 @@
 #pragma once
-#include <span>
 // The object hooks a class may override with meta-methods, and their names.
 
 #include <kest/class.hpp>
+
+#include <span>
 
 namespace kest::internal {
 

@@ -79,8 +79,11 @@ compiled compile_text(std::string_view text, code_mode mode) {
       out.error_type = py::object::borrow(type);
     else
       out.error_args.reset();
-    for (std::size_t i = 0; i < std::size(location_names); ++i)
+    for (std::size_t i = 0; i < std::size(location_names); ++i) {
       out.error_location[i] = py::object::steal(PyObject_GetAttrString(value, location_names[i]));
+      if (!out.error_location[i])
+        PyErr_Clear(); // no error may be pending at the next read
+    }
   }
   PyErr_Clear(); // a failed read of "args" leaves the original error to report
   PyErr_Restore(type, value, traceback);
