@@ -250,9 +250,11 @@ struct declaring_scope {
 } // namespace
 
 Class_Generic class_declaration::get() {
+  if (m_once.done()) [[likely]] // every later request: no thread-local look at the classes being declared
+    return m_class;
   if (std::find(t_declaring.begin(), t_declaring.end(), this) != t_declaring.end())
     throw std::runtime_error(std::string("Recursive call detected while initializing class: ") + m_name);
-  std::call_once(m_once, [this] {
+  m_once.call([this] {
     declaring_scope scope(this);
     class_builder_base builder;
     m_build(builder);

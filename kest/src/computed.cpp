@@ -4,6 +4,7 @@
 
 #include <kest/computed.hpp>
 #include <kest/external.hpp>
+#include <kest/once.hpp>
 #include <kest/reflection.hpp>
 #include <kest/weak.hpp>
 
@@ -22,7 +23,7 @@ public:
     return Computed_Generic::getClass().value();
   }
   Any get() const {
-    std::call_once(once, [this] {
+    once.call([this] {
       try {
         value = producer();
       } catch (...) {
@@ -33,7 +34,7 @@ public:
     return value;
   }
   mutable std::function<Any()> producer;
-  mutable std::once_flag once;
+  mutable fast_once once;
   mutable Any value;
 };
 

@@ -3,10 +3,10 @@
 
 #include "builtin.hpp"
 
+#include <kest/once.hpp>
 #include <kest/property.hpp>
 
 #include <atomic>
-#include <mutex>
 
 namespace kest::internal {
 
@@ -18,7 +18,7 @@ public:
   /// The declared type, resolved on first use.
   const Type &resolved_type() const {
     if (getter)
-      std::call_once(resolved, [this] { type = getter(); });
+      resolved.call([this] { type = getter(); });
     return type;
   }
 
@@ -35,7 +35,7 @@ public:
   const std::uint32_t flags;
   mutable Type type;
   const type_getter getter;
-  mutable std::once_flag resolved;
+  mutable fast_once resolved;
   std::atomic<std::size_t> index{0};
 };
 

@@ -7,6 +7,7 @@
 /// once-only build and its guard against recursive declaration.
 
 #include <kest/function.hpp>
+#include <kest/once.hpp>
 #include <kest/property.hpp>
 
 #include <mutex>
@@ -141,7 +142,7 @@ public:
 private:
   const char *m_name;
   build_function m_build;
-  std::once_flag m_once;
+  fast_once m_once;
   Class_Generic m_class;
   int m_builds = 0;
 };
