@@ -1,6 +1,6 @@
 // Reference counting, allocation and weak-reference blocks of host objects.
 
-#include "thread_state.hpp"
+#include "pool.hpp"
 
 #include <kest/object_value.hpp>
 
@@ -9,17 +9,6 @@
 #include <mutex>
 #include <new>
 #include <vector>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define KEST_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KEST_ASAN 1
-#endif
-#endif
-#if defined(KEST_ASAN)
-#include <sanitizer/asan_interface.h>
-#endif
 
 namespace kest::internal {
 
@@ -82,10 +71,7 @@ void object_value::destroy() const noexcept {
 thread_local thread_state t_thread_state __attribute__((tls_model("initial-exec"))){};
 
 namespace {
-constexpr std::size_t granule = 16;
 constexpr std::size_t pooled_classes = thread_state::pooled_classes;
-constexpr std::uint32_t pool_depth = 512; // blocks kept per class and thread
-using free_block = thread_state::free_block;
 
 struct live_registry {
   std::mutex lock;
@@ -97,19 +83,6 @@ live_registry &registry() {
   return *r;
 }
 
-/// Marks a pooled block unusable (or usable again) for AddressSanitizer, so that
-/// a use after free is still reported while the block waits in a pool.
-void set_poisoned(void *p, std::size_t bytes, bool poisoned) noexcept {
-#if defined(KEST_ASAN)
-  if (poisoned)
-    __asan_poison_memory_region(p, bytes);
-  else
-    __asan_unpoison_memory_region(p, bytes);
-#else
-  (void)p, (void)bytes, (void)poisoned;
-#endif
-}
-
 /// Gives the thread's blocks and lookup cache back and folds its count into
 /// the finished ones at thread exit.
 struct thread_closer {
@@ -118,7 +91,7 @@ struct thread_closer {
     free_lookup_cache(std::exchange(t.lookups, nullptr));
     for (std::size_t c = 0; c < pooled_classes; ++c) {
       while (auto *block = t.heads[c]) {
-        set_poisoned(block, (c + 1) * granule, false);
+        set_poisoned(block, (c + 1) * pool_granule, false);
         t.heads[c] = block->next;
         ::operator delete(block);
       }
@@ -133,12 +106,6 @@ struct thread_closer {
   }
 };
 
-void count_live(thread_state *t, std::int64_t delta) noexcept {
-  if (t)
-    t->live.store(t->live.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
-  else
-    registry().finished.fetch_add(delta, std::memory_order_relaxed);
-}
 } // namespace
 
 void register_thread_state(thread_state &t) {
@@ -150,39 +117,11 @@ void register_thread_state(thread_state &t) {
   r.threads.push_back(&t.live);
 }
 
-void *object_value::operator new(std::size_t size) {
-  auto *t = this_thread_state();
-  count_live(t, 1);
-  const std::size_t c = (size + granule - 1) / granule - 1;
-  if (c >= pooled_classes)
-    return ::operator new(size);
-  if (t) {
-    if (auto *block = t->heads[c]) {
-      set_poisoned(block, (c + 1) * granule, false);
-      t->heads[c] = block->next;
-      --t->counts[c];
-      return block;
-    }
-  }
-  // A whole block of the class, even on a thread that is ending: any thread's
-  // pool may take it back, and then give it to any size in the class.
-  return ::operator new((c + 1) * granule);
-}
+void count_live_shared(std::int64_t delta) noexcept { registry().finished.fetch_add(delta, std::memory_order_relaxed); }
 
-void object_value::operator delete(void *p, std::size_t size) noexcept {
-  auto *t = this_thread_state();
-  count_live(t, -1);
-  const std::size_t c = (size + granule - 1) / granule - 1;
-  if (t && c < pooled_classes && t->counts[c] < pool_depth) {
-    auto *block = static_cast<free_block *>(p);
-    block->next = t->heads[c];
-    t->heads[c] = block;
-    ++t->counts[c];
-    set_poisoned(block, (c + 1) * granule, true); // a use after free still reports under AddressSanitizer
-    return;
-  }
-  ::operator delete(p);
-}
+void *object_value::operator new(std::size_t size) { return pool_allocate(size); }
+
+void object_value::operator delete(void *p, std::size_t size) noexcept { pool_free(p, size); }
 
 std::int64_t object_value::live_count() noexcept {
   auto &r = registry();

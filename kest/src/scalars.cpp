@@ -1,6 +1,7 @@
 // None, Undefined, Untyped, Boolean, Integer, Float and ByteArray.
 
 #include "builtin.hpp"
+#include "pool.hpp"
 
 #include <kest/boolean.hpp>
 #include <kest/bytearray.hpp>
@@ -45,7 +46,8 @@ object_value *const g_value_boolean_false = &s_false.value;
 
 class object_value_integer final : public object_value {
 public:
-  object_value_integer(std::uint64_t b, bool s) : bits(b), is_signed(s) {}
+  object_value_integer(std::uint64_t b, bool s) : object_value(ObjectType::Integer), bits(b), is_signed(s) {}
+  KEST_POOLED_ALLOCATION
   [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Integer; }
   [[nodiscard]] object_value_class *class_value() const noexcept override {
     return Integer::getClass().value();
@@ -56,7 +58,8 @@ public:
 
 class object_value_float final : public object_value {
 public:
-  explicit object_value_float(double v) : value(v) {}
+  explicit object_value_float(double v) : object_value(ObjectType::Float), value(v) {}
+  KEST_POOLED_ALLOCATION
   [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Float; }
   [[nodiscard]] object_value_class *class_value() const noexcept override {
     return Float::getClass().value();

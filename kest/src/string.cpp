@@ -1,6 +1,7 @@
 // `kest::String`: text of 16-bit code units with a lazily kept UTF-8 form.
 
 #include "builtin.hpp"
+#include "pool.hpp"
 
 #include <kest/bytearray.hpp>
 #include <kest/interfaces.hpp>
@@ -14,10 +15,12 @@ namespace kest {
 namespace internal {
 class object_value_string final : public object_value {
 public:
-  explicit object_value_string(std::u16string t) : text(std::move(t)) {}
+  explicit object_value_string(std::u16string t) : object_value(ObjectType::String), text(std::move(t)) {}
   struct from_utf8_tag {};
   /// Decodes straight into the object's own text.
-  object_value_string(from_utf8_tag, std::string_view encoded) : text(utf8_to_utf16(encoded)) {}
+  object_value_string(from_utf8_tag, std::string_view encoded)
+      : object_value(ObjectType::String), text(utf8_to_utf16(encoded)) {}
+  KEST_POOLED_ALLOCATION
   ~object_value_string() override { delete utf8.load(std::memory_order_acquire); }
   [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::String; }
   [[nodiscard]] object_value_class *class_value() const noexcept override {

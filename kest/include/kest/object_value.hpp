@@ -121,6 +121,8 @@ protected:
   struct immortal_tag {};
   /// For statically allocated singletons: a count that never reaches zero.
   constexpr explicit object_value(immortal_tag) noexcept : m_refs(immortal_count) {}
+  /// For a value whose kind is fixed by its class: known without asking.
+  explicit object_value(ObjectType known) noexcept : m_kind(static_cast<std::uint8_t>(known)) {}
 
 private:
   void destroy() const noexcept;
