@@ -7,6 +7,7 @@
 #include <kest/callable.hpp>
 #include <kest/hash_map.hpp>
 #include <kest/list.hpp>
+#include <kest/once.hpp>
 #include <kest/reflection.hpp>
 
 #include <fmt/format.h>
@@ -23,7 +24,7 @@ public:
   const String name;
   mutable Type type;
   const type_getter getter;
-  mutable std::once_flag resolved;
+  mutable fast_once resolved;
 };
 
 class object_value_signature final : public native_instance<&Signature::getClass> {
@@ -31,7 +32,7 @@ public:
   std::vector<Parameter> parameters;
   mutable Type result;
   type_getter result_getter = nullptr;
-  mutable std::once_flag resolved;
+  mutable fast_once resolved;
   std::size_t required = 0;
   bool variadic = false;
 };
@@ -146,7 +147,7 @@ Type Parameter::type() const {
   if (!p)
     return Type();
   if (p->getter)
-    std::call_once(p->resolved, [p] { p->type = p->getter(); });
+    p->resolved.call([p] { p->type = p->getter(); });
   return p->type;
 }
 
@@ -180,7 +181,7 @@ Type Signature::resultType() const {
   if (!s)
     return Type();
   if (s->result_getter)
-    std::call_once(s->resolved, [s] { s->result = s->result_getter(); });
+    s->resolved.call([s] { s->result = s->result_getter(); });
   return s->result;
 }
 
@@ -294,13 +295,20 @@ Any object_value_callable::context() const {
   }
   return resolve_context(stored);
 }
+void object_value_callable::set_independent(bool v) noexcept {
+  m_independent.store(v);
+  bump_class_members_epoch(); // which values the method applies to may have changed
+}
 void object_value_callable::set_context(Any context) {
   Any stored = store_context(context);
-  std::lock_guard guard(m_lock);
-  m_context.swap(stored);
-  m_declaring_class.store(context.kind() == ObjectType::Class ? static_cast<const object_value_class *>(context.get())
-                                                              : nullptr,
-                          std::memory_order_release);
+  {
+    std::lock_guard guard(m_lock);
+    m_context.swap(stored);
+    m_declaring_class.store(context.kind() == ObjectType::Class ? static_cast<const object_value_class *>(context.get())
+                                                                : nullptr,
+                            std::memory_order_release);
+  }
+  bump_class_members_epoch(); // which values the method applies to may have changed
 }
 std::vector<Any> object_value_callable::defaults() const {
   std::lock_guard guard(m_lock);
@@ -410,24 +418,12 @@ Result<None> complete_arguments(const object_value_callable *c, const I_Callable
 /// class that declares it; empty when the argument fits, or when the callable
 /// takes any value (an independent one, or one declared outside a class).
 Any receiver_mismatch(const object_value_callable *c, const Any &self) {
-  if (c->independent())
+  if (method_applies_to(*c, class_ptr_of(self)))
     return {};
-  // The common case without the lock or the weak context: the receiver's class
-  // derives from the declaring class's address. Its ancestors are alive (it
-  // holds them), so a match is the declaring class itself, as the full check finds.
-  if (const auto *declaring = c->declaring_class_address(); declaring && self.get()) {
-    const auto *actual = self.get()->class_value();
-    if (actual && actual->derives_from(declaring))
-      return {};
-  }
   const Any context = c->context();
   if (context.kind() != ObjectType::Class)
-    return {};
-  const auto *expected = static_cast<const object_value_class *>(context.get());
-  const auto *actual = class_ptr_of(self);
-  if (actual && actual->derives_from(expected))
-    return {};
-  const auto declaring = Class_Generic::unsafeFrom(context); // checked: the kind is Class
+    return {}; // the context changed meanwhile: declared outside a class now
+  const auto declaring = Class_Generic::unsafeFrom(context);
   return BadArgument(String::fromUtf8(fmt::format("The method '{}' of '{}' applies to '{}' values, not to '{}'.",
                                                   c->name().utf8View(), qualname(declaring).utf8View(),
                                                   qualname(declaring).utf8View(),
@@ -446,8 +442,30 @@ Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> 
 }
 } // namespace
 
+bool internal::method_applies_to(const object_value_callable &callable, const object_value_class *cls) noexcept {
+  if (callable.independent())
+    return true;
+  // The common case without the lock or the weak context: the class derives
+  // from the declaring class's address. Its ancestors are alive (it holds
+  // them), so a match is the declaring class itself, as the full check finds.
+  if (const auto *declaring = callable.declaring_class_address(); declaring && cls && cls->derives_from(declaring))
+    return true;
+  const Any context = callable.context();
+  if (context.kind() != ObjectType::Class)
+    return true; // declared outside a class: it takes any value
+  return cls && cls->derives_from(static_cast<const object_value_class *>(context.get()));
+}
+
 Result<Any> internal::call_exact(const object_value_callable &callable, std::span<const Any> args) {
   return invoke_guarded(&callable, args);
+}
+
+Result<Any> internal::call_exact_applicable(const object_value_callable &callable, std::span<const Any> args) {
+  try {
+    return Result<Any>(unchecked, callable.invoke(args));
+  } catch (...) {
+    return Error::fromCurrentException();
+  }
 }
 
 Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {

@@ -6,6 +6,7 @@
 #include "pyobject/type_for_class.hpp"
 
 #include <kest/callable.hpp>
+#include <kest/class.hpp>
 #include <kest/reflection.hpp>
 
 #include <new>
@@ -48,10 +49,14 @@ PyObject *wrapKestObjectLocked(const kest::Any &value) {
 }
 
 PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
+  // The caller found the method on the class of `self` in this epoch, and the
+  // member cache checked that it applies to that class.
+  const auto epoch = kest::internal::class_members_epoch();
   PyObject *last = self.method_object;
   if (last && Py_REFCNT(last) == 1) {
     auto *kept = reinterpret_cast<KestObject *>(last)->value;
     if (kept && kept->method.isSame(borrowed_method) && kept->self().isSame(self.value)) {
+      kept->applies_in_epoch = epoch;
       Py_IncRef(last); // nobody else holds it and it binds the same: it serves again
       return last;
     }
@@ -66,6 +71,7 @@ PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
   if (!object)
     return nullptr;
   object->value->method = method;
+  object->value->applies_in_epoch = epoch;
   object->value->arguments = std::make_unique<kest::Any[]>(KestValue::most_arguments + 1);
   object->value->arguments[0] = self.value;
   auto *made = reinterpret_cast<PyObject *>(object);

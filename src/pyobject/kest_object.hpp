@@ -6,6 +6,7 @@
 #include <kest/any.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace sarvode {
@@ -27,6 +28,9 @@ struct KestValue {
   /// needs neither the bound method nor a copy of the instance's handle.
   kest::Any method;
   std::unique_ptr<kest::Any[]> arguments; // `most_arguments` + 1 slots
+  /// The members epoch in which `method` was found to apply to the instance's
+  /// class: calls in the same epoch need not check the receiver again.
+  std::uint64_t applies_in_epoch = 0;
   bool calling = false;                   // the slots are in use (by a call that led to this one)
   static constexpr std::size_t most_arguments = 7;
 
@@ -57,7 +61,9 @@ kest::Any kestObjectValue(PyObject *object);
 
 /// A method object for `method` bound to the value of `self` (a new
 /// reference): the one handed out last when nobody else holds it and it binds
-/// the same method, else a new one. The caller holds the interpreter lock.
+/// the same method, else a new one. The caller holds the interpreter lock and
+/// found `method` in the member cache of the value's class in the current
+/// members epoch (so it applies to the value).
 PyObject *methodObjectFor(KestValue &self, const kest::Any &method);
 
 } // namespace sarvode

@@ -48,9 +48,12 @@ member_cache::entry member_cache::resolve(PyObject *name) const {
   } else if (auto method = cls.definedMethod(kest::meta_method_untyped(e.info, false));
              method.is<kest::I_Callable_Generic>()) {
     auto callable = method.as<kest::I_Callable_Generic>();
-    // Native methods that take the instance are called without a bound method;
-    // any other is bound the general way.
-    if (callable.kind() == kest::internal::ObjectType::Callable && !callable.isIndependent()) {
+    // Native methods that take the instance, and apply to the values of this
+    // class, are called without a bound method and without checking the
+    // receiver again; any other is bound the general way.
+    const auto *native = static_cast<const kest::internal::object_value_callable *>(callable.get());
+    if (callable.kind() == kest::internal::ObjectType::Callable && !callable.isIndependent() &&
+        kest::internal::method_applies_to(*native, m_class)) {
       e.what = meaning::method;
       e.member = callable;
     }

@@ -356,7 +356,11 @@ PyObject *call_unbound_method(KestValue &self, PyObject *args, bool &done) {
   self.calling = true;
   for (std::size_t i = 1; i < count; ++i)
     slots[i] = fromPython(PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
-  return toPythonLocked(result_unwrap_lazy(kest::internal::call_exact(*target, std::span<const kest::Any>(slots, count))));
+  const std::span<const kest::Any> arguments(slots, count);
+  auto result = self.applies_in_epoch == kest::internal::class_members_epoch()
+                    ? kest::internal::call_exact_applicable(*target, arguments)
+                    : kest::internal::call_exact(*target, arguments);
+  return toPythonLocked(result_unwrap_lazy(std::move(result)));
 }
 
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {

@@ -116,7 +116,8 @@ public:
   [[nodiscard]] std::vector<Any> defaults() const;
   void set_defaults(std::vector<Any> defaults);
   [[nodiscard]] bool independent() const noexcept { return m_independent.load(); }
-  void set_independent(bool v) noexcept { m_independent.store(v); }
+  /// Changes whether the callable takes an instance first (a new members epoch).
+  void set_independent(bool v) noexcept;
   /// The number of arguments a call takes when nothing is filled in from the
   /// defaults; -1 when the signature is variadic or missing. Read without a lock.
   [[nodiscard]] std::int64_t exact_argument_count() const noexcept {
@@ -171,6 +172,16 @@ private:
 /// Calls `callable` with exactly one argument per parameter (nothing to fill
 /// in from the defaults), checking the receiver of a method as `callWith` does.
 KEST_API Result<Any> call_exact(const object_value_callable &callable, std::span<const Any> args);
+
+/// True when `callable` may be called with a value of `cls` first: it is
+/// independent, declared outside a class, or `cls` derives from its declaring
+/// class. The answer holds until the members epoch changes.
+KEST_API bool method_applies_to(const object_value_callable &callable, const object_value_class *cls) noexcept;
+
+/// `call_exact` without the receiver check, for a caller that found the method
+/// on the receiver's class and checked `method_applies_to` in the current
+/// members epoch.
+KEST_API Result<Any> call_exact_applicable(const object_value_callable &callable, std::span<const Any> args);
 
 /// `base` with other parameters and required count; the result type is kept
 /// (unresolved if it was), unless `result` is given.
