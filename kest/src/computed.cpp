@@ -73,15 +73,6 @@ Any evaluate_computed(const Any &computed) {
 
 bool is_error_result(const Any &result) noexcept { return Error::isInstance(result); }
 
-Any result_unwrap_lazy(const Any &result) { return result_unwrap_lazy(Any(result)); }
-
-Any result_unwrap_lazy(Any &&result) {
-  Any value = std::move(result);
-  while (value.kind() == ObjectType::Computed)
-    value = evaluate_computed(value);
-  return value;
-}
-
 Error result_error_cast_source(const String &expected, const Any &source) {
   return Error(String::fromUtf8(fmt::format("Unable to cast a value of class '{}' to '{}'.",
                                             qualname(raw_class_of(source)).utf8View(), expected.utf8View())));

@@ -44,28 +44,13 @@ object_value *const g_value_not_implemented = &s_not_implemented.value;
 object_value *const g_value_boolean_true = &s_true.value;
 object_value *const g_value_boolean_false = &s_false.value;
 
-class object_value_integer final : public object_value {
-public:
-  object_value_integer(std::uint64_t b, bool s) : object_value(ObjectType::Integer), bits(b), is_signed(s) {}
-  KEST_POOLED_ALLOCATION
-  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Integer; }
-  [[nodiscard]] object_value_class *class_value() const noexcept override {
-    return Integer::getClass().value();
-  }
-  const std::uint64_t bits;
-  const bool is_signed;
-};
+object_value_class *object_value_integer::class_value() const noexcept { return Integer::getClass().value(); }
+void *object_value_integer::operator new(std::size_t size) { return pool_allocate(size); }
+void object_value_integer::operator delete(void *p, std::size_t size) noexcept { pool_free(p, size); }
 
-class object_value_float final : public object_value {
-public:
-  explicit object_value_float(double v) : object_value(ObjectType::Float), value(v) {}
-  KEST_POOLED_ALLOCATION
-  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Float; }
-  [[nodiscard]] object_value_class *class_value() const noexcept override {
-    return Float::getClass().value();
-  }
-  const double value;
-};
+object_value_class *object_value_float::class_value() const noexcept { return Float::getClass().value(); }
+void *object_value_float::operator new(std::size_t size) { return pool_allocate(size); }
+void object_value_float::operator delete(void *p, std::size_t size) noexcept { pool_free(p, size); }
 
 class object_value_bytes final : public object_value {
 public:
@@ -107,16 +92,6 @@ const object_value_integer *int_of(const Any &a) noexcept {
   return native_if<object_value_integer>(a, ObjectType::Integer);
 }
 } // namespace
-
-integer_parts internal::integer_parts_of(const Any &value) noexcept {
-  auto *i = int_of(value);
-  return i ? integer_parts{i->bits, i->is_signed} : integer_parts{0, true};
-}
-
-double internal::float_value_of(const Any &value) noexcept {
-  auto *f = native_if<object_value_float>(value, ObjectType::Float);
-  return f ? f->value : 0.0;
-}
 
 bool Integer::isSigned() const noexcept {
   auto *i = int_of(*this);

@@ -324,6 +324,28 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
 
 // --- calls and iteration --------------------------------------------------------------
 
+/// Calls `target` with the instance in `slots[0]` and the `count` - 1
+/// positional arguments of `args` put in the slots after it, which are
+/// emptied again afterwards.
+PyObject *call_in_slots(const KestValue &self, const kest::internal::object_value_callable &target, PyObject *args,
+                        kest::Any *slots, std::size_t count) {
+  struct empty_slots {
+    kest::Any *slots;
+    std::size_t count;
+    ~empty_slots() {
+      for (std::size_t i = 1; i < count; ++i)
+        slots[i].reset();
+    }
+  } release{slots, count};
+  for (std::size_t i = 1; i < count; ++i)
+    slots[i] = fromPython(PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
+  const std::span<const kest::Any> arguments(slots, count);
+  auto result = self.applies_in_epoch == kest::internal::class_members_epoch()
+                    ? kest::internal::call_exact_applicable(target, arguments)
+                    : kest::internal::call_exact(target, arguments);
+  return toPythonLocked(result_unwrap_lazy(std::move(result)));
+}
+
 /// Calls the method that a method object stands for with the positional
 /// arguments in `args`, the instance first; null without an error (and `done`
 /// false) when the call needs the bound method (defaults to fill in, many arguments).
@@ -334,33 +356,19 @@ PyObject *call_unbound_method(KestValue &self, PyObject *args, bool &done) {
   if (!done)
     return nullptr;
   const auto count = static_cast<std::size_t>(n) + 1;
-  // The object's own slots, unless a call of it is running already (the method
-  // led to calling it again): then slots on the stack.
-  std::array<kest::Any, KestValue::most_arguments + 1> spare;
-  const bool own = !self.calling;
-  kest::Any *slots = own ? self.arguments.get() : spare.data();
-  if (!own)
+  if (self.calling) {
+    // A call of this method object is running already (the method led to
+    // calling it again): slots on the stack.
+    std::array<kest::Any, KestValue::most_arguments + 1> spare;
     spare[0] = self.self();
-  struct release_arguments {
+    return call_in_slots(self, *target, args, spare.data(), count);
+  }
+  struct end_call {
     KestValue &self;
-    kest::Any *slots;
-    std::size_t count;
-    bool own;
-    ~release_arguments() {
-      for (std::size_t i = 1; i < count; ++i)
-        slots[i].reset();
-      if (own)
-        self.calling = false;
-    }
-  } release{self, slots, count, own};
+    ~end_call() { self.calling = false; }
+  } end{self};
   self.calling = true;
-  for (std::size_t i = 1; i < count; ++i)
-    slots[i] = fromPython(PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
-  const std::span<const kest::Any> arguments(slots, count);
-  auto result = self.applies_in_epoch == kest::internal::class_members_epoch()
-                    ? kest::internal::call_exact_applicable(*target, arguments)
-                    : kest::internal::call_exact(*target, arguments);
-  return toPythonLocked(result_unwrap_lazy(std::move(result)));
+  return call_in_slots(self, *target, args, self.arguments.get(), count);
 }
 
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {

@@ -40,9 +40,15 @@ namespace internal {
 /// True when the result holds an error (a computed value is not evaluated).
 KEST_API bool is_error_result(const Any &result) noexcept;
 /// Evaluates computed values (repeatedly, if one yields another) and returns the value.
-KEST_API Any result_unwrap_lazy(const Any &result);
+inline Any result_unwrap_lazy(Any &&result);
+inline Any result_unwrap_lazy(const Any &result) { return result_unwrap_lazy(Any(result)); }
 /// The same for a result that is not needed afterwards: no copy.
-KEST_API Any result_unwrap_lazy(Any &&result);
+inline Any result_unwrap_lazy(Any &&result) {
+  Any value = std::move(result);
+  while (value.kind() == ObjectType::Computed) [[unlikely]]
+    value = evaluate_computed(value);
+  return value;
+}
 /// The error for a value that is not of the class the caller needed.
 KEST_API Error result_error_cast_source(const String &expected, const Any &source);
 /// The error used when a failure carries no error of its own.

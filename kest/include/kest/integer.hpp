@@ -3,6 +3,7 @@
 
 #include <kest/union.hpp>
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kest {
@@ -23,13 +24,32 @@ class KEST_API Integer : public Any {
 };
 
 namespace internal {
+/// The object behind an Integer. Its layout is public so that reading a value
+/// is inline; its blocks come from the library's per-thread pool.
+class KEST_API object_value_integer final : public object_value {
+public:
+  object_value_integer(std::uint64_t b, bool s) noexcept : object_value(ObjectType::Integer), bits(b), is_signed(s) {}
+  [[nodiscard]] ObjectType kind() const noexcept override { return ObjectType::Integer; }
+  [[nodiscard]] object_value_class *class_value() const noexcept override;
+  static void *operator new(std::size_t size);
+  static void operator delete(void *p, std::size_t size) noexcept;
+
+  const std::uint64_t bits;
+  const bool is_signed;
+};
+
 /// The parts of an Integer, read without making a handle; zero and signed for
 /// any other value.
 struct integer_parts {
   std::uint64_t bits;
   bool is_signed;
 };
-KEST_API integer_parts integer_parts_of(const Any &value) noexcept;
+inline integer_parts integer_parts_of(const Any &value) noexcept {
+  if (value.kind() != ObjectType::Integer)
+    return {0, true};
+  const auto *i = static_cast<const object_value_integer *>(value.get());
+  return {i->bits, i->is_signed};
+}
 } // namespace internal
 
 } // namespace kest
