@@ -251,3 +251,49 @@ TEST_F(MemberFastPaths, EightThreadsCallOneObjectAtOnce) {
   py::gil lock;
   globals = py::object();
 }
+
+TEST_F(MemberFastPaths, AMethodOfAnotherClassRefusesTheReceiverOnEveryCall) {
+  auto owner = counter_class("Owner");
+  auto borrower = declare_class({S("Borrower"), B::module_entry(S(module_name)),
+                                 B::field_entry(S("count"), 0, &kest::Integer::getType)});
+  auto bump = owner.definedMethod(kest::meta_method_untyped("bump")).as<kest::I_Callable_Generic>();
+  borrower->add_method(kest::meta_method_untyped("bump"), bump);
+  auto b = counter(borrower);
+  const auto refusal = kest::internal::result_unwrap_lazy(bump.callWith({b, kest::Integer(1)}));
+  ASSERT_TRUE(kest::Error::isInstance(refusal));
+  const auto expected = kest::Error::unsafeFrom(refusal).message().toUtf8();
+  py::gil lock;
+  py_namespace ns;
+  ns.set("b", b);
+  ns.set("a", counter(owner));
+  auto host_message = [&ns](const std::string &call) {
+    EXPECT_TRUE(ns.run("try:\n    " + call + "\n    message = None\nexcept Exception as e:\n    message = e.kest.message\n"));
+    return ns.text("message");
+  };
+  for (int i = 0; i < 3; ++i) { // the first look and the remembered ones agree
+    EXPECT_EQ(host_message("b.bump(1)"), expected);
+    EXPECT_EQ(ns.text("a.bump(1)"), std::to_string(i + 1));
+  }
+  EXPECT_EQ(shown(field_of(b, "count")), "0");
+}
+
+TEST_F(MemberFastPaths, AMethodObjectHeldAcrossAChangeOfItsClassChecksItsReceiverAgain) {
+  auto owner = counter_class("Mover");
+  auto other = declare_class({S("Destination"), B::module_entry(S(module_name)),
+                              B::field_entry(S("count"), 0, &kest::Integer::getType)});
+  auto bump = owner.definedMethod(kest::meta_method_untyped("bump")).as<kest::I_Callable_Generic>();
+  py::gil lock;
+  py_namespace ns;
+  ns.set("a", counter(owner));
+  ASSERT_TRUE(ns.run("held = a.bump"));
+  EXPECT_EQ(ns.text("held(2)"), "2");
+  // The method now belongs to another class: the instance it was bound to is
+  // no longer one it applies to.
+  bump.setDeclaringContext(other);
+  EXPECT_TRUE(ns.run("try:\n    held(1)\n    message = None\nexcept Exception as e:\n    message = e.kest.message\n"));
+  EXPECT_NE(ns.text("message"), "None");
+  EXPECT_NE(ns.text("message").find("applies to"), std::string::npos);
+  bump.setDeclaringContext(owner);
+  EXPECT_EQ(ns.text("held(3)"), "5");
+  EXPECT_EQ(ns.text("a.bump(1)"), "6");
+}
