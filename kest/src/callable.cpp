@@ -435,7 +435,10 @@ Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> 
     if (auto mismatch = receiver_mismatch(c, args[0]))
       return Error::unsafeFrom(mismatch);
   try {
-    return Result<Any>(unchecked, c->invoke(args));
+    Any result = c->invoke(args);
+    if (result.empty())
+      result = None();
+    return Result<Any>(unchecked, std::move(result));
   } catch (...) {
     return Error::fromCurrentException();
   }

@@ -22,6 +22,21 @@ void member_cache::forget_all() {
   m_used = 0;
 }
 
+namespace {
+/// The getter of `property` when reading it means calling a native method
+/// with the value alone and that method applies to the values of `cls`.
+const kest::internal::object_value_callable *applicable_getter(const kest::Property &property,
+                                                               const kest::internal::object_value_class *cls) {
+  if (property.isValueProperty())
+    return nullptr;
+  const auto getter = property.getter();
+  if (getter.kind() != kest::internal::ObjectType::Callable || getter.isIndependent())
+    return nullptr;
+  const auto *native = static_cast<const kest::internal::object_value_callable *>(getter.get());
+  return kest::internal::method_applies_to(*native, cls) ? native : nullptr;
+}
+} // namespace
+
 member_cache::entry member_cache::resolve(PyObject *name) const {
   entry e;
   Py_ssize_t size = 0;
@@ -42,6 +57,7 @@ member_cache::entry member_cache::resolve(PyObject *name) const {
   if (auto property = cls.definedProperty(property_name); property.is<kest::Property>()) {
     e.what = meaning::property;
     e.member = property.as<kest::Property>();
+    e.getter = applicable_getter(property.as<kest::Property>(), m_class);
   } else if (auto field = cls.definedField(kest::meta_field_untyped(e.info, false)); field.is<kest::Field>()) {
     e.what = meaning::field;
     e.member = field.as<kest::Field>();

@@ -4,6 +4,7 @@
 
 #include "runtime/python.hpp"
 
+#include <kest/callable.hpp>
 #include <kest/class.hpp>
 
 #include <array>
@@ -31,6 +32,10 @@ public:
     meaning what = meaning::general;
     kest::Any member; // the Property, Field or callable
     const kest::internal::name_info *info = nullptr;
+    /// For a property whose getter is a native method that applies to the
+    /// class: the getter (borrowed: the property keeps it, and the class the
+    /// property), called with the value alone and without checking it again.
+    const kest::internal::object_value_callable *getter = nullptr;
   };
 
   /// A cache for a class; `cls` must stay alive as long as the cache (the type cache keeps both).

@@ -201,9 +201,13 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
       const auto what = entry->what;
       const auto *member = entry->member.get();
       const auto *info = entry->info;
+      const auto *getter = entry->getter;
       return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
         switch (what) {
         case member_cache::meaning::property:
+          if (getter && getter->exact_argument_count() == 1) // nothing to fill in from defaults
+            return toPythonLocked(result_unwrap_lazy(
+                kest::internal::call_exact_applicable(*getter, std::span<const kest::Any>(&object->value, 1))));
           return toPythonLocked(result_unwrap_lazy(kest::internal::property_get(member, object->value)));
         case member_cache::meaning::field:
           return toPythonLocked(result_unwrap_lazy(object->value.fieldValue(kest::meta_field_untyped(info, false))));

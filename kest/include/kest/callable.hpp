@@ -101,6 +101,7 @@ public:
   [[nodiscard]] object_value_class *class_value() const noexcept override;
 
   /// Runs the call; `args` already has one value per parameter (defaults filled).
+  /// An empty result stands for None (`callWith` gives None itself).
   virtual Any invoke(std::span<const Any> args) const = 0;
 
   [[nodiscard]] Signature signature() const;
@@ -180,7 +181,8 @@ KEST_API bool method_applies_to(const object_value_callable &callable, const obj
 
 /// `call_exact` without the receiver check, for a caller that found the method
 /// on the receiver's class and checked `method_applies_to` in the current
-/// members epoch.
+/// members epoch. A result of None may come back as an empty value, which
+/// spares the shared None object's count a write on every call.
 KEST_API Result<Any> call_exact_applicable(const object_value_callable &callable, std::span<const Any> args);
 
 /// `base` with other parameters and required count; the result type is kept

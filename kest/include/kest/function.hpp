@@ -5,7 +5,8 @@
 /// that does not fit (another class, or an integer outside the range of `T`)
 /// gives a `BadArgument` error naming the parameter instead of a call; nothing
 /// is ever converted to a default. The result is converted with
-/// `result_traits<R>`; `void` gives None.
+/// `result_traits<R>`; `void` gives None (an empty result, which every caller
+/// but `call_exact_applicable` turns into the None object).
 
 #include <kest/boolean.hpp>
 #include <kest/callable.hpp>
@@ -171,7 +172,7 @@ Any invoke_typed(const object_value_callable &self, const F &f, std::span<const 
   using R = std::invoke_result_t<const F &, std::tuple_element_t<I, Args>...>;
   if constexpr (std::is_void_v<R>) {
     f(arg_traits<std::tuple_element_t<I, Args>>::from(args[I])...);
-    return None();
+    return Any();
   } else {
     return result_traits<std::decay_t<R>>::to_any(
         f(arg_traits<std::tuple_element_t<I, Args>>::from(args[I])...));
