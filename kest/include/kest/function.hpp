@@ -179,21 +179,36 @@ Any invoke_typed(const object_value_callable &self, const F &f, std::span<const 
   }
 }
 
+/// A native callable over a typed C++ function: a call converts the arguments
+/// and runs the function, with nothing in between (no std::function).
+template <class F> class object_value_typed_callable final : public object_value_callable {
+  using traits = function_traits<F>;
+  using Args = typename traits::args;
+
+public:
+  object_value_typed_callable(F f, Signature signature, bool independent)
+      : object_value_callable(std::move(signature), independent), m_function(std::move(f)) {}
+  Any invoke(std::span<const Any> args) const override {
+    return invoke_typed<F, Args>(*this, m_function, args, std::make_index_sequence<traits::arity>());
+  }
+
+private:
+  F m_function;
+};
+
 } // namespace internal
 
 /// A host callable over a typed C++ function. `independent` is false for a
 /// method whose first parameter is the instance.
 template <class F> I_Callable_Generic make_function(F f, bool independent = true) {
-  using traits = internal::function_traits<std::decay_t<F>>;
+  using D = std::decay_t<F>;
+  using traits = internal::function_traits<D>;
   using Args = typename traits::args;
   using R = std::decay_t<typename traits::result>;
   constexpr auto seq = std::make_index_sequence<traits::arity>();
   Signature sig(internal::parameters_of<Args>(seq), &internal::result_traits<R>::type, traits::arity);
-  return internal::make_callable(
-      [f = std::move(f)](const internal::object_value_callable &self, std::span<const Any> args) -> Any {
-        return internal::invoke_typed<F, Args>(self, f, args, std::make_index_sequence<traits::arity>());
-      },
-      std::move(sig), independent);
+  return I_Callable_Generic(internal::unchecked,
+                            Any(new internal::object_value_typed_callable<D>(std::move(f), std::move(sig), independent)));
 }
 
 /// A method: the first parameter receives the instance.
