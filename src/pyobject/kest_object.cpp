@@ -6,7 +6,6 @@
 #include "pyobject/type_for_class.hpp"
 
 #include <kest/callable.hpp>
-#include <kest/class.hpp>
 #include <kest/reflection.hpp>
 
 #include <new>
@@ -48,10 +47,7 @@ PyObject *wrapKestObjectLocked(const kest::Any &value) {
   return reinterpret_cast<PyObject *>(object);
 }
 
-PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method) {
-  // The caller found the method on the class of `self` in this epoch, and the
-  // member cache checked that it applies to that class.
-  const auto epoch = kest::internal::class_members_epoch();
+PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method, std::uint64_t epoch) {
   PyObject *last = self.method_object;
   if (last && Py_REFCNT(last) == 1) {
     auto *kept = reinterpret_cast<KestObject *>(last)->value;

@@ -62,8 +62,8 @@ kest::Any kestObjectValue(PyObject *object);
 /// A method object for `method` bound to the value of `self` (a new
 /// reference): the one handed out last when nobody else holds it and it binds
 /// the same method, else a new one. The caller holds the interpreter lock and
-/// found `method` in the member cache of the value's class in the current
-/// members epoch (so it applies to the value).
-PyObject *methodObjectFor(KestValue &self, const kest::Any &method);
+/// found `method` in the member cache of the value's class, which checked in
+/// members epoch `epoch` that it applies to the value.
+PyObject *methodObjectFor(KestValue &self, const kest::Any &method, std::uint64_t epoch);
 
 } // namespace sarvode

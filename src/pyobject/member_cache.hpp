@@ -54,6 +54,9 @@ public:
     return find_slow(name);
   }
 
+  /// The members epoch that the entries `find` gives were resolved in.
+  [[nodiscard]] std::uint64_t epoch() const noexcept { return m_epoch; }
+
 private:
   const entry *find_slow(PyObject *name);
   void forget_all();

@@ -201,6 +201,7 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
       const auto what = entry->what;
       const auto *member = entry->member.get();
       const auto *info = entry->info;
+      const auto epoch = object->members->epoch();
       const auto *getter = entry->getter;
       return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
         switch (what) {
@@ -212,7 +213,7 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
         case member_cache::meaning::field:
           return toPythonLocked(result_unwrap_lazy(object->value.fieldValue(kest::meta_field_untyped(info, false))));
         case member_cache::meaning::method:
-          return methodObjectFor(*object, entry->member); // copies what it keeps before it may run Python
+          return methodObjectFor(*object, entry->member, epoch); // copies what it keeps before it may run Python
         case member_cache::meaning::general:
           break;
         }
