@@ -53,13 +53,6 @@ weak_control *object_value::weak_block() const {
   return w;
 }
 
-void object_value::destroy() const noexcept {
-  // A weak reference may be upgrading right now: it only succeeds through
-  // try_add_ref, which cannot revive a count that reached zero, so clearing
-  // the target in the destructor is enough.
-  delete this;
-}
-
 // --- allocation --------------------------------------------------------------
 //
 // Host scalars are made and dropped at a high rate (every integer that crosses

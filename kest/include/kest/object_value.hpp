@@ -125,7 +125,13 @@ protected:
   explicit object_value(ObjectType known) noexcept : m_kind(static_cast<std::uint8_t>(known)) {}
 
 private:
-  void destroy() const noexcept;
+  void destroy() const noexcept {
+    // A weak reference may be upgrading right now: it only succeeds through
+    // try_add_ref, which cannot revive a count that reached zero, so clearing
+    // the target in the destructor is enough. The deleting destructor frees
+    // through the class's own operator delete.
+    delete this;
+  }
 
   static constexpr std::uint8_t unknown_kind = 0xFF;
 
