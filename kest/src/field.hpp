@@ -47,7 +47,7 @@ inline object_value_field *field_object(const Any &a) noexcept {
              : nullptr;
 }
 inline const object_value_field *field_object(const object_value *p) noexcept {
-  return p && p->kind() == ObjectType::Instance && p->class_value() == Field::getClass().value()
+  return p && p->known_kind() == ObjectType::Instance && p->class_value() == Field::getClass().value()
              ? static_cast<const object_value_field *>(p)
              : nullptr;
 }

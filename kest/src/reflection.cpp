@@ -292,6 +292,10 @@ Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
 }
 
 Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value) const {
+  return setFieldValue(name, Any(value));
+}
+
+Result<None> Any::setFieldValue(const meta_field_untyped &name, Any &&value) const {
   auto *inst = instance_of(*this);
   const auto *field = inst ? field_object(inst->class_value()->lookup_field(name.info())) : nullptr;
   if (!field)
@@ -299,16 +303,17 @@ Result<None> Any::setFieldValue(const meta_field_untyped &name, const Any &value
   const auto index = field->index.load(std::memory_order_relaxed);
   if (index >= inst->field_count()) // the write would be lost
     return missing_slot_error(name, *this);
-  Any stored = value;
+  Any stored = std::move(value);
   // An integer widens to a float field; nothing else is converted.
-  if (value.kind() == ObjectType::Integer && field->resolved_type().get() == Float::getClass().get())
-    stored = Float(Integer::unsafeFrom(value).isSigned() ? static_cast<double>(Integer::unsafeFrom(value).value())
-                                                          : static_cast<double>(Integer::unsafeFrom(value).unsignedValue()));
-  if (stored && !field->accepts(stored))
+  if (stored.kind() == ObjectType::Integer && field->resolved_type().get() == Float::getClass().get()) {
+    const auto i = integer_parts_of(stored);
+    stored = Float(i.is_signed ? static_cast<double>(static_cast<std::int64_t>(i.bits)) : static_cast<double>(i.bits));
+  }
+  if (stored && !field->accepts(stored)) // not widened: `stored` is the value given
     return BadArgument(String::fromUtf8(fmt::format("The field '{}' takes '{}', not '{}'.", name.utf8(),
                                                     field->resolved_type().name().utf8View(),
-                                                    qualname(raw_class_of(value)).utf8View())));
-  Any old = inst->exchange_field(index, stored); // released here, outside the lock
+                                                    qualname(raw_class_of(stored)).utf8View())));
+  Any old = inst->exchange_field(index, std::move(stored)); // released here, outside the lock
   return None();
 }
 

@@ -89,6 +89,8 @@ public:
   [[nodiscard]] Result<Any> fieldValue(const meta_field_untyped &name) const;
   /// Writes an instance field (guarded by the instance's lock).
   Result<None> setFieldValue(const meta_field_untyped &name, const Any &value) const;
+  /// The same for a value not needed afterwards: it is moved into the field.
+  Result<None> setFieldValue(const meta_field_untyped &name, Any &&value) const;
 
   /// Value equality through the host comparison.
   friend KEST_API bool operator==(const Any &a, const Any &b);
