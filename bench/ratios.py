@@ -49,26 +49,28 @@ def operations(name):
     return 100_000
 
 
-def medians(paths):
+def medians(path):
     found = {}
-    for path in paths:
-        with open(path) as f:
-            for row in json.load(f)["benchmarks"]:
-                if row.get("aggregate_name") == "median" and not row.get("error_occurred"):
-                    scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[row.get("time_unit", "ns")]
-                    found[row["run_name"]] = row["real_time"] * scale
+    with open(path) as f:
+        for row in json.load(f)["benchmarks"]:
+            if row.get("aggregate_name") == "median" and not row.get("error_occurred"):
+                scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[row.get("time_unit", "ns")]
+                found[row["run_name"]] = row["real_time"] * scale
     return found
 
 
 def main(paths):
-    times = medians(paths)
+    # A row is compared with its baseline from the same program only: two
+    # programs may use one name for different loops.
     print("| row | ns per operation | baseline | ns per operation | ratio |")
     print("|---|---:|---|---:|---:|")
-    for row, base in PAIRS:
-        if row in times and base in times:
-            a = times[row] / operations(row)
-            b = times[base] / operations(base)
-            print(f"| {row} | {a:.1f} | {base} | {b:.1f} | {a / b:.2f}x |")
+    for path in paths:
+        times = medians(path)
+        for row, base in PAIRS:
+            if row in times and base in times:
+                a = times[row] / operations(row)
+                b = times[base] / operations(base)
+                print(f"| {row} | {a:.1f} | {base} | {b:.1f} | {a / b:.2f}x |")
 
 
 if __name__ == "__main__":
