@@ -112,6 +112,18 @@ kest::Any wrap(PyObject *object) {
 }
 } // namespace
 
+void fromPythonInto(kest::Any &slot, PyObject *object) {
+  if (object && PyLong_CheckExact(object)) {
+    const long long value = PyLong_AsLongLong(object);
+    if (value == -1 && PyErr_Occurred())
+      slot = error_or(u"Unable to convert Python integer to int64.");
+    else
+      kest::internal::assign_integer(slot, static_cast<std::int64_t>(value));
+    return;
+  }
+  slot = fromPython(object);
+}
+
 kest::Any fromPython(PyObject *object) {
   // 1. Nothing (checked first: the tests below read the object's type).
   if (!object || object == Py_None)

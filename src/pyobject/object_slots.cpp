@@ -331,7 +331,8 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
 
 /// Calls `target` with the instance in `slots[0]` and the `count` - 1
 /// positional arguments of `args` put in the slots after it, which are
-/// emptied again afterwards.
+/// emptied again afterwards, but for Integers that only the slots hold: the
+/// next call refills them instead of making new ones.
 PyObject *call_in_slots(const KestValue &self, const kest::internal::object_value_callable &target, PyObject *args,
                         kest::Any *slots, std::size_t count) {
   struct empty_slots {
@@ -339,11 +340,12 @@ PyObject *call_in_slots(const KestValue &self, const kest::internal::object_valu
     std::size_t count;
     ~empty_slots() {
       for (std::size_t i = 1; i < count; ++i)
-        slots[i].reset();
+        if (slots[i].kind() != kest::internal::ObjectType::Integer || !slots[i].get()->only_reference())
+          slots[i].reset();
     }
   } release{slots, count};
   for (std::size_t i = 1; i < count; ++i)
-    slots[i] = fromPython(PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
+    fromPythonInto(slots[i], PyTuple_GetItem(args, static_cast<Py_ssize_t>(i) - 1));
   const std::span<const kest::Any> arguments(slots, count);
   auto result = self.applies_in_epoch == kest::internal::class_members_epoch()
                     ? kest::internal::call_exact_applicable(target, arguments)

@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -296,4 +297,44 @@ TEST_F(MemberFastPaths, AMethodObjectHeldAcrossAChangeOfItsClassChecksItsReceive
   bump.setDeclaringContext(owner);
   EXPECT_EQ(ns.text("held(3)"), "5");
   EXPECT_EQ(ns.text("a.bump(1)"), "6");
+}
+
+TEST_F(MemberFastPaths, IntegersAMethodKeepsAreNeverChangedByLaterCalls) {
+  auto kept = std::make_shared<std::vector<kest::Any>>();
+  auto watched = std::make_shared<std::vector<kest::WeakReference>>();
+  auto cls = declare_class({S("Keeper"), B::module_entry(S(module_name)),
+                            method_entry("keep", kest::make_method([kept](kest::Any, kest::Any n) {
+                              kept->push_back(n);
+                              return std::int64_t{0};
+                            }),
+                                         "n"),
+                            method_entry("watch", kest::make_method([watched](kest::Any, kest::Any n) {
+                              watched->emplace_back(n);
+                              return std::int64_t{0};
+                            }),
+                                         "n"),
+                            method_entry("twice", kest::make_method([](kest::Any, std::int64_t n) { return 2 * n; }),
+                                         "n")});
+  py::gil lock;
+  py_namespace ns;
+  ns.set("k", make_instance(cls));
+  ASSERT_TRUE(ns.run("results = []\n"
+                     "for i in range(5):\n"
+                     "    k.keep(i * 10)\n"
+                     "    k.watch(i * 100)\n"
+                     "    results.append(k.twice(i))\n"));
+  EXPECT_EQ(ns.text("results"), "[0, 2, 4, 6, 8]");
+  ASSERT_EQ(kept->size(), 5u);
+  for (std::size_t i = 0; i < kept->size(); ++i)
+    EXPECT_EQ(shown((*kept)[i]), std::to_string(i * 10));
+  ASSERT_EQ(watched->size(), 5u);
+  for (std::size_t i = 0; i < watched->size(); ++i) {
+    // A weakly watched argument is gone or still its own value, never a later one.
+    auto target = kest::internal::weak_ref_builtin::resolve((*watched)[i]);
+    EXPECT_TRUE(target.empty() || shown(target) == std::to_string(i * 100));
+  }
+  // Too large for the host's integers: an error, and the next call is right again.
+  EXPECT_TRUE(ns.run("try:\n    k.twice(2 ** 70)\n    big = 'no error'\nexcept Exception as e:\n    big = 'error'\n"));
+  EXPECT_EQ(ns.text("big"), "error");
+  EXPECT_EQ(ns.text("k.twice(21)"), "42");
 }

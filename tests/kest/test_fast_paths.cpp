@@ -227,3 +227,39 @@ TEST(FastPathsDeathTest, AReadOfAPooledBlockIsReported) {
       "use-after-poison");
 }
 #endif
+
+TEST(FastPaths, AnIntegerOnlyItsSlotHoldsTakesANewValueInPlace) {
+  Any slot = Integer(1);
+  const auto *first = slot.get();
+  internal::assign_integer(slot, -5);
+  EXPECT_EQ(slot.get(), first); // nobody else could see it
+  EXPECT_EQ(Integer::unsafeFrom(slot).value(), -5);
+  EXPECT_TRUE(Integer::unsafeFrom(slot).isSigned());
+  // An unsigned Integer refilled becomes a signed one.
+  Any unsigned_slot = Integer::fromUnsigned(~0ull);
+  internal::assign_integer(unsigned_slot, 3);
+  EXPECT_TRUE(Integer::unsafeFrom(unsigned_slot).isSigned());
+  EXPECT_EQ(Integer::unsafeFrom(unsigned_slot).value(), 3);
+}
+
+TEST(FastPaths, AnIntegerSomebodyElseHoldsOrWeaklyRefersToIsNeverChanged) {
+  Any slot = Integer(7);
+  const Any kept = slot; // another reference
+  internal::assign_integer(slot, 8);
+  EXPECT_FALSE(slot.isSame(kept));
+  EXPECT_EQ(Integer::unsafeFrom(kept).value(), 7);
+  EXPECT_EQ(Integer::unsafeFrom(slot).value(), 8);
+
+  Any watched = Integer(9);
+  const WeakReference weak(watched);
+  internal::assign_integer(watched, 10);
+  EXPECT_EQ(Integer::unsafeFrom(watched).value(), 10);
+  // The weak reference still sees 9 or nothing, never the new value.
+  const auto target = internal::weak_ref_builtin::resolve(weak);
+  EXPECT_TRUE(target.empty() || Integer::unsafeFrom(target).value() == 9);
+  EXPECT_FALSE(target.isSame(watched));
+
+  Any other = String(u"not an integer");
+  internal::assign_integer(other, 11);
+  EXPECT_EQ(Integer::unsafeFrom(other).value(), 11);
+}

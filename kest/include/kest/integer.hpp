@@ -34,9 +34,25 @@ public:
   static void *operator new(std::size_t size);
   static void operator delete(void *p, std::size_t size) noexcept;
 
-  const std::uint64_t bits;
-  const bool is_signed;
+  // Never changed while anybody else can see the object (see assign_integer).
+  std::uint64_t bits;
+  bool is_signed;
 };
+
+/// Makes `slot` hold the signed Integer `value`. When `slot` holds the only
+/// reference to an Integer and no weak reference to it exists, nobody else can
+/// see that object, and it takes the new value as if it had been freed and
+/// made again; otherwise a new Integer is made. For callers that refill the
+/// same argument slots call after call.
+inline void assign_integer(Any &slot, std::int64_t value) {
+  if (slot.kind() == ObjectType::Integer && slot.get()->only_reference()) {
+    auto *kept = static_cast<object_value_integer *>(slot.get());
+    kept->bits = static_cast<std::uint64_t>(value);
+    kept->is_signed = true;
+    return;
+  }
+  slot = Integer(value);
+}
 
 /// The parts of an Integer, read without making a handle; zero and signed for
 /// any other value.

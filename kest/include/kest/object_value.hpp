@@ -99,6 +99,11 @@ public:
   [[nodiscard]] std::uint32_t ref_count() const noexcept {
     return m_refs.load(std::memory_order_relaxed);
   }
+  /// True when the caller's reference is the only one and no weak reference
+  /// exists: nobody else can see the object.
+  [[nodiscard]] bool only_reference() const noexcept {
+    return m_refs.load(std::memory_order_acquire) == 1 && !m_weak.load(std::memory_order_acquire);
+  }
   /// Keeps the object alive for the rest of the process (shared singletons),
   /// and stops counting its references.
   void make_immortal() noexcept { m_refs.store(pinned_count, std::memory_order_relaxed); }
