@@ -434,14 +434,10 @@ Result<Any> invoke_guarded(const object_value_callable *c, std::span<const Any> 
   if (!args.empty())
     if (auto mismatch = receiver_mismatch(c, args[0]))
       return Error::unsafeFrom(mismatch);
-  try {
-    Any result = c->invoke(args);
-    if (result.empty())
-      result = None();
-    return Result<Any>(unchecked, std::move(result));
-  } catch (...) {
-    return Error::fromCurrentException();
-  }
+  auto result = call_exact_applicable(*c, args);
+  if (result.empty()) // a function without a result gives None to every host caller
+    return Result<Any>(unchecked, Any(None()));
+  return result;
 }
 } // namespace
 

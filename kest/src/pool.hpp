@@ -1,8 +1,8 @@
 #pragma once
 // The per-thread pool of small object blocks, inline so that the classes made
 // at the highest rate (integers, floats, strings) allocate and free without a
-// call: `KEST_POOLED_ALLOCATION` gives a class its own operator new and delete
-// over the same pool that object_value's operators use.
+// call: their own operator new and delete (`KEST_POOLED_ALLOCATION` inside a
+// class of the library's sources) use the pool directly, as object_value's do.
 
 #include "thread_state.hpp"
 

@@ -110,18 +110,23 @@ kest::Any wrap(PyObject *object) {
   PyErr_Clear();
   return newCPythonObject(object);
 }
+
+/// An exact int into `slot`: an Integer (refilling one that only the slot
+/// holds), or the error for an int beyond 64 bits.
+void int_into(kest::Any &slot, PyObject *exact_int) {
+  const long long value = PyLong_AsLongLong(exact_int);
+  if (value == -1 && PyErr_Occurred())
+    slot = error_or(u"Unable to convert Python integer to int64.");
+  else
+    kest::internal::assign_integer(slot, static_cast<std::int64_t>(value));
+}
 } // namespace
 
 void fromPythonInto(kest::Any &slot, PyObject *object) {
-  if (object && PyLong_CheckExact(object)) {
-    const long long value = PyLong_AsLongLong(object);
-    if (value == -1 && PyErr_Occurred())
-      slot = error_or(u"Unable to convert Python integer to int64.");
-    else
-      kest::internal::assign_integer(slot, static_cast<std::int64_t>(value));
-    return;
-  }
-  slot = fromPython(object);
+  if (object && PyLong_CheckExact(object))
+    int_into(slot, object);
+  else
+    slot = fromPython(object);
 }
 
 kest::Any fromPython(PyObject *object) {
@@ -131,10 +136,9 @@ kest::Any fromPython(PyObject *object) {
   // Exact ints and strs can match no other test (they are no bool, bytes,
   // Decimal, float, exception, type or callable): decide them at once.
   if (PyLong_CheckExact(object)) {
-    const long long value = PyLong_AsLongLong(object);
-    if (value == -1 && PyErr_Occurred())
-      return error_or(u"Unable to convert Python integer to int64.");
-    return kest::Integer(static_cast<std::int64_t>(value));
+    kest::Any value;
+    int_into(value, object);
+    return value;
   }
   if (PyUnicode_CheckExact(object)) {
     Py_ssize_t size = 0;
