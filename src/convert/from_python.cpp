@@ -111,22 +111,23 @@ kest::Any wrap(PyObject *object) {
   return newCPythonObject(object);
 }
 
-/// An exact int into `slot`: an Integer (refilling one that only the slot
-/// holds), or the error for an int beyond 64 bits.
-void int_into(kest::Any &slot, PyObject *exact_int) {
-  const long long value = PyLong_AsLongLong(exact_int);
-  if (value == -1 && PyErr_Occurred())
-    slot = error_or(u"Unable to convert Python integer to int64.");
-  else
-    kest::internal::assign_integer(slot, static_cast<std::int64_t>(value));
+/// Reads an exact int; false, with the Python error pending, for an int beyond 64 bits.
+bool int64_of(PyObject *exact_int, std::int64_t &value) {
+  const long long read = PyLong_AsLongLong(exact_int);
+  value = static_cast<std::int64_t>(read);
+  return !(read == -1 && PyErr_Occurred());
 }
+constexpr const char16_t *int_out_of_range = u"Unable to convert Python integer to int64.";
 } // namespace
 
 void fromPythonInto(kest::Any &slot, PyObject *object) {
-  if (object && PyLong_CheckExact(object))
-    int_into(slot, object);
-  else
+  std::int64_t value = 0;
+  if (!object || !PyLong_CheckExact(object))
     slot = fromPython(object);
+  else if (int64_of(object, value))
+    kest::internal::assign_integer(slot, value);
+  else
+    slot = error_or(int_out_of_range);
 }
 
 kest::Any fromPython(PyObject *object) {
@@ -136,9 +137,10 @@ kest::Any fromPython(PyObject *object) {
   // Exact ints and strs can match no other test (they are no bool, bytes,
   // Decimal, float, exception, type or callable): decide them at once.
   if (PyLong_CheckExact(object)) {
-    kest::Any value;
-    int_into(value, object);
-    return value;
+    std::int64_t value = 0;
+    if (!int64_of(object, value))
+      return error_or(int_out_of_range);
+    return kest::Integer(value);
   }
   if (PyUnicode_CheckExact(object)) {
     Py_ssize_t size = 0;
