@@ -45,7 +45,7 @@ int evaluate_and_show(const kest::I_Language &language, const std::string &code,
     }
     if (auto status = sarvode::requested_exit(std::cerr, kest::Error::unsafeFrom(value)))
       return *status;
-    sarvode::print_error(std::cerr, "<string>", kest::Error::unsafeFrom(value));
+    sarvode::print_error_and_stack(std::cerr, "<string>", kest::Error::unsafeFrom(value));
     return 1;
   }
   return sarvode::show_value(language, options, value);

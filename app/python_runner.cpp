@@ -17,17 +17,25 @@ std::optional<kest::I_Language> python_language() {
 
 void print_error(std::ostream &err, const std::string &source, const kest::Error &error) {
   err << source;
-  if (kest::EvaluationError::isInstance(error)) {
-    auto positioned = kest::EvaluationError::unsafeFrom(error);
-    if (auto line = positioned.line())
-      err << ":" << *line;
-    if (auto column = positioned.column())
+  if (auto line = error.line()) {
+    err << ":" << *line;
+    if (auto column = error.column())
       err << ":" << *column;
   }
-  auto message = error.message().toUtf8();
-  while (!message.empty() && message.back() == '\n')
-    message.pop_back();
-  err << ": error: " << message << "\n";
+  auto headline = error.headline().toUtf8();
+  while (!headline.empty() && headline.back() == '\n')
+    headline.pop_back();
+  err << ": error: " << headline << "\n";
+}
+
+void print_error_and_stack(std::ostream &err, const std::string &source, const kest::Error &error) {
+  print_error(err, source, error);
+  auto stack = error.stack().toUtf8();
+  if (stack.empty())
+    return;
+  if (stack.back() != '\n')
+    stack.push_back('\n');
+  err << stack;
 }
 
 std::optional<int> requested_exit(std::ostream &err, const kest::Error &error) {

@@ -18,14 +18,19 @@ struct run_options {
   bool show_class = false;
 };
 
-/// Prints an error as "SOURCE:LINE:COLUMN: error: MESSAGE" when it has a
-/// position, else "SOURCE: error: MESSAGE".
 /// The exit status that an error of Python's SystemExit or KeyboardInterrupt
 /// asks for, as python3 gives it (a SystemExit message is printed to `err`;
 /// an interrupt ends the process by SIGINT); nothing for any other error.
 std::optional<int> requested_exit(std::ostream &err, const kest::Error &error);
 
+/// Prints an error as "SOURCE:LINE:COLUMN: error: TYPE: MESSAGE" (the line
+/// and column when it has them; TYPE is the name of the Python type that
+/// raised it, when one did).
 void print_error(std::ostream &err, const std::string &source, const kest::Error &error);
+
+/// `print_error`, then the error's stack text: Python's traceback of the
+/// user's frames, as python3 prints it.
+void print_error_and_stack(std::ostream &err, const std::string &source, const kest::Error &error);
 
 /// Evaluates statements (the host's statement evaluation: a body whose return
 /// gives the result) or an expression, in the sandbox when asked. The result

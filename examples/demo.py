@@ -20,5 +20,5 @@ print("countdown:", list(Countdown(3)), "scaler:", Scaler(2.5)(4), greet("script
 try:
     drawing[0].explode()
 except DemoError as e:
-    print("caught the host's DemoError:", e.kest.message)
+    print("caught the host's DemoError:", e)
 print("total area:", round(drawing.totalArea(), 3))

@@ -72,39 +72,54 @@ def _trimmed(tb):
     return tb
 
 
+def _type_name(exc):
+    """The exception's type as the last line of a traceback names it."""
+    cls = type(exc)
+    module = getattr(cls, "__module__", None)
+    if not isinstance(module, str):
+        return "<unknown>." + cls.__qualname__
+    if module in ("__main__", "builtins"):
+        return cls.__qualname__
+    return module + "." + cls.__qualname__
+
+
 def _first_line(exc, tb, user_files):
     where = None
     while tb is not None:
         if tb.tb_frame.f_code.co_filename in user_files:
             where = (tb.tb_frame.f_code.co_filename, tb.tb_lineno, None)
         tb = tb.tb_next
-    message = str(exc)
+    try:
+        message = str(exc)
+    except Exception:
+        message = "<exception str() failed>"
     if isinstance(exc, SyntaxError):
         message = exc.msg or message
         if where is None and exc.filename is not None:
             where = (exc.filename, exc.lineno, exc.offset)
-    if not message:
-        message = type(exc).__name__
     message = message.rstrip("\n")
+    headline = f"{_type_name(exc)}: {message}" if message else _type_name(exc)
     if where is None:
-        return f"sarvode: error: {message}"
+        return f"sarvode: error: {headline}"
     file, line, column = where
     position = f"{file}:{line}" if line else file
     if line and column:
         position += f":{column}"
-    return f"{position}: error: {message}"
+    return f"{position}: error: {headline}"
 
 
 def report(exc, tb, user_files):
     """Prints an uncaught exception: the first line names the innermost frame
     of the user's own code, then sys.excepthook prints the traceback as
-    python3 does."""
+    python3 does. A script that set its own sys.excepthook gets only what
+    its hook prints."""
     tb = _trimmed(tb)
     try:
         sys.stdout.flush()
     except Exception:
         pass
-    sys.stderr.write(_first_line(exc, tb, user_files) + "\n")
+    if sys.excepthook is sys.__excepthook__:
+        sys.stderr.write(_first_line(exc, tb, user_files) + "\n")
     exc.__traceback__ = tb  # the hook prints the exception's own traceback
     try:
         sys.excepthook(type(exc), exc, tb)

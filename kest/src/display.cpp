@@ -217,8 +217,13 @@ std::string display_utf8(const Any &value, int depth, bool quote) {
     if (String::isInstance(r))
       return String::unsafeFrom(r).toUtf8();
   }
-  if (Error::isInstance(value))
-    return Error::unsafeFrom(value).message().toUtf8();
+  if (Error::isInstance(value)) {
+    // The type that raised it before the message, as Python's traceback ends;
+    // a syntax error's message is Python's whole rendering, which names it already.
+    const auto error = Error::unsafeFrom(value);
+    const auto headline = error.headline();
+    return (headline.length() < error.message().length() ? error.message() : headline).toUtf8();
+  }
   if (Decimal::isInstance(value))
     return Decimal::unsafeFrom(value).toUtf8();
   if (Date::isInstance(value))

@@ -7,6 +7,7 @@
 #include <kest/error.hpp>
 #include <kest/reflection.hpp>
 
+#include <algorithm>
 #include <mutex>
 
 namespace kest {
@@ -22,7 +23,8 @@ public:
   std::exception_ptr cause;
   String stack;
   Any value;
-  // Positions of an EvaluationError.
+  String type_name;
+  // Where in evaluated text the error arose.
   std::optional<std::int64_t> line, column, span_start, span_length;
 };
 
@@ -51,6 +53,8 @@ Any make_error(const Class_Generic &cls, const String &message) {
 } // namespace
 
 namespace {
+Any optional_integer(std::optional<std::int64_t> v) { return v ? Any(Integer(*v)) : Any(None()); }
+
 /// The error's state, readable by name from any language.
 void add_error_members(const Class_Generic &cls) {
   const std::pair<const char16_t *, std::function<Any(const Error &)>> readers[] = {
@@ -58,6 +62,9 @@ void add_error_members(const Class_Generic &cls) {
       {u"$$stack", [](const Error &e) -> Any { return e.stack(); }},
       {u"$$value", [](const Error &e) -> Any { return e.value(); }},
       {u"$$hasCause", [](const Error &e) -> Any { return Boolean(static_cast<bool>(e.cause())); }},
+      {u"$$typeName", [](const Error &e) -> Any { return e.typeName(); }},
+      {u"$$line", [](const Error &e) -> Any { return optional_integer(e.line()); }},
+      {u"$$column", [](const Error &e) -> Any { return optional_integer(e.column()); }},
   };
   for (const auto &[name, read] : readers) {
     property_builder_base p{String(name)};
@@ -182,31 +189,90 @@ EvaluationError::EvaluationError(const String &message, const Union<Integer, Non
                                  const Union<Integer, None> &column, const Union<Integer, None> &spanStart,
                                  const Union<Integer, None> &spanLength)
     : Error(unchecked, make_error(EvaluationError::getClass(), message)) {
-  auto *e = native<object_value_error>(*this);
-  e->line = position(line);
-  e->column = position(column);
-  e->span_start = position(spanStart);
-  e->span_length = position(spanLength);
+  setPosition(position(line), position(column), position(spanStart), position(spanLength));
 }
+
 namespace {
-/// A position of an evaluation error; none for a value that is no native error.
-using position_slot = std::optional<std::int64_t> object_value_error::*;
-std::optional<std::int64_t> position_of(const Any &error, position_slot which) {
+/// A part of the error's state, read under its lock; empty for a value that is no native error.
+template <class T> T read_state(const Any &error, T object_value_error::*which) {
   auto *e = err(error);
-  return e ? e->*which : std::nullopt;
+  if (!e)
+    return {};
+  std::lock_guard guard(e->lock());
+  return e->*which;
 }
 } // namespace
-std::optional<std::int64_t> EvaluationError::line() const {
-  return position_of(*this, &object_value_error::line);
+String Error::typeName() const { return read_state(*this, &object_value_error::type_name); }
+void Error::setTypeName(const String &name) const {
+  if (auto *e = err(*this)) {
+    std::lock_guard guard(e->lock());
+    e->type_name = name;
+  }
 }
-std::optional<std::int64_t> EvaluationError::column() const {
-  return position_of(*this, &object_value_error::column);
+namespace {
+/// The last line of `text` that is not empty, without its line break.
+std::string_view last_line(std::string_view text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+    text.remove_suffix(1);
+  const auto start = text.find_last_of('\n');
+  return start == std::string_view::npos ? text : text.substr(start + 1);
 }
-std::optional<std::int64_t> EvaluationError::spanStart() const {
-  return position_of(*this, &object_value_error::span_start);
+} // namespace
+
+String Error::headline() const {
+  const auto type = typeName();
+  const auto text = message();
+  if (type.length() == 0)
+    return text;
+  const std::string prefix = type.toUtf8() + ":";
+  const std::string utf8 = text.toUtf8();
+  if (const auto last = last_line(utf8); last.starts_with(prefix) && last.size() < utf8.size())
+    return String::fromUtf8(last);
+  if (utf8.empty())
+    return type;
+  return String::fromUtf8(prefix + " " + utf8);
 }
-std::optional<std::int64_t> EvaluationError::spanLength() const {
-  return position_of(*this, &object_value_error::span_length);
+
+std::optional<std::int64_t> Error::line() const { return read_state(*this, &object_value_error::line); }
+std::optional<std::int64_t> Error::column() const { return read_state(*this, &object_value_error::column); }
+std::optional<std::int64_t> Error::spanStart() const { return read_state(*this, &object_value_error::span_start); }
+std::optional<std::int64_t> Error::spanLength() const {
+  return read_state(*this, &object_value_error::span_length);
+}
+void Error::setPosition(std::optional<std::int64_t> line, std::optional<std::int64_t> column,
+                        std::optional<std::int64_t> spanStart, std::optional<std::int64_t> spanLength) const {
+  auto *e = err(*this);
+  if (!e)
+    return;
+  std::lock_guard guard(e->lock());
+  e->line = line;
+  e->column = column;
+  e->span_start = spanStart;
+  e->span_length = spanLength;
+}
+
+Error Error::copy() const {
+  auto *from = err(*this);
+  if (!from)
+    return Error(message());
+  Error made = Error::create(raw_class_of(*this), message());
+  auto *to = err(made);
+  if (!to || to == from)
+    return made;
+  // The fields first: a field's value is released outside the source's lock.
+  const std::size_t fields = std::min(from->field_count(), to->field_count());
+  for (std::size_t i = 0; i < fields; ++i)
+    (void)to->exchange_field(i, from->field(i));
+  std::scoped_lock guard(from->lock(), to->lock());
+  to->cause = from->cause;
+  to->stack = from->stack;
+  to->value = from->value;
+  to->type_name = from->type_name;
+  to->line = from->line;
+  to->column = from->column;
+  to->span_start = from->span_start;
+  to->span_length = from->span_length;
+  return made;
 }
 
 StopIteration::StopIteration() : StopIteration(String(u"Stop iteration.")) {}

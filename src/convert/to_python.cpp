@@ -14,6 +14,8 @@
 
 #include <kest/kest.hpp>
 
+#include <fmt/format.h>
+
 namespace sarvode {
 
 namespace {
@@ -164,13 +166,36 @@ PyObject *toPythonLocked(const kest::Any &value) {
   }
 }
 
+namespace {
+/// What Python shows of a host error: its message, never an empty text.
+std::string message_of(const kest::Error &error, const kest::Class_Generic &cls) {
+  auto message = error.message().toUtf8();
+  if (message.empty())
+    message = fmt::format("A host error of class '{}' that gave no message.", kest::qualname(cls).utf8View());
+  return message;
+}
+/// A plain host error is a RuntimeError with its message in Python. It is
+/// marked, so that it comes back to the host as the host error it was, not
+/// as a failure of the Python code.
+void raise_plain_host_error(const std::string &message) {
+  auto text = py::object::steal(PyUnicode_FromStringAndSize(message.data(), static_cast<Py_ssize_t>(message.size())));
+  auto instance = py::object::steal(text ? PyObject_CallFunctionObjArgs(PyExc_RuntimeError, text.get(), nullptr)
+                                         : nullptr);
+  if (!instance)
+    return;
+  if (PyObject_SetAttrString(instance.get(), plain_host_error_marker, Py_True) < 0)
+    PyErr_Clear(); // it still goes up, as a RuntimeError of Python's
+  PyErr_SetObject(PyExc_RuntimeError, instance.get());
+}
+} // namespace
+
 void raiseHostError(const kest::Any &value) {
   py::gil lock;
   auto error = kest::Error::unsafeFrom(value);
   auto cls = kest::raw_class_of(error);
-  const auto message = error.message().toUtf8();
+  const auto message = message_of(error, cls);
   if (cls.isSame(kest::Error::getClass()) && !error.cause()) {
-    set_message(PyExc_RuntimeError, message);
+    raise_plain_host_error(message);
     return;
   }
   PyObject *type = exceptionTypeFor(cls);
@@ -189,6 +214,12 @@ void raiseHostError(const kest::Any &value) {
   auto wrapper = py::object::steal(wrapKestObject(error));
   if (!wrapper || PyObject_SetAttrString(instance.get(), "kest", wrapper.get()) < 0)
     PyErr_Clear(); // the exception still goes up, without the host error attached
+  // Made without arguments, it gets the message as its one argument after:
+  // str(e) is the message, and a traceback ends "kest.demo.DemoError: boom".
+  auto text = py::object::steal(PyUnicode_FromStringAndSize(message.data(), static_cast<Py_ssize_t>(message.size())));
+  auto args = py::object::steal(text ? PyTuple_Pack(1, text.get()) : nullptr);
+  if (!args || PyObject_SetAttrString(instance.get(), "args", args.get()) < 0)
+    PyErr_Clear();
   PyErr_SetObject(type, instance.get());
 }
 

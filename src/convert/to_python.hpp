@@ -19,4 +19,8 @@ PyObject *toPythonLocked(const kest::Any &value);
 /// Raises a host error as the Python exception that stands for its class.
 void raiseHostError(const kest::Any &error);
 
+/// The attribute that marks the RuntimeError raised for a plain host error
+/// (which carries no "kest" attribute), so that it comes back as a host error.
+inline constexpr const char *plain_host_error_marker = "_kest_host_error";
+
 } // namespace sarvode

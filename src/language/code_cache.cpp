@@ -2,6 +2,9 @@
 
 #include "language/code_cache.hpp"
 
+#include "language/python_helper.hpp"
+#include "runtime/sandbox.hpp"
+
 #include <array>
 #include <list>
 #include <string>
@@ -51,6 +54,52 @@ std::string_view as_eval_skips(std::string_view text, code_mode mode) {
   return text;
 }
 
+/// The function that holds the user's statements is the user's module level:
+/// tracebacks, inspect and pdb name its frames "<module>", and what the text
+/// defines has the qualified names it would have had Python's exec run the
+/// text ("f", "E", not "kest_outer.<locals>.f"). A class body stores its own
+/// qualified name as a constant, which is renamed with it.
+constexpr const char *module_level_source = R"(
+def as_module_level(code, name):
+    prefix = name + ".<locals>."
+    optimized = 1  # CO_OPTIMIZED: set for functions, clear for class bodies
+
+    def renamed(c, qualname):
+        old = c.co_qualname
+        class_body = not c.co_flags & optimized
+        consts = tuple(own(k) if isinstance(k, type(c)) else
+                       qualname if class_body and type(k) is str and k == old else k
+                       for k in c.co_consts)
+        return c.replace(co_consts=consts, co_qualname=qualname)
+
+    def own(c):
+        q = c.co_qualname
+        return renamed(c, q[len(prefix):] if q.startswith(prefix) else q)
+
+    consts = tuple(
+        renamed(k, "<module>").replace(co_name="<module>")
+        if isinstance(k, type(code)) and k.co_name == name else k
+        for k in code.co_consts)
+    return code.replace(co_consts=consts)
+)";
+
+py::object as_module_level(py::object code) {
+  static std::atomic<PyObject *> kept{nullptr};
+  PyObject *helper = pythonHelper(kept, module_level_source, "as_module_level");
+  auto name = py::object::steal(PyUnicode_FromStringAndSize(statements_function_name.data(),
+                                                            static_cast<Py_ssize_t>(statements_function_name.size())));
+  py::object renamed;
+  if (helper && name) {
+    SandboxPause host_work; // renames constants only: no code of the user's runs
+    renamed = py::object::steal(PyObject_CallFunctionObjArgs(helper, code.get(), name.get(), nullptr));
+  }
+  if (!renamed) {
+    PyErr_Clear(); // the text still runs, under the generated names
+    return code;
+  }
+  return renamed;
+}
+
 /// Compiles as the builtins "exec" and "eval" do: the text as a str (so that a
 /// coding comment in it is ignored), the file name "<string>", no inherited flags.
 compiled compile_text(std::string_view text, code_mode mode) {
@@ -68,6 +117,8 @@ compiled compile_text(std::string_view text, code_mode mode) {
     return out;
   out.code = py::object::steal(PyObject_CallFunction(compile, "Oss", source.get(), "<string>",
                                                      mode == code_mode::statements ? "exec" : "eval"));
+  if (out.code && mode == code_mode::statements)
+    out.code = as_module_level(std::move(out.code));
   if (out.code || !PyErr_ExceptionMatches(PyExc_SyntaxError))
     return out;
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;

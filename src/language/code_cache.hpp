@@ -20,8 +20,13 @@ struct code_cache_statistics {
   std::int64_t capacity = 0;
 };
 
+/// The generated function whose body is the user's statements.
+inline constexpr std::string_view statements_function_name = "kest_outer";
+
 /// The compiled form of `text` (UTF-8), exactly as the builtin "exec" or
-/// "eval" would compile the same text: a new reference, or null with the
+/// "eval" would compile the same text, except that the code of a function
+/// named `statements_function_name` in it is named "<module>", as the user's
+/// own level of the text: a new reference, or null with the
 /// compile error set. A text that failed to compile fails again from the cache
 /// with a new exception equal to the first, without compiling again.
 PyObject *compiledCode(std::string_view text, code_mode mode);

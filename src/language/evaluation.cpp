@@ -9,6 +9,7 @@
 #include "language/output_capture.hpp"
 #include "language/module_dictionary.hpp"
 #include "language/python_error.hpp"
+#include "language/syntax_position.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/stack_guard.hpp"
 
@@ -123,14 +124,20 @@ run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
     copy_map(d.globals.get(), locals);
   return d;
 }
+/// One run of a compiled text: what it gave, and the code it ran (null when
+/// the text did not compile, with the compile error set).
+struct run_outcome {
+  py::object value, code;
+};
+
 /// Runs `text` with the builtin "exec" or "eval" (as `mode` says), given its
-/// compiled form from the cache instead of the text. Null as `runWithBuiltin`.
-PyObject *run_cached(std::string_view text, code_mode mode, PyObject *globals, PyObject *locals) {
+/// compiled form from the cache instead of the text. A null value as `runWithBuiltin`.
+run_outcome run_cached(std::string_view text, code_mode mode, PyObject *globals, PyObject *locals) {
   if (!stackHasRoom()) // a host callback that evaluates again, deep inside a recursion
-    return nullptr;
+    return {};
   auto code = py::object::steal(compiledCode(text, mode));
   if (!code)
-    return nullptr;
+    return {};
   // The names as interned strings made once: looking them up makes no string per call.
   static PyObject *const exec_name = PyUnicode_InternFromString("exec");
   static PyObject *const eval_name = PyUnicode_InternFromString("eval");
@@ -138,15 +145,16 @@ PyObject *run_cached(std::string_view text, code_mode mode, PyObject *globals, P
   PyObject *builtins = PyEval_GetBuiltins(); // borrowed
   PyObject *function = builtins && name ? PyDict_GetItemWithError(builtins, name) : nullptr; // borrowed
   if (!function)
-    return nullptr;
-  return PyObject_CallFunctionObjArgs(function, code.get(), globals, locals, nullptr);
+    return {{}, std::move(code)};
+  auto value = py::object::steal(PyObject_CallFunctionObjArgs(function, code.get(), globals, locals, nullptr));
+  return {std::move(value), std::move(code)};
 }
 } // namespace
 
 std::string statementsText(std::string_view user, std::span<const kest::String> outLocalNames) {
   // The user's text becomes the body of kest_outer; the out-locals are made
   // global inside it and read back at module level after the call.
-  std::string text = "def kest_outer():\n";
+  std::string text = "def " + std::string(statements_function_name) + "():\n";
   for (const auto &name : outLocalNames)
     text.append("\tglobal ").append(name.utf8View()).append("\n");
   // Every line, the empty ones too, behind a tab. A line ends where Python
@@ -196,11 +204,17 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   if (!set_item(l.get(), store_result_name, store_result) || !set_item(g.get(), self_name, self))
     return errorFromPython(0, 0);
 
-  auto outcome = py::object::steal(run_cached(text, code_mode::statements, g.get(), l.get()));
+  auto outcome = run_cached(text, code_mode::statements, g.get(), l.get());
   flushRedirectedOutput(); // what the code printed reaches the host before its result
-  if (!outcome)
-    return errorFromPython(-(1 + static_cast<std::int64_t>(names.size())), -1);
-  return *result;
+  if (outcome.value)
+    return *result;
+  const auto user = code.utf8View();
+  if (!outcome.code)
+    placeSyntaxError(user, names);
+  // The user's line k is line k + 1 + N of the generated text (after the
+  // "def" line and one "global" line per out-local).
+  return errorFromEvaluation({g.get(), outcome.code.get(), -(1 + static_cast<std::int64_t>(names.size())),
+                              pythonLineCount(user), !outcome.code});
 }
 
 kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map, kest::None> &locals,
@@ -213,11 +227,11 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
   auto [g, l] = prepare(globals, locals, kest::None()); // out-locals play no part in expressions
   if (!g || !l)
     return errorFromPython(0, 0);
-  auto value = py::object::steal(run_cached(code.utf8View(), code_mode::expression, g.get(), l.get()));
+  auto outcome = run_cached(code.utf8View(), code_mode::expression, g.get(), l.get());
   flushRedirectedOutput();
-  if (!value)
-    return errorFromPython(0, 0);
-  return fromPython(value.get());
+  if (!outcome.value)
+    return errorFromEvaluation({g.get(), nullptr, 0, pythonLineCount(code.utf8View()), !outcome.code});
+  return fromPython(outcome.value.get());
 }
 
 } // namespace sarvode

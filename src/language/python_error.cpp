@@ -4,12 +4,15 @@
 
 #include "convert/from_python.hpp"
 #include "convert/python_classes.hpp"
+#include "convert/to_python.hpp"
 #include "convert/type_mapping.hpp"
 #include "language/exception_types.hpp"
 #include "language/exit_errors.hpp"
+#include "language/python_helper.hpp"
 
 #include <kest/kest.hpp>
 
+#include <atomic>
 #include <optional>
 
 namespace sarvode {
@@ -84,6 +87,14 @@ bool carries_host_error(PyObject *exception) {
   return carried && carried.get() != Py_None;
 }
 
+/// True when the exception is the RuntimeError raised for a plain host error.
+bool is_plain_host_error(PyObject *exception) {
+  auto marker = py::object::steal(PyObject_GetAttrString(exception, plain_host_error_marker));
+  if (!marker)
+    PyErr_Clear();
+  return marker.get() == Py_True;
+}
+
 kest::Class_Generic error_class_for(PyObject *exception) {
   PyObject *type = reinterpret_cast<PyObject *>(Py_TYPE(exception));
   if (type == PyExc_StopIteration)
@@ -102,6 +113,66 @@ kest::Class_Generic error_class_for(PyObject *exception) {
   return kest::Error::getClass();
 }
 
+/// The stack text of an evaluation's exception: Python's own rendering of
+/// its traceback and of those of its causes and contexts, with the frames of
+/// the user's text at the user's lines and without the generated code around
+/// it. The tracebacks are rebuilt for the rendering and put back after it.
+constexpr const char *user_stack_source = R"(
+def user_stack(exc, wrapper, run_globals, offset, count):
+    import traceback, types
+
+    def rebuilt(tb):
+        kept = []
+        while tb is not None:
+            frame = tb.tb_frame
+            code = frame.f_code
+            if code is wrapper:
+                pass
+            elif frame.f_globals is run_globals and code.co_filename == "<string>":
+                line = tb.tb_lineno + offset
+                if 1 <= line <= count:
+                    kept.append((frame, -1, line))  # -1: the rendering takes the line given
+            else:
+                kept.append((frame, tb.tb_lasti, tb.tb_lineno))
+            tb = tb.tb_next
+        out = None
+        for frame, lasti, line in reversed(kept):
+            out = types.TracebackType(out, frame, lasti, line)
+        return out
+
+    chain, seen, todo = [], set(), [exc]
+    while todo:
+        e = todo.pop()
+        if e is None or id(e) in seen:
+            continue
+        seen.add(id(e))
+        chain.append((e, e.__traceback__))
+        todo += [e.__cause__, e.__context__]
+        if isinstance(e, BaseExceptionGroup):
+            todo += e.exceptions
+    try:
+        for e, tb in chain:
+            e.__traceback__ = rebuilt(tb)
+        return "".join(traceback.format_exception(exc))
+    finally:
+        for e, tb in chain:
+            e.__traceback__ = tb
+)";
+
+std::string user_stack(PyObject *exception, const evaluated_text &text) {
+  static std::atomic<PyObject *> kept{nullptr};
+  PyObject *helper = pythonHelper(kept, user_stack_source, "user_stack");
+  auto offset = py::object::steal(PyLong_FromLongLong(text.line_offset));
+  auto count = py::object::steal(PyLong_FromLongLong(text.line_count));
+  auto stack = py::object::steal(helper && offset && count
+                                     ? PyObject_CallFunctionObjArgs(helper, exception,
+                                                                    text.wrapper ? text.wrapper : Py_None,
+                                                                    text.globals, offset.get(), count.get(), nullptr)
+                                     : nullptr);
+  PyErr_Clear(); // without the helper the error only loses its stack text
+  return stack ? utf8_of(stack.get()) : std::string();
+}
+
 std::string notes_of(PyObject *exception) {
   std::string out;
   auto notes = py::object::steal(PyObject_GetAttrString(exception, "__notes__"));
@@ -118,6 +189,21 @@ std::string notes_of(PyObject *exception) {
   return out;
 }
 } // namespace
+
+std::string exceptionTypeName(PyObject *type) {
+  auto qualname = py::object::steal(PyObject_GetAttrString(type, "__qualname__"));
+  auto module = py::object::steal(PyObject_GetAttrString(type, "__module__"));
+  PyErr_Clear();
+  std::string name(py::utf8(qualname.get()));
+  if (name.empty())
+    name = "<unknown>";
+  if (!module || !PyUnicode_Check(module.get()))
+    return "<unknown>." + name;
+  const std::string_view in = py::utf8(module.get());
+  if (in == "builtins" || in == "__main__")
+    return name;
+  return std::string(in) + "." + name;
+}
 
 kest::Any errorFromException(PyObject *exception) {
   // A host error that travelled through Python comes back as it was.
@@ -138,6 +224,7 @@ kest::Any errorFromException(PyObject *exception) {
   text += notes_of(exception);
   auto error = kest::Error::create(cls, kest::String::fromUtf8(text));
   error.setStack(kest::String::fromUtf8(stack));
+  error.setTypeName(kest::String::fromUtf8(exceptionTypeName(reinterpret_cast<PyObject *>(Py_TYPE(exception)))));
   if (cls.isSame(systemExitErrorClass())) {
     // The exit code, for a host that ends as Python would.
     auto code = py::object::steal(PyObject_GetAttrString(exception, "code"));
@@ -169,60 +256,104 @@ kest::Union<kest::Error, kest::None> currentPythonError() {
   return kest::None();
 }
 
-kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset) {
+namespace {
+kest::Union<kest::Integer, kest::None> as_position(const std::optional<std::int64_t> &v) {
+  if (v)
+    return kest::Integer(*v);
+  return kest::None();
+}
+
+bool is_text_frame(PyObject *traceback, const evaluated_text &text) {
+  auto frame = py::object::steal(PyObject_GetAttrString(traceback, "tb_frame"));
+  auto globals = py::object::steal(frame ? PyObject_GetAttrString(frame.get(), "f_globals") : nullptr);
+  auto code = py::object::steal(frame ? PyObject_GetAttrString(frame.get(), "f_code") : nullptr);
+  auto file = py::object::steal(code ? PyObject_GetAttrString(code.get(), "co_filename") : nullptr);
+  PyErr_Clear();
+  return globals.get() == text.globals && code.get() != text.wrapper && py::utf8(file.get()) == "<string>";
+}
+
+/// The line of the innermost frame of the traceback, shifted by the offset;
+/// with a text, of the innermost frame of that text whose line lies in it.
+std::optional<std::int64_t> traceback_line(PyObject *traceback, std::int64_t lineOffset,
+                                           const evaluated_text *text) {
+  std::optional<std::int64_t> line;
+  py::object entry = py::object::borrow(traceback);
+  while (entry && entry.get() != Py_None) {
+    if (auto n = position(entry.get(), "tb_lineno")) {
+      if (!text)
+        line = *n + lineOffset;
+      else if (const auto own = *n + text->line_offset;
+               own >= 1 && own <= text->line_count && is_text_frame(entry.get(), *text))
+        line = own;
+    }
+    auto next = py::object::steal(PyObject_GetAttrString(entry.get(), "tb_next"));
+    if (!next)
+      PyErr_Clear();
+    entry = std::move(next);
+  }
+  return line;
+}
+
+kest::Error convert_pending(std::int64_t lineOffset, std::int64_t columnOffset, const evaluated_text *text) {
   if (!PyErr_Occurred())
     return kest::Error::unknown();
   auto f = fetch();
   auto value = f.value ? error_value_of(f.value.get()) : kest::Any();
   PyErr_Clear();
   kest::Error error = kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value) : kest::Error::unknown();
-  if (!f.value)
+  // The end of an iteration stays a StopIteration, and a request to end the
+  // program keeps its class and exit code: neither has a position.
+  if (!f.value || kest::StopIteration::isInstance(error) || exitErrorClassFor(f.value.get()))
     return error;
-  // A host error that travelled through Python comes back as itself, and the
-  // end of an iteration stays a StopIteration; only the errors made here from
-  // other Python exceptions gain a position.
-  if (carries_host_error(f.value.get()) || kest::StopIteration::isInstance(error))
-    return error;
-  // A request to end the program keeps its class (and exit code): it has no position.
-  if (exitErrorClassFor(f.value.get()))
-    return error;
+  const std::string stack = text ? user_stack(f.value.get(), *text) : std::string();
 
-  std::optional<std::int64_t> line = position(f.value.get(), "lineno");
-  std::optional<std::int64_t> column = position(f.value.get(), "offset");
-  const auto end_line = position(f.value.get(), "end_lineno");
-  const auto end_column = position(f.value.get(), "end_offset");
-  std::optional<std::int64_t> span_length;
-  if (line && column && end_line && end_column && *line == *end_line && *end_column > *column)
-    span_length = *end_column - *column;
-
-  if (!line) {
-    // The innermost frame of the traceback that has a line number wins.
-    py::object frame = py::object::borrow(f.traceback.get());
-    while (frame && frame.get() != Py_None) {
-      if (auto n = position(frame.get(), "tb_lineno"))
-        line = n;
-      auto next = py::object::steal(PyObject_GetAttrString(frame.get(), "tb_next"));
-      if (!next)
-        PyErr_Clear();
-      frame = std::move(next);
-    }
+  if (carries_host_error(f.value.get()) || is_plain_host_error(f.value.get())) {
+    // A host error that crossed into Python and back keeps its class and
+    // message, and gains the line of the call and the name Python knew it by.
+    auto copy = carries_host_error(f.value.get()) ? error.copy() : kest::Error(error.message());
+    copy.setTypeName(kest::String::fromUtf8(exceptionTypeName(reinterpret_cast<PyObject *>(Py_TYPE(f.value.get())))));
+    if (auto line = traceback_line(f.traceback.get(), lineOffset, text))
+      copy.setPosition(line, std::nullopt);
+    if (copy.stack().length() == 0)
+      copy.setStack(kest::String::fromUtf8(stack.empty() ? formatted(f.value.get()) : stack));
+    return copy;
   }
-  if (line)
-    *line += lineOffset;
-  if (column)
-    *column += columnOffset;
+
+  // Only a syntax error's position attributes say where the text is wrong;
+  // other exceptions' "lineno" (a JSON decoder's, a user class's) mean something else.
+  std::optional<std::int64_t> line, column, span_length;
+  if ((!text || text->did_not_compile) && PyObject_IsInstance(f.value.get(), PyExc_SyntaxError) > 0) {
+    line = position(f.value.get(), "lineno");
+    column = position(f.value.get(), "offset");
+    const auto end_line = position(f.value.get(), "end_lineno");
+    const auto end_column = position(f.value.get(), "end_offset");
+    if (line && column && end_line && end_column && *line == *end_line && *end_column > *column)
+      span_length = *end_column - *column;
+    if (line && !text)
+      *line += lineOffset;
+    if (column && !text)
+      *column += columnOffset;
+  }
+  PyErr_Clear();
+  if (!line)
+    line = traceback_line(f.traceback.get(), lineOffset, text);
+  if (!stack.empty())
+    error.setStack(kest::String::fromUtf8(stack));
   if (!line && !column)
     return error;
 
-  auto as_position = [](const std::optional<std::int64_t> &v) -> kest::Union<kest::Integer, kest::None> {
-    if (v)
-      return kest::Integer(*v);
-    return kest::None();
-  };
   kest::EvaluationError positioned(error.message(), as_position(line), as_position(column),
                                    as_position(span_length ? column : std::nullopt), as_position(span_length));
   positioned.setStack(error.stack());
+  positioned.setTypeName(error.typeName());
   return positioned;
 }
+} // namespace
+
+kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset) {
+  return convert_pending(lineOffset, columnOffset, nullptr);
+}
+
+kest::Error errorFromEvaluation(const evaluated_text &text) { return convert_pending(0, 0, &text); }
 
 } // namespace sarvode

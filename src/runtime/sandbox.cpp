@@ -11,6 +11,7 @@
 
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 namespace sarvode {
 
@@ -154,6 +155,9 @@ int judge_import(PyObject *args) {
 } // namespace
 
 bool sandboxActive() noexcept { return t_sandboxed; }
+
+SandboxPause::SandboxPause() noexcept : m_previous(std::exchange(t_sandboxed, false)) {}
+SandboxPause::~SandboxPause() { t_sandboxed = m_previous; }
 
 int sandboxAuditHook(const char *event, PyObject *args, void *) {
   if (!t_sandboxed)

@@ -22,6 +22,21 @@ private:
   PyObject *m_saved_dont_write_bytecode = nullptr; // owned; null when the attribute did not exist
 };
 
+/// While alive on a thread, lets its audit events pass: for the host's own
+/// work inside a sandboxed call that runs no code of the user's (making the
+/// extension's helpers, renaming the code objects of a compiled text, which
+/// "code.__new__" would otherwise block). The caller holds the interpreter lock.
+class SandboxPause {
+public:
+  SandboxPause() noexcept;
+  ~SandboxPause();
+  SandboxPause(const SandboxPause &) = delete;
+  SandboxPause &operator=(const SandboxPause &) = delete;
+
+private:
+  bool m_previous;
+};
+
 /// The message of every blocked operation but a write through "open".
 inline constexpr const char *operationBlockedMessage = "operation blocked in sandbox";
 

@@ -511,6 +511,63 @@ TEST_F(Results, EvaluationErrorPositionsAreEachOptional) {
   EXPECT_FALSE(spanOnly.spanLength());
 }
 
+TEST_F(Results, AnyErrorCanCarryAPositionAndATypeName) {
+  const BadArgument error(String(u"wrong"));
+  EXPECT_FALSE(error.line());
+  EXPECT_TRUE(error.typeName().empty());
+  error.setPosition(4, 2);
+  error.setTypeName(String(u"kest.BadArgument"));
+  EXPECT_EQ(error.line(), 4);
+  EXPECT_EQ(error.column(), 2);
+  EXPECT_FALSE(error.spanStart());
+  EXPECT_EQ(error.typeName().toUtf8(), "kest.BadArgument");
+  EXPECT_TRUE(BadArgument::isInstance(error));
+  EXPECT_FALSE(EvaluationError::isInstance(error));
+}
+
+TEST_F(Results, TheHeadlineNamesTheTypeAsPythonsLastTracebackLineDoes) {
+  const Error plain(String(u"no type"));
+  EXPECT_EQ(plain.headline().toUtf8(), "no type");
+  EXPECT_EQ(display(plain).toUtf8(), "no type");
+
+  const Error typed(String(u"'x'"));
+  typed.setTypeName(String(u"KeyError"));
+  EXPECT_EQ(typed.headline().toUtf8(), "KeyError: 'x'");
+  EXPECT_EQ(display(typed).toUtf8(), "KeyError: 'x'");
+
+  const Error empty(String(u""));
+  empty.setTypeName(String(u"StopAsyncIteration"));
+  EXPECT_EQ(empty.headline().toUtf8(), "StopAsyncIteration");
+
+  // A syntax error's message is Python's rendering, which ends with that line already.
+  const Error rendered(String(u"  File \"<string>\", line 1\n    x = = 1\n        ^\nSyntaxError: invalid syntax\n"));
+  rendered.setTypeName(String(u"SyntaxError"));
+  EXPECT_EQ(rendered.headline().toUtf8(), "SyntaxError: invalid syntax");
+  EXPECT_EQ(display(rendered).toUtf8(), rendered.message().toUtf8());
+}
+
+TEST_F(Results, ACopyHasTheSameClassAndStateAndChangesAlone) {
+  const EvaluationError original(String(u"at three"), Integer(3), Integer(1));
+  original.setStack(String(u"the stack"));
+  original.setTypeName(String(u"ValueError"));
+  original.setValue(Integer(9));
+  const auto copy = original.copy();
+  EXPECT_FALSE(copy.isSame(original));
+  EXPECT_TRUE(EvaluationError::isInstance(copy));
+  EXPECT_EQ(copy.message().toUtf8(), "at three");
+  EXPECT_EQ(copy.stack().toUtf8(), "the stack");
+  EXPECT_EQ(copy.typeName().toUtf8(), "ValueError");
+  EXPECT_EQ(copy.line(), 3);
+  EXPECT_EQ(copy.column(), 1);
+  EXPECT_EQ(Integer::unsafeFrom(copy.value()).value(), 9);
+  copy.setPosition(8, std::nullopt);
+  EXPECT_EQ(copy.line(), 8);
+  EXPECT_EQ(original.line(), 3);
+
+  const BadArgument bad(String(u"bad"));
+  EXPECT_TRUE(BadArgument::isInstance(bad.copy()));
+}
+
 TEST_F(Results, UnknownErrorHasAFixedMessage) {
   auto e = Error::unknown();
   EXPECT_EQ(e.message().toUtf8(), "Unknown error.");

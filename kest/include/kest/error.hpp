@@ -39,6 +39,33 @@ class KEST_API Error : public Any {
   /// An optional value attached to the error.
   [[nodiscard]] Any value() const;
   void setValue(const Any &value) const;
+  /// The qualified name of the error's type in the language that raised it
+  /// ("KeyError", "json.decoder.JSONDecodeError", "kest.demo.DemoError");
+  /// empty for an error that no language raised. `display` shows it before
+  /// the message.
+  [[nodiscard]] String typeName() const;
+  void setTypeName(const String &name) const;
+  /// The line that names the error, as the last line of a Python traceback
+  /// reads: "TYPE: MESSAGE" ("KeyError: 'x'"), the message alone when there
+  /// is no type name, and for a message that already ends in such a line (a
+  /// syntax error's rendering of the offending line) that last line.
+  [[nodiscard]] String headline() const;
+
+  /// Where in evaluated source text the error arose, when known: the line and
+  /// column (both counted from 1) and a span on that line. Any error can carry
+  /// a position (a host error raised inside evaluated code gets the line of
+  /// the call); an `EvaluationError` is one made from the text's own failure.
+  [[nodiscard]] std::optional<std::int64_t> line() const;
+  [[nodiscard]] std::optional<std::int64_t> column() const;
+  [[nodiscard]] std::optional<std::int64_t> spanStart() const;
+  [[nodiscard]] std::optional<std::int64_t> spanLength() const;
+  void setPosition(std::optional<std::int64_t> line, std::optional<std::int64_t> column,
+                   std::optional<std::int64_t> spanStart = {}, std::optional<std::int64_t> spanLength = {}) const;
+
+  /// A new error of the same class with the same message, cause, stack,
+  /// value, type name, position and fields: what a caller changes on the copy
+  /// leaves an error that others may hold alone.
+  [[nodiscard]] Error copy() const;
 };
 
 /// An argument of a call did not fit the callee.
@@ -55,10 +82,6 @@ class KEST_API EvaluationError : public Error {
                   const Union<Integer, None> &column,
                   const Union<Integer, None> &spanStart = {},
                   const Union<Integer, None> &spanLength = {});
-  [[nodiscard]] std::optional<std::int64_t> line() const;
-  [[nodiscard]] std::optional<std::int64_t> column() const;
-  [[nodiscard]] std::optional<std::int64_t> spanStart() const;
-  [[nodiscard]] std::optional<std::int64_t> spanLength() const;
 };
 
 /// The end of an iteration.
