@@ -160,10 +160,18 @@ public:
       m_order.splice(m_order.begin(), m_order, found->second); // now the most recently used
       return result_of(found->second->result);
     }
-    ++m_misses;
     compiled made = compile_text(text, mode);
     if (!made.code && !made.error_type)
       return nullptr; // not a syntax error (out of memory, an interrupt, ...): not remembered
+    // Compiling runs Python code, during which another thread may have cached
+    // the same text: the first entry stays, and this lookup counts as its hit.
+    if (auto found = m_index.find(cache_key{mode, text}); found != m_index.end()) {
+      PyErr_Clear();
+      ++m_hits;
+      m_order.splice(m_order.begin(), m_order, found->second);
+      return result_of(found->second->result);
+    }
+    ++m_misses;
     // This time the error that the compiler raised stays set.
     PyObject *result = nullptr;
     if (made.code) {

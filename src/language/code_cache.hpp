@@ -15,7 +15,7 @@ enum class code_mode : std::uint8_t { statements, expression };
 
 struct code_cache_statistics {
   std::int64_t hits = 0;
-  std::int64_t misses = 0;       // each miss compiled the text once
+  std::int64_t misses = 0;       // each miss compiled the text and kept it
   std::int64_t entries = 0;
   std::int64_t capacity = 0;
 };

@@ -205,7 +205,10 @@ std::string exceptionTypeName(PyObject *type) {
   return std::string(in) + "." + name;
 }
 
-kest::Any errorFromException(PyObject *exception) {
+namespace {
+/// An exception as a host error; its stack text is the user's (see
+/// `user_stack`) when it comes from an evaluation of `text`.
+kest::Any error_from_exception(PyObject *exception, const evaluated_text *text) {
   // A host error that travelled through Python comes back as it was.
   auto carried = py::object::steal(PyObject_GetAttrString(exception, "kest"));
   if (carried && carried.get() != Py_None)
@@ -213,16 +216,16 @@ kest::Any errorFromException(PyObject *exception) {
   PyErr_Clear();
 
   auto cls = error_class_for(exception);
-  std::string text;
+  std::string message;
   const bool syntax = PyObject_IsInstance(exception, PyExc_SyntaxError) > 0;
   PyErr_Clear();
-  const std::string stack = formatted(exception);
+  const std::string stack = text ? user_stack(exception, *text) : formatted(exception);
   if (syntax)
-    text = stack; // keeps Python's rendering of the offending line and its caret
-  if (text.empty())
-    text = str_of(exception);
-  text += notes_of(exception);
-  auto error = kest::Error::create(cls, kest::String::fromUtf8(text));
+    message = stack; // keeps Python's rendering of the offending line and its caret
+  if (message.empty())
+    message = str_of(exception);
+  message += notes_of(exception);
+  auto error = kest::Error::create(cls, kest::String::fromUtf8(message));
   error.setStack(kest::String::fromUtf8(stack));
   error.setTypeName(kest::String::fromUtf8(exceptionTypeName(reinterpret_cast<PyObject *>(Py_TYPE(exception)))));
   if (cls.isSame(systemExitErrorClass())) {
@@ -234,16 +237,17 @@ kest::Any errorFromException(PyObject *exception) {
   return error;
 }
 
-namespace {
 /// The host form of a fetched exception value. Every exception instance is an
 /// error here, those that derive from BaseException only (SystemExit,
 /// KeyboardInterrupt, ...) included.
-kest::Any error_value_of(PyObject *value) {
+kest::Any error_value_of(PyObject *value, const evaluated_text *text = nullptr) {
   if (value && PyExceptionInstance_Check(value))
-    return errorFromException(value);
+    return error_from_exception(value, text);
   return fromPython(value);
 }
 } // namespace
+
+kest::Any errorFromException(PyObject *exception) { return error_from_exception(exception, nullptr); }
 
 kest::Union<kest::Error, kest::None> currentPythonError() {
   if (!PyErr_Occurred())
@@ -298,24 +302,25 @@ kest::Error convert_pending(std::int64_t lineOffset, std::int64_t columnOffset, 
   if (!PyErr_Occurred())
     return kest::Error::unknown();
   auto f = fetch();
-  auto value = f.value ? error_value_of(f.value.get()) : kest::Any();
+  auto value = f.value ? error_value_of(f.value.get(), text) : kest::Any();
   PyErr_Clear();
   kest::Error error = kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value) : kest::Error::unknown();
   // The end of an iteration stays a StopIteration, and a request to end the
   // program keeps its class and exit code: neither has a position.
   if (!f.value || kest::StopIteration::isInstance(error) || exitErrorClassFor(f.value.get()))
     return error;
-  const std::string stack = text ? user_stack(f.value.get(), *text) : std::string();
 
-  if (carries_host_error(f.value.get()) || is_plain_host_error(f.value.get())) {
+  if (!text && carries_host_error(f.value.get()))
+    return error; // outside an evaluation a host error comes back as itself
+  if (const bool carried = carries_host_error(f.value.get()); carried || is_plain_host_error(f.value.get())) {
     // A host error that crossed into Python and back keeps its class and
     // message, and gains the line of the call and the name Python knew it by.
-    auto copy = carries_host_error(f.value.get()) ? error.copy() : kest::Error(error.message());
+    auto copy = carried ? error.copy() : kest::Error(error.message());
     copy.setTypeName(kest::String::fromUtf8(exceptionTypeName(reinterpret_cast<PyObject *>(Py_TYPE(f.value.get())))));
     if (auto line = traceback_line(f.traceback.get(), lineOffset, text))
       copy.setPosition(line, std::nullopt);
-    if (copy.stack().length() == 0)
-      copy.setStack(kest::String::fromUtf8(stack.empty() ? formatted(f.value.get()) : stack));
+    if (copy.stack().empty())
+      copy.setStack(carried ? kest::String::fromUtf8(user_stack(f.value.get(), *text)) : error.stack());
     return copy;
   }
 
@@ -337,8 +342,6 @@ kest::Error convert_pending(std::int64_t lineOffset, std::int64_t columnOffset, 
   PyErr_Clear();
   if (!line)
     line = traceback_line(f.traceback.get(), lineOffset, text);
-  if (!stack.empty())
-    error.setStack(kest::String::fromUtf8(stack));
   if (!line && !column)
     return error;
 

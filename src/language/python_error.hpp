@@ -15,8 +15,7 @@ namespace sarvode {
 /// unknown error when nothing is pending. The position is a syntax error's own
 /// (only SyntaxError and its subclasses carry one), else the line of the
 /// innermost frame of the traceback. A host error carried by the exception
-/// comes back as a copy of itself that has the position and the Python type
-/// name; a StopIteration comes back as it is. No Python error is pending
+/// and a StopIteration come back as they are. No Python error is pending
 /// afterwards.
 kest::Error errorFromPython(std::int64_t lineOffset, std::int64_t columnOffset);
 
@@ -34,7 +33,9 @@ struct evaluated_text {
 /// makes it, except that the position is that of the innermost frame of the
 /// user's text (library frames below it do not move it), and the stack text
 /// shows the user's frames with the user's lines and no frame of the code
-/// generated around the text. Only the text's own syntax error gives the
+/// generated around the text. A host error that the text raised comes back
+/// as a copy of itself (its class, message and state) with the line of the
+/// call and the name of its Python type. Only the text's own syntax error gives the
 /// position from its attributes, which must already be in the user's text
 /// (see placeSyntaxError); a SyntaxError that the running text raised (from a
 /// call of compile) is placed at the line of that call.

@@ -197,14 +197,18 @@ TEST(Evaluation, RuntimeErrorLineIsRelativeToTheUserTextWithOutLocals) {
   EXPECT_EQ(error.message().toUtf8(), "division by zero");
 }
 
-TEST(Evaluation, HostErrorWithoutPositionStaysAPlainError) {
+TEST(Evaluation, HostErrorComesBackAsItsOwnClassWithTheLineOfTheCall) {
   const kest::BadArgument failure(kest::String(u"host refused"));
   auto fails = kest::make_function([failure]() -> kest::Any { return failure; });
   auto result = evaluate("x = 1\nfail()\n", scope({}, {}, string_map({{"fail", fails}}), {}));
-  ASSERT_TRUE(kest::Error::isInstance(result)) << kest::display(result).toUtf8();
+  ASSERT_TRUE(kest::BadArgument::isInstance(result)) << kest::display(result).toUtf8();
   EXPECT_FALSE(kest::EvaluationError::isInstance(result));
-  EXPECT_TRUE(result.isSame(failure));
   EXPECT_EQ(message_of(result), "host refused");
+  EXPECT_EQ(kest::Error::unsafeFrom(result).line(), 2);
+  EXPECT_EQ(kest::Error::unsafeFrom(result).typeName().toUtf8(), "kest.BadArgument");
+  // A copy: the host's own error object keeps no position of this evaluation.
+  EXPECT_FALSE(result.isSame(failure));
+  EXPECT_FALSE(failure.line().has_value());
 }
 
 TEST(Evaluation, RaisedStopIterationYieldsAHostStopIteration) {

@@ -84,3 +84,27 @@ TEST(FuzzRegressions, ASyntaxErrorFoundAfterParsingKeepsItsPositionWhenCached) {
   EXPECT_EQ(error_line(once), 1) << message_of(once);
   EXPECT_EQ(error_line(again), 1) << message_of(again);
 }
+
+// fuzz_evaluate: Python blames the generated "global" line of an out-local
+// that the text declares nonlocal or global again: the error came back at line 0.
+TEST(FuzzRegressions, AnOutLocalDeclaredAgainIsBlamedOnTheUsersLine) {
+  for (const char *code : {"x = 1\nnonlocal out", "x = 1\ny = 2\ndef f():\n    nonlocal out"}) {
+    auto out = string_map({{"out", kest::Integer(0)}});
+    const auto result = kest::internal::result_unwrap_lazy(language().evaluate(
+        kest::String::fromUtf8(code),
+        kest::EvaluationScope(kest::Any(), kest::None(), kest::None(), kest::I_MutableMap::unsafeFrom(out))));
+    const std::string text(code);
+    const auto expected = text.starts_with("x = 1\nnonlocal") ? 2 : 4;
+    EXPECT_EQ(error_line(result), expected) << code << ": " << message_of(result);
+  }
+}
+
+// fuzz_evaluate: an error at the very end of the text landed on the line
+// after the last, the generated line that follows the text.
+TEST(FuzzRegressions, AnErrorAtTheEndOfTheTextIsOnItsLastLine) {
+  for (const auto &[code, line] : {std::pair{"x = 1\nif x:", 2}, std::pair{"x = 1\ny = (1 +", 2},
+                                   std::pair{"x = 1 \\", 1}, std::pair{"s = '''open", 1}}) {
+    const auto result = evaluate(code);
+    EXPECT_EQ(error_line(result), line) << code << ": " << message_of(result);
+  }
+}

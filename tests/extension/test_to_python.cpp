@@ -308,7 +308,7 @@ TEST(ToPython, APlainErrorIsRaisedAsRuntimeErrorWithItsMessage) {
   EXPECT_EQ(PyErr_Occurred(), nullptr);
 }
 
-TEST(ToPython, AnErrorWithACauseIsRaisedAsArgumentlessRuntimeErrorCarryingIt) {
+TEST(ToPython, AnErrorWithACauseIsRaisedAsRuntimeErrorWithItsMessageCarryingIt) {
   ensurePythonReady();
   py::gil lock;
   kest::Error error("with a cause");
@@ -322,7 +322,9 @@ TEST(ToPython, AnErrorWithACauseIsRaisedAsArgumentlessRuntimeErrorCarryingIt) {
   auto args = py::object::steal(PyObject_GetAttrString(exception.get(), "args"));
   ASSERT_TRUE(args);
   ASSERT_TRUE(PyTuple_Check(args.get()));
-  EXPECT_EQ(PyTuple_Size(args.get()), 0);
+  // Made without arguments, then given the message as its only one.
+  ASSERT_EQ(PyTuple_Size(args.get()), 1);
+  EXPECT_EQ(utf8_of(PyTuple_GetItem(args.get(), 0)), "with a cause");
   auto carried = kest_attribute(exception.get());
   ASSERT_TRUE(carried);
   ASSERT_TRUE(isKestObject(carried.get()));

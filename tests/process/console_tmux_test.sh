@@ -110,7 +110,7 @@ wait_for "finally caught"
 
 # Errors: the first line, then the traceback; the console goes on.
 type_line "undefined_name"
-wait_for "<console>:1: error: name 'undefined_name' is not defined"
+wait_for "<console>:1: error: NameError: name 'undefined_name' is not defined"
 wait_for "NameError: name 'undefined_name' is not defined"
 
 # Ctrl-C interrupts running code, and abandons an input being typed.

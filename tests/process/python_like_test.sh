@@ -101,7 +101,7 @@ module-package-main)
   [[ $s_status == 5 && $s_out == "__main__ app ['$tmp/app/__main__.py', '5', 'x'] 7" ]] || fail "status $s_status [$s_out]"
   printf 'raise ValueError("in a module")\n' >failing.py
   both -m failing
-  [[ $first == "$tmp/failing.py:1: error: in a module" ]] || fail "first line [$first]"
+  [[ $first == "$tmp/failing.py:1: error: ValueError: in a module" ]] || fail "first line [$first]"
   run s -m no_such_module_here
   [[ $s_status == 1 && $s_err == *"No module named no_such_module_here"* ]] || fail "missing module: $s_status [$s_err]"
   ;;
@@ -109,7 +109,7 @@ stdin-script)
   printf 'import sys\nprint(__name__, sys.argv)\ndef f():\n    raise KeyError("k")\nf()\n' >input.py
   stdin=input.py both - a b
   [[ $s_status == 1 && $s_out == "__main__ ['-', 'a', 'b']" ]] || fail "status $s_status [$s_out]"
-  [[ $first == "<stdin>:4: error: 'k'" ]] || fail "first line [$first]"
+  [[ $first == "<stdin>:4: error: KeyError: 'k'" ]] || fail "first line [$first]"
   stdin=input.py both
   [[ $s_out == "__main__ ['']" ]] || fail "without arguments: [$s_out]"
   ;;
@@ -198,7 +198,7 @@ PY
 library-frame-error)
   printf 'import copy, threading\n\ndef clone(x):\n    return copy.deepcopy(x)\n\nclone(threading.Lock())\n' >lib.py
   both lib.py
-  [[ $first == "$tmp/lib.py:4: error: cannot pickle '_thread.lock' object" ]] || fail "first line [$first]"
+  [[ $first == "$tmp/lib.py:4: error: TypeError: cannot pickle '_thread.lock' object" ]] || fail "first line [$first]"
   [[ $s_err == *"copy.py"* ]] || fail "no library frame in [$s_err]"
   ;;
 syntax-errors)
@@ -210,9 +210,9 @@ syntax-errors)
     [[ $s_status == 1 && $s_err == *"SyntaxError"* && $s_err == *"^"* ]] || fail "$file: [$s_err]"
   done
   both first.py
-  [[ $first == "$tmp/first.py:1:5: error: invalid syntax" ]] || fail "first line [$first]"
+  [[ $first == "$tmp/first.py:1:5: error: SyntaxError: invalid syntax" ]] || fail "first line [$first]"
   both last.py
-  [[ $first == "$tmp/last.py:3:8: error: invalid syntax" ]] || fail "first line [$first]"
+  [[ $first == "$tmp/last.py:3:8: error: SyntaxError: invalid syntax" ]] || fail "first line [$first]"
   ;;
 *)
   fail "unknown case $case_name"

@@ -129,12 +129,25 @@ class DemoErrors(unittest.TestCase):
             except kest.BadArgument:
                 self.fail("a DemoError is no BadArgument")
 
-    # The exception carries no arguments of its own: the host error, with
-    # its message, travels in the attribute "kest".
-    def test_the_message_travels_in_the_kest_attribute(self):
+    # The host message is the exception's one argument, as Python code reads
+    # any exception's; the host error itself travels in the attribute "kest".
+    def test_the_message_is_the_argument_and_the_error_travels_in_kest(self):
         error = raised_by(lambda: kest.demo.fail("x"))
-        self.assertEqual(error.args, ())
+        self.assertEqual(error.args, ("x",))
+        self.assertEqual(str(error), "x")
+        self.assertEqual(repr(error), "DemoError('x')")
         self.assertEqual(error.kest.message, "x")
+
+    def test_a_traceback_ends_with_the_type_and_the_message(self):
+        import traceback
+        error = raised_by(lambda: kest.demo.fail("boom"))
+        last = traceback.format_exception_only(type(error), error)[-1]
+        self.assertEqual(last, "kest.demo.DemoError: boom\n")
+
+    def test_a_host_error_without_a_message_still_says_something(self):
+        error = raised_by(lambda: kest.demo.fail(""))
+        self.assertIn("DemoError", str(error))
+        self.assertIn("no message", str(error))
 
 
 class OtherHostErrors(unittest.TestCase):
