@@ -17,12 +17,7 @@
 
 namespace sarvode {
 
-namespace {
-struct fetched {
-  py::object type, value, traceback;
-};
-
-fetched fetch() {
+pendingException takePendingException() {
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &value, &traceback);
   PyErr_NormalizeException(&type, &value, &traceback);
@@ -30,6 +25,8 @@ fetched fetch() {
     PyException_SetTraceback(value, traceback);
   return {py::object::steal(type), py::object::steal(value), py::object::steal(traceback)};
 }
+
+namespace {
 
 /// A whole-number attribute; missing, None or not convertible counts as absent.
 std::optional<std::int64_t> position(PyObject *object, const char *name) {
@@ -129,11 +126,11 @@ def user_stack(exc, wrapper, run_globals, offset, count):
             if code is wrapper:
                 pass
             elif frame.f_globals is run_globals and code.co_filename == "<string>":
-                line = tb.tb_lineno + offset
+                line = tb.tb_lineno + offset if tb.tb_lineno is not None else 0
                 if 1 <= line <= count:
                     kept.append((frame, -1, line))  # -1: the rendering takes the line given
             else:
-                kept.append((frame, tb.tb_lasti, tb.tb_lineno))
+                kept.append((frame, tb.tb_lasti, tb.tb_lineno if tb.tb_lineno is not None else -1))
             tb = tb.tb_next
         out = None
         for frame, lasti, line in reversed(kept):
@@ -252,7 +249,7 @@ kest::Any errorFromException(PyObject *exception) { return error_from_exception(
 kest::Union<kest::Error, kest::None> currentPythonError() {
   if (!PyErr_Occurred())
     return kest::None();
-  auto f = fetch();
+  auto f = takePendingException();
   auto value = error_value_of(f.value.get());
   PyErr_Clear();
   if (kest::Error::isInstance(value))
@@ -301,7 +298,7 @@ std::optional<std::int64_t> traceback_line(PyObject *traceback, std::int64_t lin
 kest::Error convert_pending(std::int64_t lineOffset, std::int64_t columnOffset, const evaluated_text *text) {
   if (!PyErr_Occurred())
     return kest::Error::unknown();
-  auto f = fetch();
+  auto f = takePendingException();
   auto value = f.value ? error_value_of(f.value.get(), text) : kest::Any();
   PyErr_Clear();
   kest::Error error = kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value) : kest::Error::unknown();

@@ -10,6 +10,12 @@
 
 namespace sarvode {
 
+/// The pending exception, normalised (its traceback set on its value), and cleared.
+struct pendingException {
+  py::object type, value, traceback;
+};
+pendingException takePendingException();
+
 /// Takes the pending Python exception as a host error: an EvaluationError when
 /// a position is known (shifted by the offsets), else an Error; the host's
 /// unknown error when nothing is pending. The position is a syntax error's own

@@ -3,6 +3,7 @@
 #include "language/syntax_position.hpp"
 
 #include "language/evaluation.hpp"
+#include "language/python_error.hpp"
 
 #include <algorithm>
 #include <optional>
@@ -16,17 +17,6 @@ constexpr std::string_view outside_function_messages[] = {
     "'return' outside function",   "'yield' outside function", "'yield from' outside function",
     "'await' outside function",    "nonlocal declaration not allowed at module level",
 };
-
-struct fetched {
-  py::object type, value, traceback;
-};
-/// Takes the pending error, normalised.
-fetched fetched_error() {
-  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
-  PyErr_Fetch(&type, &value, &traceback);
-  PyErr_NormalizeException(&type, &value, &traceback);
-  return {py::object::steal(type), py::object::steal(value), py::object::steal(traceback)};
-}
 
 /// The SyntaxError (a new reference) with which the builtin compile refuses
 /// `text` as statements, or null when it compiles or fails otherwise. Leaves
@@ -42,7 +32,7 @@ py::object syntax_error_of(std::string_view text) {
     PyErr_Clear();
     return {};
   }
-  return fetched_error().value;
+  return takePendingException().value;
 }
 
 std::optional<std::int64_t> integer_attribute(PyObject *object, const char *name) {
@@ -123,7 +113,7 @@ std::int64_t pythonLineCount(std::string_view text) {
 void placeSyntaxError(std::string_view user, std::span<const kest::String> outLocalNames) {
   if (!PyErr_ExceptionMatches(PyExc_SyntaxError))
     return;
-  auto pending = fetched_error(); // nothing may be pending while the text compiles again
+  auto pending = takePendingException(); // nothing may be pending while the text compiles again
   if (auto alone = syntax_error_of(user); alone && !outside_function_only(alone.get())) {
     PyErr_SetObject(reinterpret_cast<PyObject *>(Py_TYPE(alone.get())), alone.get());
     return;

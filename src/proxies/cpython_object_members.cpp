@@ -7,6 +7,7 @@
 
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
+#include "language/python_helper.hpp"
 #include "proxies/cpython_function.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_call.hpp"
@@ -194,24 +195,12 @@ kest::Any display_text(const kest::Any &self) {
 }
 
 /// The helper that orders two Python objects when no rich comparison says so,
-/// compiled once and kept for the life of the process. No blocking one-time
-/// guard: compiling runs Python code, which may release the interpreter lock,
-/// and a thread waiting on a guard while holding the lock would deadlock; two
-/// first uses may both compile, and the first result stays. The caller holds the lock.
+/// compiled once and kept for the life of the process. The caller holds the lock.
 PyObject *cmp_helper() {
-  static std::atomic<PyObject *> helper{nullptr};
-  if (PyObject *kept = helper.load(std::memory_order_acquire))
-    return kept;
-  auto fn = compileHelperFunction(kest::String(u"def cmp(a, b):\n    if a > b:\n        return 1\n    else:\n"
-                                               u"        if a < b:\n            return -1\n    return 0"));
-  PyObject *made = pythonObjectOf(fn);
-  if (!made)
-    return nullptr;
-  Py_IncRef(made);
-  PyObject *expected = nullptr;
-  if (!helper.compare_exchange_strong(expected, made, std::memory_order_acq_rel))
-    Py_DecRef(made); // another thread kept its helper first
-  return helper.load(std::memory_order_acquire);
+  static std::atomic<PyObject *> kept{nullptr};
+  return pythonHelper(kept, "def cmp(a, b):\n    if a > b:\n        return 1\n    else:\n"
+                            "        if a < b:\n            return -1\n    return 0\n",
+                      "cmp");
 }
 
 kest::Any python_compare(const kest::Any &self, const kest::Any &other) {
