@@ -11,6 +11,7 @@
 #include "python_runner.hpp"
 #include "run_timeout.hpp"
 #include "script_runner.hpp"
+#include "text_locale.hpp"
 #include "user_folder.hpp"
 
 #include <kest/init.hpp>
@@ -56,7 +57,8 @@ int main(int argc, char **argv) {
   // Before anything can write: a closed pipe must fail a write, not end us.
   sarvode::ignore_write_signals();
 
-  std::vector<std::string> arguments(argv, argv + argc);
+  const std::vector<std::string> host_argv(argv, argv + argc);
+  std::vector<std::string> arguments = host_argv;
   const auto target = sarvode::split_script_target(arguments);
   std::vector<const char *> own_arguments;
   for (const auto &argument : arguments)
@@ -82,6 +84,8 @@ int main(int argc, char **argv) {
   app.add_flag("-i", interactive, "Open the interactive console");
   app.add_flag("--sandbox", options.sandbox, "Run in the read-only sandbox");
   app.add_flag("--show-class", options.show_class, "Print the result's qualified class name before it");
+  app.add_flag("--host-log", options.host_log,
+               "Send the Python logging of FILE, -m, - and the console to the host log, as for -c and -e");
   double timeout_seconds = 0;
   app.add_option("--timeout", timeout_seconds,
                  "Interrupt the run after SECONDS (KeyboardInterrupt at the running line) and exit with status 124")
@@ -102,6 +106,7 @@ int main(int argc, char **argv) {
   if (!script.empty() && access(script.front().c_str(), R_OK) != 0)
     return usage_error("cannot read " + script.front());
 
+  sarvode::coerce_c_locale(); // before Python starts, as python3 does
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {
     std::cerr << "sarvode: " << loaded.error << "\n";
@@ -158,7 +163,7 @@ int main(int argc, char **argv) {
   else if (e->count() > 0)
     status = evaluate_and_show(*language, expression, true, options, timeout);
   else
-    status = sarvode::run_request(*language, options, request);
+    status = sarvode::run_request(*language, options, request, host_argv);
   timeout.stop();
   status = sarvode::finish_run(*language, options, status);
   std::cout.flush();

@@ -16,6 +16,7 @@ std::optional<kest::I_Language> python_language();
 struct run_options {
   bool sandbox = false;
   bool show_class = false;
+  bool host_log = false; ///< scripts' Python logging reaches the host log (--host-log)
 };
 
 /// Prints an error as "SOURCE:LINE:COLUMN: error: MESSAGE" when it has a

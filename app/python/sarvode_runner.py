@@ -284,9 +284,27 @@ def _quiet_stdout():
         pass
 
 
-def main(request, host_names):
-    """Runs a request from the host: (MODE, TARGET, ARG...)."""
-    mode, target, *args = request
+def _python_logging(host_log):
+    """python3's logging: no handler on the root logger and its level WARNING
+    until the script configures them. The extension puts the host's log
+    bridge there for every host; a script run keeps it only when asked
+    (--host-log)."""
+    logging = sys.modules.get("logging")
+    if host_log or logging is None:
+        return
+    root = logging.getLogger()
+    for handler in list(root.handlers):
+        if type(handler).__name__ == "KestLogHandler":
+            root.removeHandler(handler)
+    root.setLevel(logging.WARNING)
+
+
+def main(request, host_names, host_argv=(), host_log=False):
+    """Runs a request from the host: (MODE, TARGET, ARG...), each as bytes of
+    the command line, decoded as python3 decodes its argv (os.fsdecode)."""
+    mode, target, *args = [os.fsdecode(word) for word in request]
+    sys.orig_argv = [os.fsdecode(word) for word in host_argv]
+    _python_logging(host_log)
     if mode == "file":
         return run_file(target, args, host_names)
     if mode == "module":

@@ -3,6 +3,7 @@
 #include "language/interrupts.hpp"
 
 #include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
 
 #include <chrono>
 #include <mutex>
@@ -115,6 +116,8 @@ running_evaluation::~running_evaluation() {
 }
 
 bool interruptEvaluation(std::int64_t thread) {
+  if (pythonShutDown())
+    return false;
   ensurePythonReady();
   py::gil lock;
   auto &r = registry();

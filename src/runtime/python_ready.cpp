@@ -26,8 +26,27 @@ kest::List &pending_paths() {
   return list;
 }
 
+/// Set by a host that coerced the C locale before Python starts, as python3
+/// does (PEP 538): the locale was C, so UTF-8 mode is on. Taken out of the
+/// environment before Python reads it.
+constexpr const char *host_utf8_mode_variable = "SARVODE_PYTHON_UTF8_MODE";
+
+/// python3's choice of UTF-8 mode (PEP 540), which Py_InitializeEx alone
+/// never makes: PYTHONUTF8=1 asks for it, PYTHONUTF8=0 refuses it, and
+/// otherwise the C or POSIX locale turns it on.
+bool utf8_mode_wanted() {
+  const auto from_host = platform::environment(host_utf8_mode_variable);
+  if (from_host)
+    platform::unset_environment(host_utf8_mode_variable);
+  if (const auto asked = platform::environment("PYTHONUTF8"); asked && !asked->empty())
+    return *asked == "1";
+  return (from_host && *from_host == "1") || platform::text_locale_is_c();
+}
+
 std::once_flag g_ready;
 std::atomic<bool> g_hook_installed{false};
+/// The thread that started the interpreter; 0 while it has not, or when the host started it.
+std::atomic<unsigned long> g_starting_thread{0};
 
 void start_interpreter() {
   // Extension modules of the interpreter's own library (_decimal, math, ...)
@@ -36,7 +55,10 @@ void start_interpreter() {
   platform::make_interpreter_symbols_global();
   if (auto add_hook = platform::find_add_audit_hook())
     g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
+  if (utf8_mode_wanted())
+    Py_UTF8Mode = 1;
   Py_InitializeEx(0);
+  g_starting_thread = PyThread_get_thread_ident();
   if (g_hook_installed)
     installSandboxGuards(); // before any code but the interpreter's own start-up runs
   // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.
@@ -90,6 +112,8 @@ kest::Result<kest::None> addSysPath(const kest::String &directory) {
 }
 
 bool sandboxHookInstalled() noexcept { return g_hook_installed.load(); }
+
+unsigned long startingThread() noexcept { return g_starting_thread.load(); }
 
 std::int64_t pendingSysPathCount() { return pending_paths().length(); }
 

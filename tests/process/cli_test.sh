@@ -56,10 +56,13 @@ python-log-records-on-standard-error)
   expected=$'INFO: one\nWARNING: a 1\nLevel 25: custom\nERROR: three\nCRITICAL: four'
   run -c "$code"
   expect 0 "" "$expected"
-  # The same from a script run as __main__, with the script's own output untouched.
+  # A script's logging is python3's (see python-like.logging) unless
+  # --host-log asks for the host log, with the script's own output untouched.
   printf '%s\nprint("out")\n' "$code" >"$tmp/logs.py"
-  run "$tmp/logs.py"
+  run --host-log "$tmp/logs.py"
   expect 0 "out" "$expected"
+  run "$tmp/logs.py"
+  expect 0 "out" $'WARNING:root:a 1\nERROR:app:three\nCRITICAL:root:four'
   ;;
 expression-result)
   run -e "6 * 7"

@@ -214,6 +214,111 @@ syntax-errors)
   both last.py
   [[ $first == "$tmp/last.py:3:8: error: invalid syntax" ]] || fail "first line [$first]"
   ;;
+clean-up-at-exit)
+  # The end of a run finalizes the interpreter: module globals cleared, files
+  # flushed and closed, __del__ and generators' finally run, a leftover
+  # temporary file deleted; in the script and in what it imported, for every
+  # way a run ends and every way a script is given.
+  printf 'log = open("helper.txt", "w")\nlog.write("from helper\\n")\n' >helper.py
+  cat >body.py <<'PY'
+import helper, os, sys, tempfile
+out = open("r.csv", "w")
+out.write("a\n")
+class Noisy:
+    def __del__(self):
+        print("del ran")
+noisy = Noisy()
+def numbers():
+    try:
+        yield 1
+    finally:
+        print("finally ran")
+started = numbers()
+next(started)
+left = tempfile.NamedTemporaryFile(dir=".", prefix="left-")
+END
+PY
+  # leftovers: what a run left in the folder, with sizes.
+  leftovers() {
+    local f
+    for f in r.csv helper.txt left-*; do
+      [[ -e $f ]] && printf '%s:%s ' "$f" "$(wc -c <"$f")"
+    done
+  }
+  for ending in 'pass' 'sys.exit(3)' 'raise ValueError("at the end")' 'raise KeyboardInterrupt'; do
+    sed "s/^END\$/$ending/" body.py >main.py
+    for way in file module stdin; do
+      case $way in
+      file) args=(main.py) ;;
+      module) args=(-m main) ;;
+      stdin) args=(-) ;;
+      esac
+      for who in s p; do
+        rm -f r.csv helper.txt left-*
+        stdin=main.py run "$who" "${args[@]}"
+        printf -v "${who}_left" '%s' "$(leftovers)"
+      done
+      [[ $s_status == "$p_status" ]] || fail "$way, $ending: status $s_status, python3 $p_status ($s_err)"
+      [[ $s_out == "$p_out" ]] || fail "$way, $ending: stdout [$s_out], python3 [$p_out]"
+      [[ $s_left == "$p_left" ]] || fail "$way, $ending: left [$s_left], python3 [$p_left]"
+      [[ $s_left == "r.csv:2 helper.txt:12 " ]] || fail "$way, $ending: left [$s_left]"
+      [[ $s_out == *"del ran"* && $s_out == *"finally ran"* ]] || fail "$way, $ending: stdout [$s_out]"
+      if [[ $p_err == *Traceback* ]]; then
+        [[ ${s_err#*$'\n'} == "$p_err" ]] || fail "$way, $ending: stderr [$s_err], python3 [$p_err]"
+      else
+        [[ $s_err == "$p_err" ]] || fail "$way, $ending: stderr [$s_err], python3 [$p_err]"
+      fi
+    done
+  done
+  ;;
+logging)
+  # Python logging is python3's: nothing on the root logger until the script
+  # configures it, so basicConfig works and unconfigured records print as
+  # python3 prints them; in a module run, from standard input and in a file.
+  printf 'import logging\nlogging.getLogger("app").info("hidden")\nlogging.getLogger("app").warning("plain %%d", 1)\nlogging.basicConfig(format="%%(levelname)s|%%(name)s|%%(message)s", level=logging.INFO)\nlogging.info("hello")\nlogging.getLogger("app").debug("not shown")\nprint(len(logging.getLogger().handlers))\n' >logs.py
+  same_error logs.py
+  [[ $s_out == 1 && $s_err == $'plain 1\nINFO|root|hello' ]] || fail "file: [$s_out] [$s_err]"
+  same_error -m logs
+  stdin=logs.py same_error -
+  ;;
+utf8-mode)
+  # Under the C locale (env -i) and with PYTHONUTF8, Python starts as python3
+  # does: UTF-8 mode, the C locale coerced to C.UTF-8 for child processes.
+  cat >cafe.py <<'PY'
+import locale, os, sys
+print("café", sys.flags.utf8_mode, sys.stdout.encoding, sys.getfilesystemencoding())
+with open("written", "w") as f:
+    print(f.encoding, locale.getpreferredencoding(False), file=sys.stderr)
+print(os.environ.get("LC_CTYPE"), locale.setlocale(locale.LC_CTYPE))
+PY
+  for setting in "" PYTHONUTF8=1 PYTHONUTF8=0 PYTHONCOERCECLOCALE=0 PYTHONCOERCECLOCALE=warn LC_ALL=C; do
+    for who in s p; do
+      [[ $who == s ]] && program=$sarvode || program=$python
+      out=$(env -i $setting "$program" cafe.py 2>"$tmp/$who.err")
+      printf -v "${who}_status" '%s' "$?"
+      printf -v "${who}_out" '%s' "$out"
+      printf -v "${who}_err" '%s' "$(cat "$tmp/$who.err")"
+    done
+    [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
+      fail "env -i $setting: sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
+  done
+  out=$(env -i "$sarvode" cafe.py 2>/dev/null)
+  [[ $out == "café 1 utf-8 utf-8"$'\n'"C.UTF-8 C.UTF-8" ]] || fail "env -i: [$out]"
+  ;;
+argv-bytes)
+  # Command-line bytes that are not UTF-8 reach sys.argv as surrogate escapes
+  # (os.fsdecode), as python3 decodes them: such a file opens, and such a
+  # script runs. sys.orig_argv is the program's own command line.
+  printf 'data\n' >$'f\xff'
+  printf 'import os, sys\nprint(ascii(sys.argv), open(sys.argv[1]).read().strip(), os.fsencode(sys.argv[1]) == b"f\\xff")\nprint(ascii(sys.orig_argv[1:]))\n' >$'s\xff.py'
+  both $'s\xff.py' $'f\xff'
+  [[ $s_out == "['s\\udcff.py', 'f\\udcff'] data True"$'\n'"['s\\udcff.py', 'f\\udcff']" ]] || fail "output [$s_out]"
+  cp $'s\xff.py' plain.py
+  stdin=plain.py both - $'f\xff'
+  both -m plain $'f\xff'
+  run s plain.py $'f\xff'
+  [[ $s_out == *$'\n'"['plain.py', 'f\\udcff']" ]] || fail "sys.orig_argv: [$s_out]"
+  ;;
 *)
   fail "unknown case $case_name"
   ;;
