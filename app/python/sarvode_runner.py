@@ -146,44 +146,49 @@ def _guarded(action, user_files):
 # Modes.
 
 
-def _main_module(host_names):
+def _main_module(host_names=None):
+    """__main__, with python3's globals only; the console passes the host
+    modules (kest, python), which it offers without an import."""
     import types
 
     main = sys.modules.get("__main__")
     if main is None:
         main = sys.modules["__main__"] = types.ModuleType("__main__")
-    for name, value in host_names.items():
-        main.__dict__.setdefault(name, value)  # the host modules, as in every evaluation
+    for name, value in (host_names or {}).items():
+        main.__dict__.setdefault(name, value)
     return main
 
 
-def _run_code(source, filename, host_names):
+def _run_code(source, filename):
     code = compile(source, filename, "exec", dont_inherit=True)
-    exec(code, _main_module(host_names).__dict__)
+    exec(code, _main_module().__dict__)
 
 
-def run_file(path, args, host_names):
+def run_file(path, args):
     """python3 FILE: the file as __main__, its folder first on sys.path."""
     import runpy
 
     sys.argv = [path, *args]
     if os.path.isdir(path) or _is_zip(path):
-        # A folder or archive with __main__.py, found the way python3 finds it.
-        sys.path.insert(0, path)
-        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {path})
+        # A folder or archive with __main__.py, found the way python3 finds it
+        # (by its absolute path, which safe_path leaves in place: it is the code).
+        where = os.path.abspath(path)
+        sys.path.insert(0, where)
+        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {where})
     filename = os.path.abspath(path)
-    sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
+    if not sys.flags.safe_path:  # PYTHONSAFEPATH=1: not the script's folder
+        sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
 
     def action():
         import importlib.machinery
 
         with open(path, "rb") as file:
             source = file.read()
-        main = _main_module(host_names)
+        main = _main_module()
         main.__file__ = filename
         main.__cached__ = None
         main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
-        _run_code(source, filename, host_names)
+        _run_code(source, filename)
 
     return _guarded(action, {filename})
 
@@ -197,12 +202,13 @@ def _is_zip(path):
         return False
 
 
-def run_module(name, args, host_names):
+def run_module(name, args):
     """python3 -m MODULE: the module (a package's __main__) as __main__."""
     import runpy
 
     sys.argv = ["-m", *args]
-    sys.path.insert(0, os.getcwd())
+    if not sys.flags.safe_path:
+        sys.path.insert(0, os.getcwd())
     files = set()
 
     def action():
@@ -213,18 +219,31 @@ def run_module(name, args, host_names):
             spec = importlib.util.find_spec(name + ".__main__")
         if spec is not None and spec.origin:
             files.add(spec.origin)
-        _main_module(host_names)
+        _main_module()
         # runpy's own entry for -m, the one python3 calls.
         runpy._run_module_as_main(name, alter_argv=True)
 
     return _guarded(action, files)
 
 
-def run_stdin(argv0, args, host_names):
+def run_stdin(argv0, args):
     """python3 - : the standard input read whole, then run as __main__."""
     sys.argv = [argv0, *args]
-    sys.path.insert(0, "")
-    return _guarded(lambda: _run_code(sys.stdin.buffer.read(), "<stdin>", host_names), {"<stdin>"})
+    if not sys.flags.safe_path:
+        sys.path.insert(0, "")
+
+    def action():
+        # As python3 runs it: __file__ is '<stdin>' while the code runs.
+        main = _main_module()
+        main.__file__ = "<stdin>"
+        main.__cached__ = None
+        try:
+            _run_code(sys.stdin.buffer.read(), "<stdin>")
+        finally:
+            main.__dict__.pop("__file__", None)
+            main.__dict__.pop("__cached__", None)
+
+    return _guarded(action, {"<stdin>"})
 
 
 def show(value, prefix):
@@ -299,18 +318,31 @@ def _python_logging(host_log):
     root.setLevel(logging.WARNING)
 
 
+def _host_modules_last():
+    """In a script run, the script's own modules (and those on sys.path) are
+    found before the host's, as python3 finds them: a package named kest
+    beside the script is the one imported. The host's importer goes after
+    Python's own finders."""
+    for finder in list(sys.meta_path):
+        if type(finder).__name__ == "_KestModuleImporter":
+            sys.meta_path.remove(finder)
+            sys.meta_path.append(finder)
+
+
 def main(request, host_names, host_argv=(), host_log=False):
     """Runs a request from the host: (MODE, TARGET, ARG...), each as bytes of
     the command line, decoded as python3 decodes its argv (os.fsdecode)."""
     mode, target, *args = [os.fsdecode(word) for word in request]
     sys.orig_argv = [os.fsdecode(word) for word in host_argv]
     _python_logging(host_log)
+    if mode in ("file", "module", "stdin"):
+        _host_modules_last()
     if mode == "file":
-        return run_file(target, args, host_names)
+        return run_file(target, args)
     if mode == "module":
-        return run_module(target, args, host_names)
+        return run_module(target, args)
     if mode == "stdin":
-        return run_stdin(target, args, host_names)
+        return run_stdin(target, args)
     if mode == "console":
         from _sarvode_console import run_console
 

@@ -53,12 +53,15 @@ void start_interpreter() {
   // do not link it; they need its symbols in the global scope even when the
   // host loaded us with RTLD_LOCAL.
   platform::make_interpreter_symbols_global();
-  if (auto add_hook = platform::find_add_audit_hook())
-    g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
   if (utf8_mode_wanted())
     Py_UTF8Mode = 1;
   Py_InitializeEx(0);
   g_starting_thread = PyThread_get_thread_ident();
+  // Added once the interpreter runs, not before: a hook entry allocated
+  // before start-up comes from another allocator than the one that frees it
+  // when Python is finalized (PYTHONMALLOC=debug, PYTHONDEVMODE=1).
+  if (auto add_hook = platform::find_add_audit_hook())
+    g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
   if (g_hook_installed)
     installSandboxGuards(); // before any code but the interpreter's own start-up runs
   // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.

@@ -319,6 +319,85 @@ argv-bytes)
   run s plain.py $'f\xff'
   [[ $s_out == *$'\n'"['plain.py', 'f\\udcff']" ]] || fail "sys.orig_argv: [$s_out]"
   ;;
+closed-stdout)
+  # A script that closes sys.stdout ends as under python3 (status 0, nothing
+  # said), json.tool among them; output lost to a closed pipe at the final
+  # flush is reported as python3 reports it, with its status.
+  printf 'import sys\nprint("gone")\nsys.stdout.close()\n' >closing.py
+  same_error closing.py
+  [[ $s_status == 0 ]] || fail "status $s_status"
+  printf '{"a": [1, 2]}\n' >data.json
+  same_error -m json.tool data.json
+  [[ $s_out == *'"a"'* ]] || fail "json.tool: [$s_out]"
+  printf 'import time\nprint("x" * 100)\ntime.sleep(0.3)\n' >late.py
+  for who in s p; do
+    [[ $who == s ]] && program=$sarvode || program=$python
+    env -u PYTHONUNBUFFERED "$program" late.py 2>"$tmp/$who.err" | true
+    printf -v "${who}_status" '%s' "${PIPESTATUS[0]}"
+  done
+  [[ $s_status == "$p_status" && $(cat "$tmp/s.err") == "$(cat "$tmp/p.err")" ]] ||
+    fail "final flush: $s_status [$(cat "$tmp/s.err")], python3 $p_status [$(cat "$tmp/p.err")]"
+  [[ $s_status == 120 ]] || fail "final flush: status $s_status"
+  ;;
+safe-path)
+  # PYTHONSAFEPATH=1: neither the script's folder, nor the current one for -m
+  # or standard input, comes first on sys.path.
+  mkdir code
+  printf 'VALUE = 1\n' >code/beside.py
+  printf 'import sys, os\nprint(os.path.dirname(os.path.abspath(__file__)) in sys.path, "" in sys.path, os.getcwd() in sys.path)\ntry:\n    import beside\n    print("imported")\nexcept ImportError as e:\n    print("ImportError", e.name)\n' >code/main.py
+  PYTHONSAFEPATH=1 both code/main.py
+  [[ $s_out == $'False False False\nImportError beside' ]] || fail "file: [$s_out]"
+  cd code
+  for who in s p; do
+    PYTHONSAFEPATH=1 run $who -m main
+  done
+  [[ $s_status == 1 && $p_status == 1 && $s_err == *"No module named main"* ]] || fail "-m: $s_status [$s_err]"
+  PYTHONSAFEPATH=1 stdin=main.py both -
+  [[ $s_out == $'False False False\nImportError beside' ]] || fail "standard input: [$s_out]"
+  both main.py
+  [[ $s_out == $'True False True\nimported' ]] || fail "without PYTHONSAFEPATH: [$s_out]"
+  cd ..
+  ;;
+zip-and-folder)
+  # A folder or zip archive with __main__.py runs with an absolute sys.path[0]
+  # and __file__, as under python3; sys.argv[0] as given.
+  mkdir -p app2
+  printf 'import sys\nprint(__file__, sys.path[0], sys.argv[0])\n' >app2/__main__.py
+  (cd app2 && "$python" -m zipfile -c ../app2.zip __main__.py) || fail "cannot make the archive"
+  both app2
+  [[ $s_out == "$tmp/app2/__main__.py $tmp/app2 app2" ]] || fail "folder: [$s_out]"
+  both app2.zip
+  [[ $s_out == "$tmp/app2.zip/__main__.py $tmp/app2.zip app2.zip" ]] || fail "zip: [$s_out]"
+  PYTHONSAFEPATH=1 both app2.zip
+  ;;
+no-warnings-at-start)
+  # With every warning shown, starting prints none.
+  printf 'print("ok")\n' >quiet.py
+  PYTHONDEVMODE=1 same_error quiet.py
+  PYTHONWARNINGS=default same_error quiet.py
+  PYTHONWARNINGS=error same_error quiet.py
+  [[ $s_out == ok && -z $s_err ]] || fail "[$s_out] [$s_err]"
+  ;;
+main-globals)
+  # __main__ has python3's globals and no others, for a file, a module and
+  # standard input (where __file__ is '<stdin>'); a package named kest beside
+  # the script is the one that imports.
+  printf 'print(sorted(globals()))\nprint(__file__ if "__file__" in globals() else None)\n' >names.py
+  both names.py
+  both -m names
+  stdin=names.py both -
+  [[ $s_out == *"'__spec__']"$'\n<stdin>' ]] || fail "standard input: [$s_out]"
+  mkdir -p own/kest
+  printf 'VALUE = "local"\n' >own/kest/__init__.py
+  printf 'import kest\nprint(kest.VALUE)\n' >own/use.py
+  both own/use.py
+  [[ $s_out == local ]] || fail "local kest: [$s_out]"
+  printf 'import kest, kest.demo
+print(kest.__name__, kest.demo.__name__)
+' >host.py
+  run s host.py
+  [[ $s_status == 0 && $s_out == "kest kest.demo" ]] || fail "host modules: $s_status [$s_out] [$s_err]"
+  ;;
 *)
   fail "unknown case $case_name"
   ;;
