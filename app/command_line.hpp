@@ -20,4 +20,8 @@ struct script_target {
 /// without a module is left in place, for the option parser to refuse.
 std::optional<script_target> split_script_target(std::vector<std::string> &argv);
 
+/// What python3 says of a FILE it cannot open (after its program name):
+/// "can't open file '/absolute/path': [Errno 2] No such file or directory".
+std::string cannot_open_message(const std::string &file, int error);
+
 } // namespace sarvode

@@ -18,6 +18,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <iostream>
 #include <unistd.h>
 
@@ -104,7 +105,7 @@ int main(int argc, char **argv) {
   if (modes > 1)
     return usage_error("use only one of FILE, -m, -, -c, -e and -i (see --help)");
   if (!script.empty() && access(script.front().c_str(), R_OK) != 0)
-    return usage_error("cannot read " + script.front());
+    return usage_error(sarvode::cannot_open_message(script.front(), errno));
 
   sarvode::coerce_c_locale(); // before Python starts, as python3 does
   auto loaded = sarvode::load_extensions(extensions_dir);
@@ -157,6 +158,7 @@ int main(int argc, char **argv) {
     request.insert(request.end(), script.begin() + 1, script.end());
 
   int status = 0;
+  sarvode::prepare_python(*language, options);
   sarvode::run_timeout timeout(timeout_seconds);
   if (c->count() > 0)
     status = evaluate_and_show(*language, code, false, options, timeout);

@@ -92,6 +92,10 @@ int run_request(const kest::I_Language &language, const run_options &options, co
                         locals));
 }
 
+void prepare_python(const kest::I_Language &language, const run_options &options) {
+  (void)call(language, options, "None", new_locals());
+}
+
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value) {
   if (kest::is_none(value))
     return 0;

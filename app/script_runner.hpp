@@ -20,6 +20,11 @@ inline constexpr int status_interrupted = -2;
 int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request,
                 const std::vector<std::string> &host_argv);
 
+/// Makes the command line's Python modules, which set Python up as python3
+/// has it (Ctrl-C raises KeyboardInterrupt, sys.executable), before any mode
+/// runs: so a time limit or Ctrl-C also ends a sleep in -c or -e.
+void prepare_python(const kest::I_Language &language, const run_options &options);
+
 /// Prints a value as Python's print() does (nothing for None), after its host
 /// class name and ": " when asked. Returns 0, or 1 when it could not be printed.
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value);

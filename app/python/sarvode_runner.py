@@ -119,6 +119,9 @@ def exit_status(exc):
     if code is None:
         return 0
     if isinstance(code, int):
+        # python3 reads it as a C long: one too large is -1, which is 255.
+        if not -(2**63) <= code < 2**63:
+            return 255
         return code & 0xFF
     try:
         sys.stderr.write(str(code) + "\n")
@@ -128,16 +131,36 @@ def exit_status(exc):
     return 1
 
 
+def _stderr_lost():
+    err = sys.stderr
+    try:
+        return err is None or err.closed
+    except Exception:
+        return True
+
+
+def _uncaught(exc, user_files):
+    if _stderr_lost():
+        # Nowhere to print a report: the hook says so as python3's does
+        # ("lost sys.stderr" on the process's standard error).
+        try:
+            sys.excepthook(type(exc), exc, exc.__traceback__)
+        except BaseException:
+            sys.__excepthook__(type(exc), exc, exc.__traceback__)
+        return
+    report(exc, exc.__traceback__, user_files)
+
+
 def _guarded(action, user_files):
     try:
         action()
     except SystemExit as exc:
         return exit_status(exc)
     except KeyboardInterrupt as exc:
-        report(exc, exc.__traceback__, user_files)
+        _uncaught(exc, user_files)
         return INTERRUPTED
     except BaseException as exc:
-        report(exc, exc.__traceback__, user_files)
+        _uncaught(exc, user_files)
         return 1
     return 0
 
@@ -187,10 +210,32 @@ def run_file(path, args):
         main = _main_module()
         main.__file__ = filename
         main.__cached__ = None
+        if _is_compiled(path, source):
+            main.__loader__ = importlib.machinery.SourcelessFileLoader("__main__", filename)
+            exec(_compiled_code(source), main.__dict__)
+            return
         main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
         _run_code(source, filename)
 
     return _guarded(action, {filename})
+
+
+def _is_compiled(path, data):
+    """python3's test for a compiled file: its name ends in .pyc, or it starts
+    with the two bytes of the compiled-code magic number."""
+    import importlib.util
+
+    return path.lower().endswith(".pyc") or data[:2] == importlib.util.MAGIC_NUMBER[:2]
+
+
+def _compiled_code(data):
+    """The code of a compiled file, after its 16-byte header, as python3 reads it."""
+    import importlib.util
+    import marshal
+
+    if data[:4] != importlib.util.MAGIC_NUMBER:
+        raise RuntimeError("Bad magic number in .pyc file")
+    return marshal.loads(data[16:])
 
 
 def _is_zip(path):

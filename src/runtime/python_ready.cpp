@@ -81,8 +81,6 @@ void ensurePythonReady() {
       start_interpreter();
     (void)cpythonLanguage(); // declares the class and registers the language
     installHostImporter();
-    py::gil lock;
-    installInterruptibleSleep();
   });
 }
 

@@ -148,7 +148,7 @@ script-argv)
   ;;
 missing-script-is-a-usage-error)
   run "$tmp/no-such-file.py"
-  expect 2 "" "sarvode: cannot read $tmp/no-such-file.py"
+  expect 2 "" "sarvode: can't open file '$tmp/no-such-file.py': [Errno 2] No such file or directory"
   ;;
 conflicting-modes-are-a-usage-error)
   run -c "1" -e "2"

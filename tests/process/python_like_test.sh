@@ -160,7 +160,8 @@ PY
   [[ $s_out == $'main done\nthread done\nexit handler' ]] || fail "output [$s_out]"
   ;;
 system-exit)
-  for code in 'sys.exit(3)' 'sys.exit()' 'sys.exit(None)' 'sys.exit(300)' 'raise SystemExit(0)'; do
+  for code in 'sys.exit(3)' 'sys.exit()' 'sys.exit(None)' 'sys.exit(300)' 'raise SystemExit(0)' 'sys.exit(2**70)' \
+    'sys.exit(-1)' 'sys.exit(-2**70)' 'sys.exit(2**63 + 5)' 'sys.exit(2**40 + 7)'; do
     printf 'import sys\nprint("before")\n%s\nprint("after")\n' "$code" >exits.py
     both exits.py
   done
@@ -397,6 +398,69 @@ print(kest.__name__, kest.demo.__name__)
 ' >host.py
   run s host.py
   [[ $s_status == 0 && $s_out == "kest kest.demo" ]] || fail "host modules: $s_status [$s_out] [$s_err]"
+  ;;
+standard-sleep)
+  # time.sleep is Python's own in a script: repr, identity and pickling as
+  # under python3, so a fork process pool that was handed it shuts down.
+  cat >sleeping.py <<'PY'
+import concurrent.futures, multiprocessing, pickle, time
+print(repr(time.sleep), pickle.loads(pickle.dumps(time.sleep)) is time.sleep, time.sleep.__self__ is time)
+with concurrent.futures.ProcessPoolExecutor(2, mp_context=multiprocessing.get_context("fork")) as pool:
+    pool.submit(time.sleep, .1)
+    pool.shutdown(cancel_futures=True)
+print("shut down")
+PY
+  timeout 60 true || fail "no timeout command"
+  run s sleeping.py
+  run p sleeping.py
+  [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
+    fail "sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
+  [[ $s_out == $'<built-in function sleep> True True\nshut down' ]] || fail "output [$s_out]"
+  # Ctrl-C and the time limit still end a long sleep, of a script and of -c/-e.
+  SECONDS=0
+  run s --timeout 0.5 -e '__import__("time").sleep(30)'
+  [[ $s_status == 124 ]] || fail "-e: status $s_status [$s_err]"
+  run s --timeout 0.5 -c 'import time; time.sleep(30)'
+  [[ $s_status == 124 ]] || fail "-c: status $s_status [$s_err]"
+  ((SECONDS < 20)) || fail "the sleeps were not cut short (${SECONDS}s)"
+  ;;
+sandbox-guards-unseen)
+  # Outside a sandbox the extension's guards change nothing a script sees.
+  cat >fds.py <<'PY'
+import os, shutil
+print(os.mkfifo in os.supports_dir_fd, os.mknod in os.supports_dir_fd, os.stat in os.supports_fd)
+print(sorted(f.__name__ for f in os.supports_dir_fd), shutil._use_fd_functions)
+print(len(os.supports_follow_symlinks), len(os.supports_effective_ids))
+PY
+  both fds.py
+  [[ $s_out == "True True True"* ]] || fail "output [$s_out]"
+  ;;
+lost-stderr)
+  # An uncaught exception with sys.stderr closed: python3's "lost sys.stderr".
+  printf 'import sys\nprint("out")\nsys.stderr.close()\nraise ValueError(1)\n' >lost.py
+  run s lost.py
+  run p lost.py
+  [[ $s_status == "$p_status" && $s_out == "$p_out" ]] || fail "sarvode $s_status [$s_out], python3 $p_status [$p_out]"
+  [[ $s_err == *"object repr     : ValueError(1)"$'\n'"lost sys.stderr" ]] || fail "stderr [$s_err], python3 [$p_err]"
+  [[ $p_err == *"object repr     : ValueError(1)"$'\n'"lost sys.stderr" ]] || fail "python3 stderr [$p_err]"
+  # A script that cannot be opened: python3's message and status.
+  run s missing.py
+  run p missing.py
+  [[ $s_status == 2 && $p_status == 2 ]] || fail "missing script: $s_status, python3 $p_status"
+  [[ ${s_err#sarvode: } == "${p_err#"$python": }" ]] || fail "missing script: [$s_err], python3 [$p_err]"
+  ;;
+compiled-script)
+  # A compiled script (.pyc, or any file with the magic number) runs as
+  # python3 runs it; one of another Python version is refused as python3 does.
+  printf 'import sys\nprint("compiled", __name__, __file__, __loader__.__class__.__name__, sys.argv[1:])\n' >comp.py
+  "$python" -c 'import py_compile; py_compile.compile("comp.py", cfile="comp.pyc")' || fail "cannot compile"
+  both comp.pyc a
+  [[ $s_out == "compiled __main__ $tmp/comp.pyc SourcelessFileLoader ['a']" ]] || fail "output [$s_out]"
+  cp comp.pyc nameless
+  both nameless
+  printf 'XXXXXXXXXXXXXXXXXXXXXXXX' >bad.pyc
+  both bad.pyc
+  [[ $s_status == 1 && $s_err == *"RuntimeError: Bad magic number in .pyc file" ]] || fail "bad: $s_status [$s_err]"
   ;;
 *)
   fail "unknown case $case_name"
