@@ -16,7 +16,7 @@ struct script_target {
 
 /// Finds "-m MODULE" (or "-mMODULE") or "-" among sarvode's own options and
 /// cuts it and everything after it from `argv`. Values of the options that
-/// take one (-c, -e, --extensions) are never mistaken for either. An "-m"
+/// take one (-c, -e, --extensions, -W, -X) are never mistaken for either. An "-m"
 /// without a module is left in place, for the option parser to refuse.
 std::optional<script_target> split_script_target(std::vector<std::string> &argv);
 

@@ -17,6 +17,7 @@ struct run_options {
   bool sandbox = false;
   bool show_class = false;
   bool host_log = false; ///< scripts' Python logging reaches the host log (--host-log)
+  bool inspect = false;  ///< -i with FILE, -m or -: the console after the script
 };
 
 /// Prints an error as "SOURCE:LINE:COLUMN: error: MESSAGE" when it has a

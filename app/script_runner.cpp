@@ -4,6 +4,7 @@
 
 #include "cpython_functions.hpp"
 #include "python_modules.hpp"
+#include "user_folder.hpp"
 
 #include <iostream>
 
@@ -87,13 +88,25 @@ int run_request(const kest::I_Language &language, const run_options &options, co
   (void)locals.setChecked(kest::String(u"sarvode_request"), bytes_tuple(request));
   (void)locals.setChecked(kest::String(u"sarvode_argv"), bytes_tuple(host_argv));
   (void)locals.setChecked(kest::String(u"sarvode_host_log"), kest::Boolean(options.host_log));
+  (void)locals.setChecked(kest::String(u"sarvode_inspect"),
+                          options.inspect ? kest::Any(kest::String::fromUtf8(console_history_file())) : kest::None());
   return status_of(call(language, options,
-                        "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), sarvode_host_log)",
+                        "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), sarvode_host_log, "
+                        "sarvode_inspect)",
                         locals));
 }
 
-void prepare_python(const kest::I_Language &language, const run_options &options) {
-  (void)call(language, options, "None", new_locals());
+void prepare_python(const kest::I_Language &language, const run_options &options,
+                    const std::vector<environment_change> &environment, const std::vector<std::string> &x_options) {
+  std::vector<kest::Any> changes;
+  for (const auto &change : environment)
+    changes.emplace_back(kest::Tuple{kest::ByteArray::fromChars(change.name),
+                                     change.before ? kest::Any(kest::ByteArray::fromChars(*change.before))
+                                                   : kest::Any(kest::None())});
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_environment"), kest::Tuple(std::move(changes)));
+  (void)locals.setChecked(kest::String(u"sarvode_xoptions"), bytes_tuple(x_options));
+  (void)status_of(call(language, options, "runner.prepare(sarvode_environment, sarvode_xoptions)", locals));
 }
 
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value) {

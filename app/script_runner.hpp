@@ -3,6 +3,7 @@
 // does, through the Python modules of the command line (app/python/), which
 // the host's Python language evaluates.
 
+#include "python_options.hpp"
 #include "python_runner.hpp"
 
 #include <string>
@@ -23,7 +24,10 @@ int run_request(const kest::I_Language &language, const run_options &options, co
 /// Makes the command line's Python modules, which set Python up as python3
 /// has it (Ctrl-C raises KeyboardInterrupt, sys.executable), before any mode
 /// runs: so a time limit or Ctrl-C also ends a sleep in -c or -e.
-void prepare_python(const kest::I_Language &language, const run_options &options);
+/// `environment` is what python3's options set for Python's start, to put
+/// back now; `x_options` the -X options, for sys._xoptions.
+void prepare_python(const kest::I_Language &language, const run_options &options,
+                    const std::vector<environment_change> &environment, const std::vector<std::string> &x_options);
 
 /// Prints a value as Python's print() does (nothing for None), after its host
 /// class name and ": " when asked. Returns 0, or 1 when it could not be printed.

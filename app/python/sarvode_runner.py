@@ -374,9 +374,35 @@ def _host_modules_last():
             sys.meta_path.append(finder)
 
 
-def main(request, host_names, host_argv=(), host_log=False):
+def prepare(environment, xoptions):
+    """Once Python runs: the environment variables that sarvode set for
+    python3's options (-u, -W, -X dev, ...) are put back as they were, as
+    python3 leaves its environment to child processes, and the -X options
+    are in sys._xoptions as python3 keeps them."""
+    for name, before in environment:
+        name = os.fsdecode(name)
+        if before is None:
+            os.environ.pop(name, None)
+        else:
+            os.environ[name] = os.fsdecode(before)
+    for option in xoptions:
+        name, equals, value = os.fsdecode(option).partition("=")
+        sys._xoptions[name] = value if equals else True
+    return 0
+
+
+def main(request, host_names, host_argv=(), host_log=False, inspect=None):
     """Runs a request from the host: (MODE, TARGET, ARG...), each as bytes of
-    the command line, decoded as python3 decodes its argv (os.fsdecode)."""
+    the command line, decoded as python3 decodes its argv (os.fsdecode).
+    With `inspect` (the console's history file), the console follows the
+    script in its __main__, as python3 -i runs it, whatever the script's end."""
+    if inspect is not None:
+        status = main(request, host_names, host_argv, host_log)
+        if status == INTERRUPTED:
+            status = 1
+        from _sarvode_console import run_console
+
+        return _guarded(lambda: run_console(inspect, host_names, after_script=True), {"<console>"})
     mode, target, *args = [os.fsdecode(word) for word in request]
     sys.orig_argv = [os.fsdecode(word) for word in host_argv]
     _python_logging(host_log)

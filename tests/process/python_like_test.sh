@@ -462,6 +462,34 @@ compiled-script)
   both bad.pyc
   [[ $s_status == 1 && $s_err == *"RuntimeError: Bad magic number in .pyc file" ]] || fail "bad: $s_status [$s_err]"
   ;;
+python3-options)
+  # python3's own options mean what they mean to python3; those the embedded
+  # interpreter cannot honour are refused with a clear message.
+  printf 'import sys, os\nprint(sys.flags.optimize, sys.flags.dont_write_bytecode, sys.flags.no_user_site, sys.flags.dev_mode)\nprint(sys.warnoptions, sys._xoptions, sorted(k for k in os.environ if k.startswith("PYTHON")), sys.argv)\nassert False, "asserted"\nprint("no assert", __doc__)\n' >opts.py
+  PYTHONWARNINGS=always both -OO -B -s -W ignore -Werror::DeprecationWarning -X dev -X foo=bar -u opts.py a
+  [[ $s_out == "2 1 1 True"$'\n'"['default', 'always', 'ignore', 'error::DeprecationWarning'] {'dev': True, 'foo': 'bar'}"* ]] ||
+    fail "options: [$s_out]"
+  both -O -- opts.py b
+  [[ $s_out == *"no assert None" ]] || fail "-O --: [$s_out]"
+  for refused in -E -I -S; do
+    run s $refused opts.py
+    [[ $s_status == 2 && $s_err == "sarvode: $refused is not supported: "* && -z $s_out ]] || fail "$refused: $s_status [$s_out] [$s_err]"
+  done
+  # -i: the script, then the console in its __main__.
+  printf 'x = 41\nimport sys\nsys.exit(3)\n' >ii.py
+  printf 'print(x + 1)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i ii.py
+  done
+  [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i: $s_status [$s_out], python3 $p_status [$p_out]"
+  # PYTHONSTARTUP runs before the console's first input.
+  printf 'y = 5\n' >startup.py
+  printf 'print(y)\n' >input.txt
+  for who in s p; do
+    PYTHONSTARTUP=startup.py stdin=input.txt run $who -i
+  done
+  [[ $s_out == 5 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "PYTHONSTARTUP: $s_status [$s_out], python3 $p_status [$p_out]"
+  ;;
 *)
   fail "unknown case $case_name"
   ;;
