@@ -292,10 +292,15 @@ with open("written", "w") as f:
     print(f.encoding, locale.getpreferredencoding(False), file=sys.stderr)
 print(os.environ.get("LC_CTYPE"), locale.setlocale(locale.LC_CTYPE))
 PY
+  # The sanitizer build's settings survive the empty environment.
+  keep=()
+  for variable in ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS PYTHONMALLOC; do
+    [[ -n ${!variable-} ]] && keep+=("$variable=${!variable}")
+  done
   for setting in "" PYTHONUTF8=1 PYTHONUTF8=0 PYTHONCOERCECLOCALE=0 PYTHONCOERCECLOCALE=warn LC_ALL=C; do
     for who in s p; do
       [[ $who == s ]] && program=$sarvode || program=$python
-      out=$(env -i $setting "$program" cafe.py 2>"$tmp/$who.err")
+      out=$(env -i "${keep[@]}" $setting "$program" cafe.py 2>"$tmp/$who.err")
       printf -v "${who}_status" '%s' "$?"
       printf -v "${who}_out" '%s' "$out"
       printf -v "${who}_err" '%s' "$(cat "$tmp/$who.err")"
@@ -303,7 +308,7 @@ PY
     [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
       fail "env -i $setting: sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
   done
-  out=$(env -i "$sarvode" cafe.py 2>/dev/null)
+  out=$(env -i "${keep[@]}" "$sarvode" cafe.py 2>/dev/null)
   [[ $out == "café 1 utf-8 utf-8"$'\n'"C.UTF-8 C.UTF-8" ]] || fail "env -i: [$out]"
   ;;
 argv-bytes)
