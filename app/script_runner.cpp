@@ -131,15 +131,17 @@ int finish_run(const kest::I_Language &language, const run_options &options, int
   // python3's end: the interpreter is finalized (threads joined, atexit
   // handlers run, modules cleared, files flushed and closed), and 120 is the
   // status when the standard output could not be flushed. An interrupt wins.
-  if (auto shutdown = cpython_function(u"shutdown")) {
+  // In the sandbox, what the code left for the end (atexit functions,
+  // __del__ methods) must run sandboxed: there is no finalizing then.
+  if (auto shutdown = options.sandbox ? std::nullopt : cpython_function(u"shutdown")) {
     const auto ended = kest::internal::result_unwrap_lazy(shutdown->callWith({}));
     if (kest::Integer::isInstance(ended)) {
       const auto flushed = kest::Integer::unsafeFrom(ended).value();
       return status == status_interrupted || flushed == 0 ? status : static_cast<int>(flushed);
     }
   }
-  // Python still runs elsewhere and cannot end: what python3 does before it
-  // finalizes, without the finalization.
+  // Python still runs elsewhere, or the run was sandboxed: what python3 does
+  // before it finalizes, without the finalization.
   auto locals = new_locals();
   (void)locals.setChecked(kest::String(u"sarvode_status"), kest::Integer(status));
   const auto value = call(language, options, "runner.finish(sarvode_status)", locals);

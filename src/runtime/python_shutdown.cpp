@@ -3,6 +3,7 @@
 #include "runtime/python_shutdown.hpp"
 
 #include "runtime/python_ready.hpp"
+#include "runtime/sandbox.hpp"
 
 #include <kest/error.hpp>
 #include <kest/integer.hpp>
@@ -63,6 +64,8 @@ kest::Any shutdownPython() {
     return refused("the host started it, and the host ends it");
   if (starter != PyThread_get_thread_ident())
     return refused("only the thread that started it can end it");
+  if (sandboxEverUsed())
+    return refused("code ran in the sandbox, and its atexit functions and __del__ methods would run outside it");
   const PyGILState_STATE state = PyGILState_Ensure();
   if (state == PyGILState_LOCKED) {
     PyGILState_Release(state);

@@ -11,8 +11,9 @@ namespace sarvode {
 /// standard streams flushed. Returns 0, or 120 (python3's status) when a
 /// standard stream could not be flushed. Refuses, with an Error and nothing
 /// changed, when it is called from Python code, from a thread other than the
-/// one that started Python, when Python was started by the host, or while
-/// other host threads still run Python code.
+/// one that started Python, when Python was started by the host, while
+/// other host threads still run Python code, or once code ran in the sandbox
+/// (what it left for the end would run outside it).
 kest::Any shutdownPython();
 
 /// True once shutdownPython has finalized the interpreter: nothing may enter

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <string_view>
 #include <unordered_set>
 
@@ -155,6 +156,12 @@ int judge_import(PyObject *args) {
 
 bool sandboxActive() noexcept { return t_sandboxed; }
 
+namespace {
+std::atomic<bool> g_sandbox_used{false};
+} // namespace
+
+bool sandboxEverUsed() noexcept { return g_sandbox_used.load(); }
+
 int sandboxAuditHook(const char *event, PyObject *args, void *) {
   if (!t_sandboxed)
     return 0;
@@ -169,6 +176,7 @@ int sandboxAuditHook(const char *event, PyObject *args, void *) {
 }
 
 SandboxScope::SandboxScope() : m_flag(t_sandboxed) {
+  g_sandbox_used = true;
   // The interpreter must run before its lock can be taken.
   if (!Py_IsInitialized())
     ensurePythonReady();

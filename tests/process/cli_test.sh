@@ -178,6 +178,14 @@ sandbox-refuses-a-write)
   expect 0 "" ""
   [[ -e $tmp/written.txt ]] || fail "without the sandbox the file should be written"
   ;;
+sandbox-end-of-run-stays-sandboxed)
+  # What a sandboxed script leaves for the end (an atexit function) runs in
+  # the sandbox too: Python is not finalized outside it.
+  printf 'import atexit\natexit.register(lambda: open(%s, "w").write("out"))\nprint("registered")\n' "'$tmp/escaped'" >"$tmp/leaves.py"
+  run --sandbox "$tmp/leaves.py"
+  [[ $out == registered && ! -e $tmp/escaped ]] || fail "status $status [$out] [$err]"
+  [[ $err == *PermissionError* ]] || fail "stderr [$err]"
+  ;;
 sandbox-allows-reading)
   echo "hello" >"$tmp/in.txt"
   run --sandbox -e "open('$tmp/in.txt').read().strip()"

@@ -4,7 +4,8 @@
 // the host returns from main, unloads the extension first, exits from
 // another thread, or first asks kest.cpython.shutdown (which must refuse).
 // And a host whose evaluations have all ended: shutdown finalizes Python as
-// python3 ends, and Python cannot be entered after it.
+// python3 ends, and Python cannot be entered after it; unless code ran in the
+// sandbox, whose atexit functions must not run outside it.
 //
 // The process does not link Python; it loads the real extension file as a
 // third-party host would.
@@ -123,12 +124,31 @@ int shutdown_when_idle(const std::string &folder) {
   std::cout << "shut down\n" << std::flush;
   return 7;
 }
+/// Code that ran in the sandbox left an atexit function that writes: shutdown
+/// must refuse, since it would run the function outside the sandbox.
+int refused_after_sandbox(const std::string &folder) {
+  kest::HashMap locals(kest::String::getType(), kest::Type());
+  (void)locals.setChecked(kest::String(u"folder"), kest::String::fromUtf8(folder));
+  const kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
+  auto ran = kest::internal::result_unwrap_lazy(kest::PythonLanguage::unsafeFrom(python()).evaluateInSandbox(
+      kest::String(u"import atexit\natexit.register(lambda: open(folder + '/escaped', 'w').write('out'))"), scope));
+  if (kest::Error::isInstance(ran)) {
+    std::cerr << "the sandboxed evaluation failed: " << kest::display(ran).toUtf8() << "\n";
+    return 2;
+  }
+  if (!kest::Error::isInstance(shutdown_python())) {
+    std::cerr << "shutdown ran after sandboxed code\n";
+    return 3;
+  }
+  std::cout << "refused\n" << std::flush;
+  return 7;
+}
 } // namespace
 
 int main(int argc, char **argv) {
   if (argc < 3) {
     std::cerr << "usage: shutdown_host exit-from-main|unload-then-exit|exit-from-another-thread|"
-                 "refused-while-running|shutdown-when-idle EXTENSION [FOLDER]\n";
+                 "refused-while-running|shutdown-when-idle|refused-after-sandbox EXTENSION [FOLDER]\n";
     return 2;
   }
   const std::string scenario = argv[1];
@@ -136,6 +156,8 @@ int main(int argc, char **argv) {
   kest::internal::run_init_handlers(); // starts the interpreter
   if (scenario == "shutdown-when-idle")
     return argc > 3 ? shutdown_when_idle(argv[3]) : 2;
+  if (scenario == "refused-after-sandbox")
+    return argc > 3 ? refused_after_sandbox(argv[3]) : 2;
 
   start_evaluation("started()\nwhile True:\n    pass");
   start_evaluation("started()\nn = 0\nwhile True:\n    n = tick(n)");
