@@ -127,6 +127,10 @@ int main(int argc, char **argv) {
     return usage_error(sarvode::cannot_open_message(script.front(), errno));
 
   const auto environment_changes = sarvode::apply_python_options(python_flags);
+  if (auto invalid = sarvode::invalid_python_environment()) {
+    std::cerr << "sarvode: " << *invalid << "\n";
+    return 1; // python3's status when it cannot start
+  }
   sarvode::coerce_c_locale(); // before Python starts, as python3 does
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {

@@ -58,6 +58,13 @@ std::optional<std::string> refused_option(const python_options &options) {
   return std::nullopt;
 }
 
+std::optional<std::string> invalid_python_environment() {
+  const char *utf8 = std::getenv("PYTHONUTF8");
+  if (utf8 && *utf8 && std::string_view(utf8) != "0" && std::string_view(utf8) != "1")
+    return std::string("invalid PYTHONUTF8 environment variable value");
+  return std::nullopt;
+}
+
 std::vector<environment_change> apply_python_options(const python_options &options) {
   std::vector<environment_change> changes;
   if (options.unbuffered)

@@ -31,6 +31,10 @@ struct environment_change {
 /// The message for an option that the embedded interpreter cannot honour, if any.
 std::optional<std::string> refused_option(const python_options &options);
 
+/// What python3 refuses to start with in its environment (a PYTHONUTF8 that
+/// is neither 0 nor 1), as its message says it; nothing when all is well.
+std::optional<std::string> invalid_python_environment();
+
 /// Sets the environment variables that stand for the options, before Python
 /// starts; returns what to put back once it runs (so that child processes
 /// see the environment as python3 would leave it).

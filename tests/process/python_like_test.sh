@@ -308,6 +308,10 @@ PY
     [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
       fail "env -i $setting: sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
   done
+  PYTHONUTF8=2 run s cafe.py
+  PYTHONUTF8=2 run p cafe.py
+  [[ $s_status == "$p_status" && -z $s_out && $s_err == "sarvode: invalid PYTHONUTF8 environment variable value" ]] ||
+    fail "PYTHONUTF8=2: $s_status [$s_out] [$s_err], python3 $p_status [$p_err]"
   out=$(env -i "${keep[@]}" "$sarvode" cafe.py 2>/dev/null)
   [[ $out == "café 1 utf-8 utf-8"$'\n'"C.UTF-8 C.UTF-8" ]] || fail "env -i: [$out]"
   ;;
