@@ -43,6 +43,19 @@ bool utf8_mode_wanted() {
   return (from_host && *from_host == "1") || platform::text_locale_is_c();
 }
 
+/// Py_UTF8Mode is deprecated from Python 3.12 on in favour of PyConfig, which
+/// the limited API lacks; Py_InitializeEx still reads it on every version.
+void ask_for_utf8_mode() {
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#endif
+  Py_UTF8Mode = 1;
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+}
+
 std::once_flag g_ready;
 std::atomic<bool> g_hook_installed{false};
 /// The thread that started the interpreter; 0 while it has not, or when the host started it.
@@ -54,7 +67,7 @@ void start_interpreter() {
   // host loaded us with RTLD_LOCAL.
   platform::make_interpreter_symbols_global();
   if (utf8_mode_wanted())
-    Py_UTF8Mode = 1;
+    ask_for_utf8_mode();
   Py_InitializeEx(0);
   g_starting_thread = PyThread_get_thread_ident();
   // Added once the interpreter runs, not before: a hook entry allocated
