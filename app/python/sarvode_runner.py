@@ -397,9 +397,7 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
     With `inspect` (the console's history file), the console follows the
     script in its __main__, as python3 -i runs it, whatever the script's end."""
     if inspect is not None:
-        status = main(request, host_names, host_argv, host_log)
-        if status == INTERRUPTED:
-            status = 1
+        main(request, host_names, host_argv, host_log)  # its status gives way to the console's
         from _sarvode_console import run_console
 
         return _guarded(lambda: run_console(inspect, host_names, after_script=True), {"<console>"})
