@@ -2,12 +2,17 @@
 
 #include "command_line.hpp"
 
+#include <fmt/format.h>
+
+#include <cstring>
+#include <filesystem>
+
 namespace sarvode {
 
 std::optional<script_target> split_script_target(std::vector<std::string> &argv) {
   for (std::size_t i = 1; i < argv.size(); ++i) {
     const auto &arg = argv[i];
-    if (arg == "-c" || arg == "-e" || arg == "--extensions") {
+    if (arg == "-c" || arg == "-e" || arg == "--extensions" || arg == "-W" || arg == "-X") {
       ++i; // its value
       continue;
     }
@@ -30,6 +35,17 @@ std::optional<script_target> split_script_target(std::vector<std::string> &argv)
     }
   }
   return std::nullopt;
+}
+
+std::string cannot_open_message(const std::string &file, int error) {
+  // python3 names the file by its absolute path, the current folder joined
+  // as it stands (nothing normalised).
+  std::string path = file;
+  std::error_code failed;
+  if (!file.empty() && file.front() != '/')
+    if (const auto here = std::filesystem::current_path(failed); !failed)
+      path = here.string() + "/" + file;
+  return fmt::format("can't open file '{}': [Errno {}] {}", path, error, std::strerror(error));
 }
 
 } // namespace sarvode

@@ -16,8 +16,12 @@ struct script_target {
 
 /// Finds "-m MODULE" (or "-mMODULE") or "-" among sarvode's own options and
 /// cuts it and everything after it from `argv`. Values of the options that
-/// take one (-c, -e, --extensions) are never mistaken for either. An "-m"
+/// take one (-c, -e, --extensions, -W, -X) are never mistaken for either. An "-m"
 /// without a module is left in place, for the option parser to refuse.
 std::optional<script_target> split_script_target(std::vector<std::string> &argv);
+
+/// What python3 says of a FILE it cannot open (after its program name):
+/// "can't open file '/absolute/path': [Errno 2] No such file or directory".
+std::string cannot_open_message(const std::string &file, int error);
 
 } // namespace sarvode

@@ -8,15 +8,18 @@
 #include "extensions.hpp"
 #include "model_report.hpp"
 #include "process_signals.hpp"
+#include "python_options.hpp"
 #include "python_runner.hpp"
 #include "run_timeout.hpp"
 #include "script_runner.hpp"
+#include "text_locale.hpp"
 #include "user_folder.hpp"
 
 #include <kest/init.hpp>
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <iostream>
 #include <unistd.h>
 
@@ -56,7 +59,8 @@ int main(int argc, char **argv) {
   // Before anything can write: a closed pipe must fail a write, not end us.
   sarvode::ignore_write_signals();
 
-  std::vector<std::string> arguments(argv, argv + argc);
+  const std::vector<std::string> host_argv(argv, argv + argc);
+  std::vector<std::string> arguments = host_argv;
   const auto target = sarvode::split_script_target(arguments);
   std::vector<const char *> own_arguments;
   for (const auto &argument : arguments)
@@ -79,9 +83,22 @@ int main(int argc, char **argv) {
   auto *c = app.add_option("-c", code, "Run CODE as Python statements");
   auto *e = app.add_option("-e", expression, "Evaluate EXPR as a Python expression and print it");
   app.add_option("-m", module_name, "Run library module MODULE as a script; the arguments after it are its own");
-  app.add_flag("-i", interactive, "Open the interactive console");
+  app.add_flag("-i", interactive, "Open the interactive console (after FILE, -m MODULE or -, as python3 -i)");
+  // python3's own options, through the environment the interpreter reads at its start.
+  sarvode::python_options python_flags;
+  app.add_flag("-u", python_flags.unbuffered, "Unbuffered standard output and error, as python3 -u");
+  app.add_flag("-B", python_flags.no_bytecode, "Write no .pyc files on import, as python3 -B");
+  app.add_flag("-O", python_flags.optimize, "Remove assert statements (-OO: docstrings too), as python3 -O");
+  app.add_option("-W", python_flags.warnings, "Warning control, as python3 -W ARG")->allow_extra_args(false);
+  app.add_option("-X", python_flags.x_options, "Implementation option, as python3 -X ARG")->allow_extra_args(false);
+  app.add_flag("-s", python_flags.no_user_site, "Leave the user's site-packages off sys.path, as python3 -s");
+  app.add_flag("-E", python_flags.ignore_environment, "Not supported (python3 -E)");
+  app.add_flag("-I", python_flags.isolated, "Not supported (python3 -I)");
+  app.add_flag("-S", python_flags.no_site, "Not supported (python3 -S)");
   app.add_flag("--sandbox", options.sandbox, "Run in the read-only sandbox");
   app.add_flag("--show-class", options.show_class, "Print the result's qualified class name before it");
+  app.add_flag("--host-log", options.host_log,
+               "Send the Python logging of FILE, -m, - and the console to the host log, as for -c and -e");
   double timeout_seconds = 0;
   app.add_option("--timeout", timeout_seconds,
                  "Interrupt the run after SECONDS (KeyboardInterrupt at the running line) and exit with status 124")
@@ -95,13 +112,26 @@ int main(int argc, char **argv) {
     const int status = app.exit(error);
     return status == 0 ? 0 : exit_usage;
   }
-  const auto script = app.remaining();
-  const int modes = (c->count() > 0) + (e->count() > 0) + (!script.empty()) + interactive + target.has_value();
-  if (modes > 1)
-    return usage_error("use only one of FILE, -m, -, -c, -e and -i (see --help)");
-  if (!script.empty() && access(script.front().c_str(), R_OK) != 0)
-    return usage_error("cannot read " + script.front());
+  auto script = app.remaining();
+  if (!script.empty() && script.front() == "--")
+    script.erase(script.begin()); // python3's end of options: FILE follows
 
+  const bool runs_script = !script.empty() || target.has_value();
+  const int modes = (c->count() > 0) + (e->count() > 0) + (!script.empty()) + target.has_value();
+  if (modes > 1 || (interactive && (c->count() > 0 || e->count() > 0)))
+    return usage_error("use only one of FILE, -m, -, -c and -e, and -i only with the first three (see --help)");
+  if (auto refused = sarvode::refused_option(python_flags))
+    return usage_error(*refused);
+  options.inspect = interactive && runs_script;
+  if (!script.empty() && access(script.front().c_str(), R_OK) != 0)
+    return usage_error(sarvode::cannot_open_message(script.front(), errno));
+
+  const auto environment_changes = sarvode::apply_python_options(python_flags);
+  if (auto invalid = sarvode::invalid_python_environment()) {
+    std::cerr << "sarvode: " << *invalid << "\n";
+    return 1; // python3's status when it cannot start
+  }
+  sarvode::coerce_c_locale(); // before Python starts, as python3 does
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {
     std::cerr << "sarvode: " << loaded.error << "\n";
@@ -152,13 +182,14 @@ int main(int argc, char **argv) {
     request.insert(request.end(), script.begin() + 1, script.end());
 
   int status = 0;
+  sarvode::prepare_python(*language, options, environment_changes, python_flags.x_options);
   sarvode::run_timeout timeout(timeout_seconds);
   if (c->count() > 0)
     status = evaluate_and_show(*language, code, false, options, timeout);
   else if (e->count() > 0)
     status = evaluate_and_show(*language, expression, true, options, timeout);
   else
-    status = sarvode::run_request(*language, options, request);
+    status = sarvode::run_request(*language, options, request, host_argv);
   timeout.stop();
   status = sarvode::finish_run(*language, options, status);
   std::cout.flush();

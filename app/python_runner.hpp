@@ -16,6 +16,8 @@ std::optional<kest::I_Language> python_language();
 struct run_options {
   bool sandbox = false;
   bool show_class = false;
+  bool host_log = false; ///< scripts' Python logging reaches the host log (--host-log)
+  bool inspect = false;  ///< -i with FILE, -m or -: the console after the script
 };
 
 /// The exit status that an error of Python's SystemExit or KeyboardInterrupt

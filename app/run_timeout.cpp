@@ -2,6 +2,8 @@
 
 #include "run_timeout.hpp"
 
+#include "cpython_functions.hpp"
+
 #include <kest/kest.hpp>
 
 #include <chrono>
@@ -11,17 +13,6 @@
 namespace sarvode {
 
 namespace {
-/// The host function `name` of "kest.cpython", if the Python extension gave it.
-std::optional<kest::I_Callable_Generic> cpython_function(const char16_t *name) {
-  auto module = kest::find_module(kest::String(u"kest.cpython"));
-  if (!module.is<kest::Module>())
-    return std::nullopt;
-  auto found = module.as<kest::Module>().callables().find(kest::String(name));
-  if (!kest::I_Callable_Generic::isInstance(found))
-    return std::nullopt;
-  return kest::I_Callable_Generic::unsafeFrom(found);
-}
-
 /// True when a handler of the process's own (Python's, in a script run) takes
 /// SIGINT, so that sending it interrupts a wait instead of ending the process.
 bool sigint_is_handled() {

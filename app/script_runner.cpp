@@ -2,7 +2,9 @@
 
 #include "script_runner.hpp"
 
+#include "cpython_functions.hpp"
 #include "python_modules.hpp"
+#include "user_folder.hpp"
 
 #include <iostream>
 
@@ -69,13 +71,42 @@ int status_of(const kest::Any &value) {
 kest::HashMap new_locals() { return kest::HashMap(kest::String::getType(), kest::Type()); }
 } // namespace
 
-int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request) {
+namespace {
+/// Command-line words as bytes: Python decodes them as python3 decodes its
+/// argv (os.fsdecode), so that bytes that are not UTF-8 survive.
+kest::Tuple bytes_tuple(const std::vector<std::string> &words) {
   std::vector<kest::Any> items;
-  for (const auto &item : request)
-    items.emplace_back(kest::String::fromUtf8(item));
+  for (const auto &word : words)
+    items.emplace_back(kest::ByteArray::fromChars(word));
+  return kest::Tuple(std::move(items));
+}
+} // namespace
+
+int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request,
+                const std::vector<std::string> &host_argv) {
   auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_request"), kest::Tuple(std::move(items)));
-  return status_of(call(language, options, "runner.main(tuple(sarvode_request), host_names)", locals));
+  (void)locals.setChecked(kest::String(u"sarvode_request"), bytes_tuple(request));
+  (void)locals.setChecked(kest::String(u"sarvode_argv"), bytes_tuple(host_argv));
+  (void)locals.setChecked(kest::String(u"sarvode_host_log"), kest::Boolean(options.host_log));
+  (void)locals.setChecked(kest::String(u"sarvode_inspect"),
+                          options.inspect ? kest::Any(kest::String::fromUtf8(console_history_file())) : kest::None());
+  return status_of(call(language, options,
+                        "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), sarvode_host_log, "
+                        "sarvode_inspect)",
+                        locals));
+}
+
+void prepare_python(const kest::I_Language &language, const run_options &options,
+                    const std::vector<environment_change> &environment, const std::vector<std::string> &x_options) {
+  std::vector<kest::Any> changes;
+  for (const auto &change : environment)
+    changes.emplace_back(kest::Tuple{kest::ByteArray::fromChars(change.name),
+                                     change.before ? kest::Any(kest::ByteArray::fromChars(*change.before))
+                                                   : kest::Any(kest::None())});
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_environment"), kest::Tuple(std::move(changes)));
+  (void)locals.setChecked(kest::String(u"sarvode_xoptions"), bytes_tuple(x_options));
+  (void)status_of(call(language, options, "runner.prepare(sarvode_environment, sarvode_xoptions)", locals));
 }
 
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value) {
@@ -97,6 +128,20 @@ int check_syntax(const kest::I_Language &language, const run_options &options, c
 }
 
 int finish_run(const kest::I_Language &language, const run_options &options, int status) {
+  // python3's end: the interpreter is finalized (threads joined, atexit
+  // handlers run, modules cleared, files flushed and closed), and 120 is the
+  // status when the standard output could not be flushed. An interrupt wins.
+  // In the sandbox, what the code left for the end (atexit functions,
+  // __del__ methods) must run sandboxed: there is no finalizing then.
+  if (auto shutdown = options.sandbox ? std::nullopt : cpython_function(u"shutdown")) {
+    const auto ended = kest::internal::result_unwrap_lazy(shutdown->callWith({}));
+    if (kest::Integer::isInstance(ended)) {
+      const auto flushed = kest::Integer::unsafeFrom(ended).value();
+      return status == status_interrupted || flushed == 0 ? status : static_cast<int>(flushed);
+    }
+  }
+  // Python still runs elsewhere, or the run was sandboxed: what python3 does
+  // before it finalizes, without the finalization.
   auto locals = new_locals();
   (void)locals.setChecked(kest::String(u"sarvode_status"), kest::Integer(status));
   const auto value = call(language, options, "runner.finish(sarvode_status)", locals);

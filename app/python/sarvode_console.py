@@ -116,12 +116,31 @@ def _line_editing(names, history):
     return save
 
 
-def run_console(history, host_names):
+def _run_startup(names):
+    """PYTHONSTARTUP, as python3 runs it before the first prompt of a bare
+    console: in __main__, its errors shown and the console opened anyway."""
+    path = os.environ.get("PYTHONSTARTUP")
+    if not path:
+        return
+    try:
+        with open(path, "rb") as file:
+            source = file.read()
+        exec(compile(source, path, "exec", dont_inherit=True), names)
+    except SystemExit:
+        raise
+    except BaseException as exc:
+        report(exc, exc.__traceback__, {path})
+
+
+def run_console(history, host_names, after_script=False):
     """Reads inputs until end of input or exit(); SystemExit ends the console
-    with its status."""
-    sys.argv = [""]
-    sys.path.insert(0, "")
+    with its status. After a script (python3 -i), its argv and sys.path stay."""
+    if not after_script:
+        sys.argv = [""]
+        sys.path.insert(0, "")
     names = _main_module(host_names).__dict__
+    if not after_script:
+        _run_startup(names)
     prompts = sys.stdin is not None and sys.stdin.isatty()
     save = _line_editing(names, history) if prompts else None
     banner = f"Python {sys.version.split()[0]} in sarvode; Tab completes, Ctrl-D leaves." if prompts else ""

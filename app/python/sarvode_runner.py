@@ -134,6 +134,9 @@ def exit_status(exc):
     if code is None:
         return 0
     if isinstance(code, int):
+        # python3 reads it as a C long: one too large is -1, which is 255.
+        if not -(2**63) <= code < 2**63:
+            return 255
         return code & 0xFF
     try:
         sys.stderr.write(str(code) + "\n")
@@ -143,16 +146,36 @@ def exit_status(exc):
     return 1
 
 
+def _stderr_lost():
+    err = sys.stderr
+    try:
+        return err is None or err.closed
+    except Exception:
+        return True
+
+
+def _uncaught(exc, user_files):
+    if _stderr_lost():
+        # Nowhere to print a report: the hook says so as python3's does
+        # ("lost sys.stderr" on the process's standard error).
+        try:
+            sys.excepthook(type(exc), exc, exc.__traceback__)
+        except BaseException:
+            sys.__excepthook__(type(exc), exc, exc.__traceback__)
+        return
+    report(exc, exc.__traceback__, user_files)
+
+
 def _guarded(action, user_files):
     try:
         action()
     except SystemExit as exc:
         return exit_status(exc)
     except KeyboardInterrupt as exc:
-        report(exc, exc.__traceback__, user_files)
+        _uncaught(exc, user_files)
         return INTERRUPTED
     except BaseException as exc:
-        report(exc, exc.__traceback__, user_files)
+        _uncaught(exc, user_files)
         return 1
     return 0
 
@@ -161,46 +184,73 @@ def _guarded(action, user_files):
 # Modes.
 
 
-def _main_module(host_names):
+def _main_module(host_names=None):
+    """__main__, with python3's globals only; the console passes the host
+    modules (kest, python), which it offers without an import."""
     import types
 
     main = sys.modules.get("__main__")
     if main is None:
         main = sys.modules["__main__"] = types.ModuleType("__main__")
-    for name, value in host_names.items():
-        main.__dict__.setdefault(name, value)  # the host modules, as in every evaluation
+    for name, value in (host_names or {}).items():
+        main.__dict__.setdefault(name, value)
     return main
 
 
-def _run_code(source, filename, host_names):
+def _run_code(source, filename):
     code = compile(source, filename, "exec", dont_inherit=True)
-    exec(code, _main_module(host_names).__dict__)
+    exec(code, _main_module().__dict__)
 
 
-def run_file(path, args, host_names):
+def run_file(path, args):
     """python3 FILE: the file as __main__, its folder first on sys.path."""
     import runpy
 
     sys.argv = [path, *args]
     if os.path.isdir(path) or _is_zip(path):
-        # A folder or archive with __main__.py, found the way python3 finds it.
-        sys.path.insert(0, path)
-        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {path})
+        # A folder or archive with __main__.py, found the way python3 finds it
+        # (by its absolute path, which safe_path leaves in place: it is the code).
+        where = os.path.abspath(path)
+        sys.path.insert(0, where)
+        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {where})
     filename = os.path.abspath(path)
-    sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
+    if not sys.flags.safe_path:  # PYTHONSAFEPATH=1: not the script's folder
+        sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
 
     def action():
         import importlib.machinery
 
         with open(path, "rb") as file:
             source = file.read()
-        main = _main_module(host_names)
+        main = _main_module()
         main.__file__ = filename
         main.__cached__ = None
+        if _is_compiled(path, source):
+            main.__loader__ = importlib.machinery.SourcelessFileLoader("__main__", filename)
+            exec(_compiled_code(source), main.__dict__)
+            return
         main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
-        _run_code(source, filename, host_names)
+        _run_code(source, filename)
 
     return _guarded(action, {filename})
+
+
+def _is_compiled(path, data):
+    """python3's test for a compiled file: its name ends in .pyc, or it starts
+    with the two bytes of the compiled-code magic number."""
+    import importlib.util
+
+    return path.lower().endswith(".pyc") or data[:2] == importlib.util.MAGIC_NUMBER[:2]
+
+
+def _compiled_code(data):
+    """The code of a compiled file, after its 16-byte header, as python3 reads it."""
+    import importlib.util
+    import marshal
+
+    if data[:4] != importlib.util.MAGIC_NUMBER:
+        raise RuntimeError("Bad magic number in .pyc file")
+    return marshal.loads(data[16:])
 
 
 def _is_zip(path):
@@ -212,12 +262,13 @@ def _is_zip(path):
         return False
 
 
-def run_module(name, args, host_names):
+def run_module(name, args):
     """python3 -m MODULE: the module (a package's __main__) as __main__."""
     import runpy
 
     sys.argv = ["-m", *args]
-    sys.path.insert(0, os.getcwd())
+    if not sys.flags.safe_path:
+        sys.path.insert(0, os.getcwd())
     files = set()
 
     def action():
@@ -228,18 +279,31 @@ def run_module(name, args, host_names):
             spec = importlib.util.find_spec(name + ".__main__")
         if spec is not None and spec.origin:
             files.add(spec.origin)
-        _main_module(host_names)
+        _main_module()
         # runpy's own entry for -m, the one python3 calls.
         runpy._run_module_as_main(name, alter_argv=True)
 
     return _guarded(action, files)
 
 
-def run_stdin(argv0, args, host_names):
+def run_stdin(argv0, args):
     """python3 - : the standard input read whole, then run as __main__."""
     sys.argv = [argv0, *args]
-    sys.path.insert(0, "")
-    return _guarded(lambda: _run_code(sys.stdin.buffer.read(), "<stdin>", host_names), {"<stdin>"})
+    if not sys.flags.safe_path:
+        sys.path.insert(0, "")
+
+    def action():
+        # As python3 runs it: __file__ is '<stdin>' while the code runs.
+        main = _main_module()
+        main.__file__ = "<stdin>"
+        main.__cached__ = None
+        try:
+            _run_code(sys.stdin.buffer.read(), "<stdin>")
+        finally:
+            main.__dict__.pop("__file__", None)
+            main.__dict__.pop("__cached__", None)
+
+    return _guarded(action, {"<stdin>"})
 
 
 def show(value, prefix):
@@ -299,15 +363,70 @@ def _quiet_stdout():
         pass
 
 
-def main(request, host_names):
-    """Runs a request from the host: (MODE, TARGET, ARG...)."""
-    mode, target, *args = request
+def _python_logging(host_log):
+    """python3's logging: no handler on the root logger and its level WARNING
+    until the script configures them. The extension puts the host's log
+    bridge there for every host; a script run keeps it only when asked
+    (--host-log)."""
+    logging = sys.modules.get("logging")
+    if host_log or logging is None:
+        return
+    root = logging.getLogger()
+    for handler in list(root.handlers):
+        if type(handler).__name__ == "KestLogHandler":
+            root.removeHandler(handler)
+    root.setLevel(logging.WARNING)
+
+
+def _host_modules_last():
+    """In a script run, the script's own modules (and those on sys.path) are
+    found before the host's, as python3 finds them: a package named kest
+    beside the script is the one imported. The host's importer goes after
+    Python's own finders."""
+    for finder in list(sys.meta_path):
+        if type(finder).__name__ == "_KestModuleImporter":
+            sys.meta_path.remove(finder)
+            sys.meta_path.append(finder)
+
+
+def prepare(environment, xoptions):
+    """Once Python runs: the environment variables that sarvode set for
+    python3's options (-u, -W, -X dev, ...) are put back as they were, as
+    python3 leaves its environment to child processes, and the -X options
+    are in sys._xoptions as python3 keeps them."""
+    for name, before in environment:
+        name = os.fsdecode(name)
+        if before is None:
+            os.environ.pop(name, None)
+        else:
+            os.environ[name] = os.fsdecode(before)
+    for option in xoptions:
+        name, equals, value = os.fsdecode(option).partition("=")
+        sys._xoptions[name] = value if equals else True
+    return 0
+
+
+def main(request, host_names, host_argv=(), host_log=False, inspect=None):
+    """Runs a request from the host: (MODE, TARGET, ARG...), each as bytes of
+    the command line, decoded as python3 decodes its argv (os.fsdecode).
+    With `inspect` (the console's history file), the console follows the
+    script in its __main__, as python3 -i runs it, whatever the script's end."""
+    if inspect is not None:
+        main(request, host_names, host_argv, host_log)  # its status gives way to the console's
+        from _sarvode_console import run_console
+
+        return _guarded(lambda: run_console(inspect, host_names, after_script=True), {"<console>"})
+    mode, target, *args = [os.fsdecode(word) for word in request]
+    sys.orig_argv = [os.fsdecode(word) for word in host_argv]
+    _python_logging(host_log)
+    if mode in ("file", "module", "stdin"):
+        _host_modules_last()
     if mode == "file":
-        return run_file(target, args, host_names)
+        return run_file(target, args)
     if mode == "module":
-        return run_module(target, args, host_names)
+        return run_module(target, args)
     if mode == "stdin":
-        return run_stdin(target, args, host_names)
+        return run_stdin(target, args)
     if mode == "console":
         from _sarvode_console import run_console
 

@@ -1,13 +1,14 @@
 // Host functions of "kest.cpython" for hosts that evaluate Python often: the
 // compiled-code cache ("clear_code_cache", "set_code_cache_size",
 // "code_cache_info"), cancelling ("current_thread", "interrupt") and output
-// capture ("redirect_output").
+// capture ("redirect_output") and the end of Python ("shutdown").
 // Registered at start-up level 5 with the module's other functions.
 
 #include "language/code_cache.hpp"
 #include "language/interrupts.hpp"
 #include "language/output_capture.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
 
 #include <kest/builders.hpp>
 #include <kest/error.hpp>
@@ -22,6 +23,8 @@ namespace {
 
 /// Runs `work` with the interpreter lock, which guards the cache.
 template <class F> void with_interpreter(F work) {
+  if (pythonShutDown())
+    return;
   ensurePythonReady();
   py::gil lock;
   work();
@@ -51,6 +54,7 @@ struct embedder_functions {
   kest::internal::method_builder_base current_thread{kest::String(u"current_thread")};
   kest::internal::method_builder_base interrupt{kest::String(u"interrupt")};
   kest::internal::method_builder_base redirect{kest::String(u"redirect_output")};
+  kest::internal::method_builder_base shutdown{kest::String(u"shutdown")};
 
   embedder_functions() {
     clear.assign_func(kest::make_function([] { with_interpreter(clearCodeCache); }));
@@ -74,6 +78,11 @@ struct embedder_functions {
     redirect.signature(kest::String(u"callable"));
     redirect.assign_doc(kest::String(u"Sends what Python writes to sys.stdout and sys.stderr to callable(stream, text); "
                                      u"None puts the streams back."));
+    shutdown.assign_func(kest::make_function([] { return shutdownPython(); }));
+    shutdown.signature(kest::String(u""));
+    shutdown.assign_doc(kest::String(u"Ends Python as python3 ends: threads joined, atexit handlers run, modules "
+                                     u"cleared, files flushed. 0, or 120 when the standard output could not be "
+                                     u"flushed; an error, and nothing done, while Python still runs elsewhere."));
   }
 };
 
@@ -81,7 +90,7 @@ const bool g_registered = [] {
   static embedder_functions functions;
   kest::internal::add_init_handler(5, [] {
     for (auto *builder : {&functions.clear, &functions.resize, &functions.info, &functions.current_thread,
-                          &functions.interrupt, &functions.redirect})
+                          &functions.interrupt, &functions.redirect, &functions.shutdown})
       (void)kest::internal::register_function(kest::String(u"kest.cpython"), builder->name().string(),
                                               builder->callable());
   });

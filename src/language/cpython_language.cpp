@@ -9,6 +9,7 @@
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_entry.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
 #include "runtime/sandbox.hpp"
 
 #include <kest/kest.hpp>
@@ -46,11 +47,15 @@ scope_parts unpack(const kest::Any &scope) {
 }
 
 kest::Any sandboxed_statements(const kest::String &code, const kest::Any &scope) {
+  if (pythonShutDown())
+    return pythonShutDownError();
   SandboxScope sandbox;
   return evaluateWithScope(code, scope);
 }
 
 kest::Any sandboxed_expression(const kest::String &code, const kest::Any &scope) {
+  if (pythonShutDown())
+    return pythonShutDownError();
   SandboxScope sandbox;
   return evaluateExpressionWithScope(code, scope);
 }
@@ -123,11 +128,15 @@ kest::Any cpythonLanguage() {
 }
 
 kest::Any evaluateWithScope(const kest::String &code, const kest::Any &scope) {
+  if (pythonShutDown())
+    return pythonShutDownError();
   auto s = unpack(scope);
   return runStatements(code, s.self, s.locals, s.globals, s.out_locals);
 }
 
 kest::Any evaluateExpressionWithScope(const kest::String &code, const kest::Any &scope) {
+  if (pythonShutDown())
+    return pythonShutDownError();
   auto s = unpack(scope);
   return runExpression(code, s.locals, s.globals);
 }
@@ -138,6 +147,8 @@ kest::Any resolvePath(const kest::String &path) {
   const auto dot = path.rfind(u'.');
   const auto module_part = dot < 0 ? path : path.substr(0, dot);
   const auto object_name = dot < 0 ? kest::String() : path.sliced(dot + 1);
+  if (pythonShutDown())
+    return pythonShutDownError();
   ensurePythonReady();
   py::gil lock;
   auto module = py::object::steal(PyImport_ImportModule(module_part.toUtf8().c_str()));

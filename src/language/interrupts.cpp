@@ -3,6 +3,7 @@
 #include "language/interrupts.hpp"
 
 #include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
 
 #include <chrono>
 #include <mutex>
@@ -60,12 +61,19 @@ bool interrupt_asked_here() { return t_record.registered && t_record.record.inte
 
 constexpr double slice_seconds = 0.02;
 
+/// The interpreter's own time.sleep, kept while a sliced one stands in for it.
+/// Owned for the rest of the process: the sliced sleep may run at any time.
+PyObject *g_original_sleep = nullptr;
+
 /// time.sleep, cut into slices when it is long: after each slice it looks
 /// whether an interrupt was asked for this thread, and then returns at once,
 /// so that the caller raises the pending KeyboardInterrupt at its next
-/// bytecode. Written in C so that no frame of its own shows in tracebacks.
-/// Other arguments, and their errors, go to the original unchanged.
-PyObject *sliced_sleep(PyObject *original, PyObject *seconds) {
+/// bytecode. Written in C so that no frame of its own shows in tracebacks;
+/// bound to the time module, as the original is, so that its repr and its
+/// pickling (by the name time.sleep) are the original's. Other arguments,
+/// and their errors, go to the original unchanged.
+PyObject *sliced_sleep(PyObject * /*time module*/, PyObject *seconds) {
+  PyObject *original = g_original_sleep;
   double total = -1;
   if (PyFloat_CheckExact(seconds) || PyLong_CheckExact(seconds)) {
     total = PyFloat_AsDouble(seconds);
@@ -103,7 +111,15 @@ PyMethodDef sliced_sleep_definition{
 
 std::int64_t currentThreadIdent() noexcept { return static_cast<std::int64_t>(PyThread_get_thread_ident()); }
 
-running_evaluation::running_evaluation() : m_record(&t_record.get()) { ++m_record->depth; }
+running_evaluation::running_evaluation() : m_record(&t_record.get()) {
+  // Python's own time.sleep ends early on the thread that started Python,
+  // where a signal handled by Python interrupts it (Ctrl-C in sarvode); on
+  // any other thread only the sliced one does. It stands in from the first
+  // evaluation that runs there, so that a host that evaluates only on the
+  // thread that started Python keeps Python's own.
+  if (++m_record->depth == 1 && m_record->ident != startingThread())
+    installInterruptibleSleep();
+}
 
 running_evaluation::~running_evaluation() {
   if (--m_record->depth > 0 || !m_record->interrupted)
@@ -115,6 +131,8 @@ running_evaluation::~running_evaluation() {
 }
 
 bool interruptEvaluation(std::int64_t thread) {
+  if (pythonShutDown())
+    return false;
   ensurePythonReady();
   py::gil lock;
   auto &r = registry();
@@ -127,16 +145,21 @@ bool interruptEvaluation(std::int64_t thread) {
 }
 
 void installInterruptibleSleep() {
+  if (g_original_sleep)
+    return; // installed already
   auto time = py::object::steal(PyImport_ImportModule("time"));
   auto original = py::object::steal(time ? PyObject_GetAttrString(time.get(), "sleep") : nullptr);
   if (!original)
     return PyErr_Clear(); // without the time module, there is no sleep to cut
-  if (PyCFunction_Check(original.get()) && PyCFunction_GetFunction(original.get()) == &sliced_sleep)
-    return; // installed already
   auto module_name = py::object::steal(PyUnicode_FromString("time"));
   auto sliced = py::object::steal(
-      module_name ? PyCFunction_NewEx(&sliced_sleep_definition, original.get(), module_name.get()) : nullptr);
-  if (!sliced || PyObject_SetAttrString(time.get(), "sleep", sliced.get()) < 0)
+      module_name ? PyCFunction_NewEx(&sliced_sleep_definition, time.get(), module_name.get()) : nullptr);
+  if (!sliced) {
+    PyErr_Clear();
+    return;
+  }
+  g_original_sleep = original.release();
+  if (PyObject_SetAttrString(time.get(), "sleep", sliced.get()) < 0)
     PyErr_Clear();
 }
 

@@ -34,7 +34,9 @@ private:
 bool interruptEvaluation(std::int64_t thread);
 
 /// Replaces time.sleep by one that sleeps in short slices, so that an
-/// interrupt ends a long sleep within a slice. Needs the interpreter lock.
+/// interrupt ends a long sleep within a slice; its repr, name, documentation
+/// and pickling are the original's. Done once, by the first evaluation on a
+/// thread other than the one that started Python. Needs the interpreter lock.
 void installInterruptibleSleep();
 
 } // namespace sarvode

@@ -7,6 +7,7 @@
 
 #include "convert/to_python.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
 
 #include <kest/error.hpp>
 #include <kest/callable.hpp>
@@ -166,6 +167,8 @@ kest::Result<kest::None> redirectOutput(const kest::Any &sink) {
   const bool stop = kest::is_none(sink);
   if (!stop && !kest::I_Callable_Generic::isInstance(sink))
     return kest::Error(kest::String(u"redirect_output takes a callable (stream, text), or None to stop."));
+  if (pythonShutDown())
+    return kest::Error(kest::String(u"Python has been shut down."));
   ensurePythonReady();
   py::gil lock;
   auto target = stop ? py::object::borrow(Py_None) : py::object::steal(toPythonLocked(sink));

@@ -16,6 +16,9 @@ std::string extension_directory();
 /// The value of an environment variable, or nothing when it is unset.
 std::optional<std::string> environment(const char *name);
 
+/// Removes an environment variable of the process.
+void unset_environment(const char *name);
+
 /// The per-user base folder when neither LOCALAPPDATA nor USERPROFILE is set
 /// (empty when there is none).
 std::string user_data_fallback();
@@ -41,5 +44,11 @@ const char *stack_limit();
 /// Makes the loaded interpreter library's symbols visible to the extension
 /// modules it loads later (they do not link it themselves).
 void make_interpreter_symbols_global();
+
+/// True when the text locale (LC_CTYPE) that the environment selects is the
+/// C or POSIX locale, which turns on Python's UTF-8 mode (PEP 540). Sets
+/// LC_CTYPE from the environment, as the interpreter's start does anyway.
+/// Always false on Windows, where the C locale plays no such part.
+bool text_locale_is_c();
 
 } // namespace sarvode::platform

@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
+#include <clocale>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -48,6 +49,8 @@ std::optional<std::string> environment(const char *name) {
     return std::string(value);
   return std::nullopt;
 }
+
+void unset_environment(const char *name) { (void)unsetenv(name); }
 
 std::string user_data_fallback() {
   if (auto xdg = environment("XDG_DATA_HOME"); xdg && !xdg->empty())
@@ -126,6 +129,12 @@ const char *stack_limit() {
     return low;
   }();
   return limit;
+}
+
+bool text_locale_is_c() {
+  (void)std::setlocale(LC_CTYPE, ""); // an unknown locale leaves the C one
+  const char *name = std::setlocale(LC_CTYPE, nullptr);
+  return name && (std::string_view(name) == "C" || std::string_view(name) == "POSIX");
 }
 
 } // namespace sarvode::platform

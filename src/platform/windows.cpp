@@ -66,6 +66,8 @@ std::optional<std::string> environment(const char *name) {
   return std::nullopt;
 }
 
+void unset_environment(const char *name) { (void)_putenv_s(name, ""); }
+
 std::string user_data_fallback() { return {}; }
 
 add_audit_hook_fn find_add_audit_hook() {
@@ -106,5 +108,7 @@ const char *stack_limit() {
   }();
   return limit;
 }
+
+bool text_locale_is_c() { return false; }
 
 } // namespace sarvode::platform

@@ -12,13 +12,22 @@ namespace sarvode::py {
 /// Holds the interpreter lock for its lifetime (nests safely).
 class gil {
 public:
-  gil() noexcept : m_state(PyGILState_Ensure()) {}
-  ~gil() { PyGILState_Release(m_state); }
+  // Once the interpreter is finalizing, the only thread that runs Python
+  // already holds the lock, and after it there is no lock to take.
+  gil() noexcept : m_taken(Py_IsInitialized() != 0) {
+    if (m_taken)
+      m_state = PyGILState_Ensure();
+  }
+  ~gil() {
+    if (m_taken)
+      PyGILState_Release(m_state);
+  }
   gil(const gil &) = delete;
   gil &operator=(const gil &) = delete;
 
 private:
-  PyGILState_STATE m_state;
+  bool m_taken;
+  PyGILState_STATE m_state{};
 };
 
 /// One owned Python reference. Made only through `steal` or `borrow`; its
@@ -47,8 +56,10 @@ public:
     return object(p);
   }
 
+  /// After the interpreter ended (or while it ends) the reference is let go
+  /// of: there is nothing left to release it to.
   void reset() noexcept {
-    if (PyObject *p = std::exchange(m_ptr, nullptr)) {
+    if (PyObject *p = std::exchange(m_ptr, nullptr); p && Py_IsInitialized()) {
       gil lock;
       Py_DecRef(p);
     }

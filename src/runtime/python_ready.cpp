@@ -26,17 +26,55 @@ kest::List &pending_paths() {
   return list;
 }
 
+/// Set by a host that coerced the C locale before Python starts, as python3
+/// does (PEP 538): the locale was C, so UTF-8 mode is on. Taken out of the
+/// environment before Python reads it.
+constexpr const char *host_utf8_mode_variable = "SARVODE_PYTHON_UTF8_MODE";
+
+/// python3's choice of UTF-8 mode (PEP 540), which Py_InitializeEx alone
+/// never makes: PYTHONUTF8=1 asks for it, PYTHONUTF8=0 refuses it, and
+/// otherwise the C or POSIX locale turns it on.
+bool utf8_mode_wanted() {
+  const auto from_host = platform::environment(host_utf8_mode_variable);
+  if (from_host)
+    platform::unset_environment(host_utf8_mode_variable);
+  if (const auto asked = platform::environment("PYTHONUTF8"); asked && !asked->empty())
+    return *asked == "1";
+  return (from_host && *from_host == "1") || platform::text_locale_is_c();
+}
+
+/// Py_UTF8Mode is deprecated from Python 3.12 on in favour of PyConfig, which
+/// the limited API lacks; Py_InitializeEx still reads it on every version.
+void ask_for_utf8_mode() {
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#endif
+  Py_UTF8Mode = 1;
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+}
+
 std::once_flag g_ready;
 std::atomic<bool> g_hook_installed{false};
+/// The thread that started the interpreter; 0 while it has not, or when the host started it.
+std::atomic<unsigned long> g_starting_thread{0};
 
 void start_interpreter() {
   // Extension modules of the interpreter's own library (_decimal, math, ...)
   // do not link it; they need its symbols in the global scope even when the
   // host loaded us with RTLD_LOCAL.
   platform::make_interpreter_symbols_global();
+  if (utf8_mode_wanted())
+    ask_for_utf8_mode();
+  Py_InitializeEx(0);
+  g_starting_thread = PyThread_get_thread_ident();
+  // Added once the interpreter runs, not before: a hook entry allocated
+  // before start-up comes from another allocator than the one that frees it
+  // when Python is finalized (PYTHONMALLOC=debug, PYTHONDEVMODE=1).
   if (auto add_hook = platform::find_add_audit_hook())
     g_hook_installed = add_hook(&sandboxAuditHook, nullptr) == 0;
-  Py_InitializeEx(0);
   if (g_hook_installed)
     installSandboxGuards(); // before any code but the interpreter's own start-up runs
   // Still holding the lock from start-up: the nested lock calls of addSysPath are no-ops.
@@ -56,8 +94,6 @@ void ensurePythonReady() {
       start_interpreter();
     (void)cpythonLanguage(); // declares the class and registers the language
     installHostImporter();
-    py::gil lock;
-    installInterruptibleSleep();
   });
 }
 
@@ -90,6 +126,8 @@ kest::Result<kest::None> addSysPath(const kest::String &directory) {
 }
 
 bool sandboxHookInstalled() noexcept { return g_hook_installed.load(); }
+
+unsigned long startingThread() noexcept { return g_starting_thread.load(); }
 
 std::int64_t pendingSysPathCount() { return pending_paths().length(); }
 

@@ -28,6 +28,10 @@ PyObject *runWithBuiltin(const char *builtin, const char *code, PyObject *global
 /// True when this extension started the interpreter and installed the sandbox hook.
 bool sandboxHookInstalled() noexcept;
 
+/// The thread (Python's identity of it) that started the interpreter; 0 when
+/// it is not running or the host started it.
+unsigned long startingThread() noexcept;
+
 /// The number of directories queued while the interpreter was not running.
 std::int64_t pendingSysPathCount();
 

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -159,6 +160,12 @@ bool sandboxActive() noexcept { return t_sandboxed; }
 SandboxPause::SandboxPause() noexcept : m_previous(std::exchange(t_sandboxed, false)) {}
 SandboxPause::~SandboxPause() { t_sandboxed = m_previous; }
 
+namespace {
+std::atomic<bool> g_sandbox_used{false};
+} // namespace
+
+bool sandboxEverUsed() noexcept { return g_sandbox_used.load(); }
+
 int sandboxAuditHook(const char *event, PyObject *args, void *) {
   if (!t_sandboxed)
     return 0;
@@ -173,6 +180,7 @@ int sandboxAuditHook(const char *event, PyObject *args, void *) {
 }
 
 SandboxScope::SandboxScope() : m_flag(t_sandboxed) {
+  g_sandbox_used = true;
   // The interpreter must run before its lock can be taken.
   if (!Py_IsInitialized())
     ensurePythonReady();

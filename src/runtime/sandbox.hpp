@@ -46,4 +46,8 @@ int sandboxAuditHook(const char *event, PyObject *args, void *userData);
 /// True while a SandboxScope is alive on the calling thread.
 bool sandboxActive() noexcept;
 
+/// True once any sandbox scope was entered in this process: code that ran in
+/// it may have left atexit functions and __del__ methods behind.
+bool sandboxEverUsed() noexcept;
+
 } // namespace sarvode

@@ -178,6 +178,25 @@ void guard_module(const char *module_name) {
     }
   }
 }
+/// The os module's sets of functions (supports_dir_fd, ...) were filled
+/// before the guards: a built-in function hashes by its C function, which the
+/// guard changed, so they are filled again in place and `os.mkfifo in
+/// os.supports_dir_fd` holds as in any Python.
+void rehash_os_function_sets() {
+  auto os = py::object::steal(PyImport_ImportModule("os"));
+  for (const char *name : {"supports_dir_fd", "supports_effective_ids", "supports_fd", "supports_follow_symlinks"}) {
+    auto set = py::object::steal(os ? PyObject_GetAttrString(os.get(), name) : nullptr);
+    if (!set || !PySet_Check(set.get()))
+      continue;
+    auto items = py::object::steal(PySequence_List(set.get()));
+    if (!items || PySet_Clear(set.get()) < 0)
+      continue;
+    for (Py_ssize_t i = 0, n = PyList_Size(items.get()); i < n; ++i)
+      if (PySet_Add(set.get(), PyList_GetItem(items.get(), i)) < 0) // borrowed item, kept by the list
+        break;
+  }
+  PyErr_Clear(); // an os without these sets has nothing to fill again
+}
 } // namespace
 
 void installSandboxGuards() {
@@ -193,6 +212,7 @@ void installSandboxGuards() {
     done[count++] = g.module;
     guard_module(g.module);
   }
+  rehash_os_function_sets();
 }
 
 std::size_t sandboxGuardCount() noexcept { return g_used; }

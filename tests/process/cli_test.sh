@@ -56,10 +56,13 @@ python-log-records-on-standard-error)
   expected=$'INFO: one\nWARNING: a 1\nLevel 25: custom\nERROR: three\nCRITICAL: four'
   run -c "$code"
   expect 0 "" "$expected"
-  # The same from a script run as __main__, with the script's own output untouched.
+  # A script's logging is python3's (see python-like.logging) unless
+  # --host-log asks for the host log, with the script's own output untouched.
   printf '%s\nprint("out")\n' "$code" >"$tmp/logs.py"
-  run "$tmp/logs.py"
+  run --host-log "$tmp/logs.py"
   expect 0 "out" "$expected"
+  run "$tmp/logs.py"
+  expect 0 "out" $'WARNING:root:a 1\nERROR:app:three\nCRITICAL:root:four'
   ;;
 expression-result)
   run -e "6 * 7"
@@ -147,7 +150,7 @@ script-argv)
   ;;
 missing-script-is-a-usage-error)
   run "$tmp/no-such-file.py"
-  expect 2 "" "sarvode: cannot read $tmp/no-such-file.py"
+  expect 2 "" "sarvode: can't open file '$tmp/no-such-file.py': [Errno 2] No such file or directory"
   ;;
 conflicting-modes-are-a-usage-error)
   run -c "1" -e "2"
@@ -177,6 +180,14 @@ sandbox-refuses-a-write)
   run -c "open('$tmp/written.txt', 'w').write('x')"
   expect 0 "" ""
   [[ -e $tmp/written.txt ]] || fail "without the sandbox the file should be written"
+  ;;
+sandbox-end-of-run-stays-sandboxed)
+  # What a sandboxed script leaves for the end (an atexit function) runs in
+  # the sandbox too: Python is not finalized outside it.
+  printf 'import atexit\natexit.register(lambda: open(%s, "w").write("out"))\nprint("registered")\n' "'$tmp/escaped'" >"$tmp/leaves.py"
+  run --sandbox "$tmp/leaves.py"
+  [[ $out == registered && ! -e $tmp/escaped ]] || fail "status $status [$out] [$err]"
+  [[ $err == *PermissionError* ]] || fail "stderr [$err]"
   ;;
 sandbox-allows-reading)
   echo "hello" >"$tmp/in.txt"

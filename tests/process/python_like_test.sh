@@ -160,7 +160,8 @@ PY
   [[ $s_out == $'main done\nthread done\nexit handler' ]] || fail "output [$s_out]"
   ;;
 system-exit)
-  for code in 'sys.exit(3)' 'sys.exit()' 'sys.exit(None)' 'sys.exit(300)' 'raise SystemExit(0)'; do
+  for code in 'sys.exit(3)' 'sys.exit()' 'sys.exit(None)' 'sys.exit(300)' 'raise SystemExit(0)' 'sys.exit(2**70)' \
+    'sys.exit(-1)' 'sys.exit(-2**70)' 'sys.exit(2**63 + 5)' 'sys.exit(2**40 + 7)'; do
     printf 'import sys\nprint("before")\n%s\nprint("after")\n' "$code" >exits.py
     both exits.py
   done
@@ -213,6 +214,290 @@ syntax-errors)
   [[ $first == "$tmp/first.py:1:5: error: SyntaxError: invalid syntax" ]] || fail "first line [$first]"
   both last.py
   [[ $first == "$tmp/last.py:3:8: error: SyntaxError: invalid syntax" ]] || fail "first line [$first]"
+  ;;
+clean-up-at-exit)
+  # The end of a run finalizes the interpreter: module globals cleared, files
+  # flushed and closed, __del__ and generators' finally run, a leftover
+  # temporary file deleted; in the script and in what it imported, for every
+  # way a run ends and every way a script is given.
+  printf 'log = open("helper.txt", "w")\nlog.write("from helper\\n")\n' >helper.py
+  cat >body.py <<'PY'
+import helper, os, sys, tempfile
+out = open("r.csv", "w")
+out.write("a\n")
+class Noisy:
+    def __del__(self):
+        print("del ran")
+noisy = Noisy()
+def numbers():
+    try:
+        yield 1
+    finally:
+        print("finally ran")
+started = numbers()
+next(started)
+left = tempfile.NamedTemporaryFile(dir=".", prefix="left-")
+END
+PY
+  # leftovers: what a run left in the folder, with sizes.
+  leftovers() {
+    local f
+    for f in r.csv helper.txt left-*; do
+      [[ -e $f ]] && printf '%s:%s ' "$f" "$(wc -c <"$f")"
+    done
+  }
+  for ending in 'pass' 'sys.exit(3)' 'raise ValueError("at the end")' 'raise KeyboardInterrupt'; do
+    sed "s/^END\$/$ending/" body.py >main.py
+    for way in file module stdin; do
+      case $way in
+      file) args=(main.py) ;;
+      module) args=(-m main) ;;
+      stdin) args=(-) ;;
+      esac
+      for who in s p; do
+        rm -f r.csv helper.txt left-*
+        stdin=main.py run "$who" "${args[@]}"
+        printf -v "${who}_left" '%s' "$(leftovers)"
+      done
+      [[ $s_status == "$p_status" ]] || fail "$way, $ending: status $s_status, python3 $p_status ($s_err)"
+      [[ $s_out == "$p_out" ]] || fail "$way, $ending: stdout [$s_out], python3 [$p_out]"
+      [[ $s_left == "$p_left" ]] || fail "$way, $ending: left [$s_left], python3 [$p_left]"
+      [[ $s_left == "r.csv:2 helper.txt:12 " ]] || fail "$way, $ending: left [$s_left]"
+      [[ $s_out == *"del ran"* && $s_out == *"finally ran"* ]] || fail "$way, $ending: stdout [$s_out]"
+      if [[ $p_err == *Traceback* ]]; then
+        [[ ${s_err#*$'\n'} == "$p_err" ]] || fail "$way, $ending: stderr [$s_err], python3 [$p_err]"
+      else
+        [[ $s_err == "$p_err" ]] || fail "$way, $ending: stderr [$s_err], python3 [$p_err]"
+      fi
+    done
+  done
+  ;;
+logging)
+  # Python logging is python3's: nothing on the root logger until the script
+  # configures it, so basicConfig works and unconfigured records print as
+  # python3 prints them; in a module run, from standard input and in a file.
+  printf 'import logging\nlogging.getLogger("app").info("hidden")\nlogging.getLogger("app").warning("plain %%d", 1)\nlogging.basicConfig(format="%%(levelname)s|%%(name)s|%%(message)s", level=logging.INFO)\nlogging.info("hello")\nlogging.getLogger("app").debug("not shown")\nprint(len(logging.getLogger().handlers))\n' >logs.py
+  same_error logs.py
+  [[ $s_out == 1 && $s_err == $'plain 1\nINFO|root|hello' ]] || fail "file: [$s_out] [$s_err]"
+  same_error -m logs
+  stdin=logs.py same_error -
+  ;;
+utf8-mode)
+  # Under the C locale (env -i) and with PYTHONUTF8, Python starts as python3
+  # does: UTF-8 mode, the C locale coerced to C.UTF-8 for child processes.
+  cat >cafe.py <<'PY'
+import locale, os, sys
+print("café", sys.flags.utf8_mode, sys.stdout.encoding, sys.getfilesystemencoding())
+with open("written", "w") as f:
+    print(f.encoding, locale.getpreferredencoding(False), file=sys.stderr)
+print(os.environ.get("LC_CTYPE"), locale.setlocale(locale.LC_CTYPE))
+PY
+  # The sanitizer build's settings survive the empty environment.
+  keep=()
+  for variable in ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS PYTHONMALLOC; do
+    [[ -n ${!variable-} ]] && keep+=("$variable=${!variable}")
+  done
+  for setting in "" PYTHONUTF8=1 PYTHONUTF8=0 PYTHONCOERCECLOCALE=0 PYTHONCOERCECLOCALE=warn LC_ALL=C; do
+    for who in s p; do
+      [[ $who == s ]] && program=$sarvode || program=$python
+      out=$(env -i "${keep[@]}" $setting "$program" cafe.py 2>"$tmp/$who.err")
+      printf -v "${who}_status" '%s' "$?"
+      printf -v "${who}_out" '%s' "$out"
+      printf -v "${who}_err" '%s' "$(cat "$tmp/$who.err")"
+    done
+    [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
+      fail "env -i $setting: sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
+  done
+  PYTHONUTF8=2 run s cafe.py
+  PYTHONUTF8=2 run p cafe.py
+  [[ $s_status == "$p_status" && -z $s_out && $s_err == "sarvode: invalid PYTHONUTF8 environment variable value" ]] ||
+    fail "PYTHONUTF8=2: $s_status [$s_out] [$s_err], python3 $p_status [$p_err]"
+  out=$(env -i "${keep[@]}" "$sarvode" cafe.py 2>/dev/null)
+  [[ $out == "café 1 utf-8 utf-8"$'\n'"C.UTF-8 C.UTF-8" ]] || fail "env -i: [$out]"
+  ;;
+argv-bytes)
+  # Command-line bytes that are not UTF-8 reach sys.argv as surrogate escapes
+  # (os.fsdecode), as python3 decodes them: such a file opens, and such a
+  # script runs. sys.orig_argv is the program's own command line.
+  printf 'data\n' >$'f\xff'
+  printf 'import os, sys\nprint(ascii(sys.argv), open(sys.argv[1]).read().strip(), os.fsencode(sys.argv[1]) == b"f\\xff")\nprint(ascii(sys.orig_argv[1:]))\n' >$'s\xff.py'
+  both $'s\xff.py' $'f\xff'
+  [[ $s_out == "['s\\udcff.py', 'f\\udcff'] data True"$'\n'"['s\\udcff.py', 'f\\udcff']" ]] || fail "output [$s_out]"
+  cp $'s\xff.py' plain.py
+  stdin=plain.py both - $'f\xff'
+  both -m plain $'f\xff'
+  run s plain.py $'f\xff'
+  [[ $s_out == *$'\n'"['plain.py', 'f\\udcff']" ]] || fail "sys.orig_argv: [$s_out]"
+  ;;
+closed-stdout)
+  # A script that closes sys.stdout ends as under python3 (status 0, nothing
+  # said), json.tool among them; output lost to a closed pipe at the final
+  # flush is reported as python3 reports it, with its status.
+  printf 'import sys\nprint("gone")\nsys.stdout.close()\n' >closing.py
+  same_error closing.py
+  [[ $s_status == 0 ]] || fail "status $s_status"
+  printf '{"a": [1, 2]}\n' >data.json
+  same_error -m json.tool data.json
+  [[ $s_out == *'"a"'* ]] || fail "json.tool: [$s_out]"
+  printf 'import time\nprint("x" * 100)\ntime.sleep(0.3)\n' >late.py
+  for who in s p; do
+    [[ $who == s ]] && program=$sarvode || program=$python
+    env -u PYTHONUNBUFFERED "$program" late.py 2>"$tmp/$who.err" | true
+    printf -v "${who}_status" '%s' "${PIPESTATUS[0]}"
+  done
+  [[ $s_status == "$p_status" && $(cat "$tmp/s.err") == "$(cat "$tmp/p.err")" ]] ||
+    fail "final flush: $s_status [$(cat "$tmp/s.err")], python3 $p_status [$(cat "$tmp/p.err")]"
+  [[ $s_status == 120 ]] || fail "final flush: status $s_status"
+  ;;
+safe-path)
+  # PYTHONSAFEPATH=1: neither the script's folder, nor the current one for -m
+  # or standard input, comes first on sys.path.
+  mkdir code
+  printf 'VALUE = 1\n' >code/beside.py
+  printf 'import sys, os\nprint(os.path.dirname(os.path.abspath(__file__)) in sys.path, "" in sys.path, os.getcwd() in sys.path)\ntry:\n    import beside\n    print("imported")\nexcept ImportError as e:\n    print("ImportError", e.name)\n' >code/main.py
+  PYTHONSAFEPATH=1 both code/main.py
+  [[ $s_out == $'False False False\nImportError beside' ]] || fail "file: [$s_out]"
+  cd code
+  for who in s p; do
+    PYTHONSAFEPATH=1 run $who -m main
+  done
+  [[ $s_status == 1 && $p_status == 1 && $s_err == *"No module named main"* ]] || fail "-m: $s_status [$s_err]"
+  PYTHONSAFEPATH=1 stdin=main.py both -
+  [[ $s_out == $'False False False\nImportError beside' ]] || fail "standard input: [$s_out]"
+  both main.py
+  [[ $s_out == $'True False True\nimported' ]] || fail "without PYTHONSAFEPATH: [$s_out]"
+  cd ..
+  ;;
+zip-and-folder)
+  # A folder or zip archive with __main__.py runs with an absolute sys.path[0]
+  # and __file__, as under python3; sys.argv[0] as given.
+  mkdir -p app2
+  printf 'import sys\nprint(__file__, sys.path[0], sys.argv[0])\n' >app2/__main__.py
+  (cd app2 && "$python" -m zipfile -c ../app2.zip __main__.py) || fail "cannot make the archive"
+  both app2
+  [[ $s_out == "$tmp/app2/__main__.py $tmp/app2 app2" ]] || fail "folder: [$s_out]"
+  both app2.zip
+  [[ $s_out == "$tmp/app2.zip/__main__.py $tmp/app2.zip app2.zip" ]] || fail "zip: [$s_out]"
+  PYTHONSAFEPATH=1 both app2.zip
+  ;;
+no-warnings-at-start)
+  # With every warning shown, starting prints none.
+  printf 'print("ok")\n' >quiet.py
+  PYTHONDEVMODE=1 same_error quiet.py
+  PYTHONWARNINGS=default same_error quiet.py
+  PYTHONWARNINGS=error same_error quiet.py
+  [[ $s_out == ok && -z $s_err ]] || fail "[$s_out] [$s_err]"
+  ;;
+main-globals)
+  # __main__ has python3's globals and no others, for a file, a module and
+  # standard input (where __file__ is '<stdin>'); a package named kest beside
+  # the script is the one that imports.
+  printf 'print(sorted(globals()))\nprint(__file__ if "__file__" in globals() else None)\n' >names.py
+  both names.py
+  both -m names
+  stdin=names.py both -
+  [[ $s_out == *"'__spec__']"$'\n<stdin>' ]] || fail "standard input: [$s_out]"
+  mkdir -p own/kest
+  printf 'VALUE = "local"\n' >own/kest/__init__.py
+  printf 'import kest\nprint(kest.VALUE)\n' >own/use.py
+  both own/use.py
+  [[ $s_out == local ]] || fail "local kest: [$s_out]"
+  printf 'import kest, kest.demo
+print(kest.__name__, kest.demo.__name__)
+' >host.py
+  run s host.py
+  [[ $s_status == 0 && $s_out == "kest kest.demo" ]] || fail "host modules: $s_status [$s_out] [$s_err]"
+  ;;
+standard-sleep)
+  # time.sleep is Python's own in a script: repr, identity and pickling as
+  # under python3, so a fork process pool that was handed it shuts down.
+  cat >sleeping.py <<'PY'
+import concurrent.futures, multiprocessing, pickle, time
+print(repr(time.sleep), pickle.loads(pickle.dumps(time.sleep)) is time.sleep, time.sleep.__self__ is time)
+with concurrent.futures.ProcessPoolExecutor(2, mp_context=multiprocessing.get_context("fork")) as pool:
+    pool.submit(time.sleep, .1)
+    pool.shutdown(cancel_futures=True)
+print("shut down")
+PY
+  timeout 60 true || fail "no timeout command"
+  run s sleeping.py
+  run p sleeping.py
+  [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
+    fail "sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
+  [[ $s_out == $'<built-in function sleep> True True\nshut down' ]] || fail "output [$s_out]"
+  # Ctrl-C and the time limit still end a long sleep, of a script and of -c/-e.
+  SECONDS=0
+  run s --timeout 0.5 -e '__import__("time").sleep(30)'
+  [[ $s_status == 124 ]] || fail "-e: status $s_status [$s_err]"
+  run s --timeout 0.5 -c 'import time; time.sleep(30)'
+  [[ $s_status == 124 ]] || fail "-c: status $s_status [$s_err]"
+  ((SECONDS < 20)) || fail "the sleeps were not cut short (${SECONDS}s)"
+  ;;
+sandbox-guards-unseen)
+  # Outside a sandbox the extension's guards change nothing a script sees.
+  cat >fds.py <<'PY'
+import os, shutil
+print(os.mkfifo in os.supports_dir_fd, os.mknod in os.supports_dir_fd, os.stat in os.supports_fd)
+print(sorted(f.__name__ for f in os.supports_dir_fd), shutil._use_fd_functions)
+print(len(os.supports_follow_symlinks), len(os.supports_effective_ids))
+PY
+  both fds.py
+  [[ $s_out == "True True True"* ]] || fail "output [$s_out]"
+  ;;
+lost-stderr)
+  # An uncaught exception with sys.stderr closed: python3's "lost sys.stderr".
+  printf 'import sys\nprint("out")\nsys.stderr.close()\nraise ValueError(1)\n' >lost.py
+  run s lost.py
+  run p lost.py
+  [[ $s_status == "$p_status" && $s_out == "$p_out" ]] || fail "sarvode $s_status [$s_out], python3 $p_status [$p_out]"
+  [[ $s_err == *"object repr     : ValueError(1)"$'\n'"lost sys.stderr" ]] || fail "stderr [$s_err], python3 [$p_err]"
+  [[ $p_err == *"object repr     : ValueError(1)"$'\n'"lost sys.stderr" ]] || fail "python3 stderr [$p_err]"
+  # A script that cannot be opened: python3's message and status.
+  run s missing.py
+  run p missing.py
+  [[ $s_status == 2 && $p_status == 2 ]] || fail "missing script: $s_status, python3 $p_status"
+  [[ ${s_err#sarvode: } == "${p_err#"$python": }" ]] || fail "missing script: [$s_err], python3 [$p_err]"
+  ;;
+compiled-script)
+  # A compiled script (.pyc, or any file with the magic number) runs as
+  # python3 runs it; one of another Python version is refused as python3 does.
+  printf 'import sys\nprint("compiled", __name__, __file__, __loader__.__class__.__name__, sys.argv[1:])\n' >comp.py
+  "$python" -c 'import py_compile; py_compile.compile("comp.py", cfile="comp.pyc")' || fail "cannot compile"
+  both comp.pyc a
+  [[ $s_out == "compiled __main__ $tmp/comp.pyc SourcelessFileLoader ['a']" ]] || fail "output [$s_out]"
+  cp comp.pyc nameless
+  both nameless
+  printf 'XXXXXXXXXXXXXXXXXXXXXXXX' >bad.pyc
+  both bad.pyc
+  [[ $s_status == 1 && $s_err == *"RuntimeError: Bad magic number in .pyc file" ]] || fail "bad: $s_status [$s_err]"
+  ;;
+python3-options)
+  # python3's own options mean what they mean to python3; those the embedded
+  # interpreter cannot honour are refused with a clear message.
+  printf 'import sys, os\nprint(sys.flags.optimize, sys.flags.dont_write_bytecode, sys.flags.no_user_site, sys.flags.dev_mode)\nprint(sys.warnoptions, sys._xoptions, sorted(k for k in os.environ if k.startswith("PYTHON")), sys.argv)\nassert False, "asserted"\nprint("no assert", __doc__)\n' >opts.py
+  PYTHONWARNINGS=always both -OO -B -s -W ignore -Werror::DeprecationWarning -X dev -X foo=bar -u opts.py a
+  [[ $s_out == "2 1 1 True"$'\n'"['default', 'always', 'ignore', 'error::DeprecationWarning'] {'dev': True, 'foo': 'bar'}"* ]] ||
+    fail "options: [$s_out]"
+  both -O -- opts.py b
+  [[ $s_out == *"no assert None" ]] || fail "-O --: [$s_out]"
+  for refused in -E -I -S; do
+    run s $refused opts.py
+    [[ $s_status == 2 && $s_err == "sarvode: $refused is not supported: "* && -z $s_out ]] || fail "$refused: $s_status [$s_out] [$s_err]"
+  done
+  # -i: the script, then the console in its __main__.
+  printf 'x = 41\nimport sys\nsys.exit(3)\n' >ii.py
+  printf 'print(x + 1)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i ii.py
+  done
+  [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i: $s_status [$s_out], python3 $p_status [$p_out]"
+  # PYTHONSTARTUP runs before the console's first input.
+  printf 'y = 5\n' >startup.py
+  printf 'print(y)\n' >input.txt
+  for who in s p; do
+    PYTHONSTARTUP=startup.py stdin=input.txt run $who -i
+  done
+  [[ $s_out == 5 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "PYTHONSTARTUP: $s_status [$s_out], python3 $p_status [$p_out]"
   ;;
 *)
   fail "unknown case $case_name"
