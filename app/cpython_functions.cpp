@@ -14,4 +14,9 @@ std::optional<kest::I_Callable_Generic> cpython_function(const char16_t *name) {
   return kest::I_Callable_Generic::unsafeFrom(found);
 }
 
+void keep_standard_sleep() {
+  if (auto keep = cpython_function(u"keep_standard_sleep"))
+    (void)keep->callWith({kest::Boolean(true)});
+}
+
 } // namespace sarvode

@@ -4,6 +4,7 @@
 // or an interactive console.
 
 #include "command_line.hpp"
+#include "cpython_functions.hpp"
 #include "demo/demo_module.hpp"
 #include "extensions.hpp"
 #include "model_report.hpp"
@@ -182,6 +183,7 @@ int main(int argc, char **argv) {
     request.insert(request.end(), script.begin() + 1, script.end());
 
   int status = 0;
+  sarvode::keep_standard_sleep(); // Ctrl-C and --timeout reach a sleep by SIGINT, as under python3
   sarvode::prepare_python(*language, options, environment_changes, python_flags.x_options);
   sarvode::run_timeout timeout(timeout_seconds);
   if (c->count() > 0)

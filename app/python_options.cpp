@@ -43,7 +43,11 @@ void set(std::vector<environment_change> &changes, const char *name, const std::
     recorded = recorded || change.name == name;
   if (!recorded)
     changes.push_back({name, before ? std::optional<std::string>(before) : std::nullopt});
+#ifdef _WIN32
+  (void)_putenv_s(name, value.c_str());
+#else
   (void)setenv(name, value.c_str(), 1);
+#endif
 }
 } // namespace
 

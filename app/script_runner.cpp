@@ -69,9 +69,7 @@ int status_of(const kest::Any &value) {
 }
 
 kest::HashMap new_locals() { return kest::HashMap(kest::String::getType(), kest::Type()); }
-} // namespace
 
-namespace {
 /// Command-line words as bytes: Python decodes them as python3 decodes its
 /// argv (os.fsdecode), so that bytes that are not UTF-8 survive.
 kest::Tuple bytes_tuple(const std::vector<std::string> &words) {

@@ -1,7 +1,8 @@
 // Host functions of "kest.cpython" for hosts that evaluate Python often: the
 // compiled-code cache ("clear_code_cache", "set_code_cache_size",
 // "code_cache_info"), cancelling ("current_thread", "interrupt") and output
-// capture ("redirect_output") and the end of Python ("shutdown").
+// capture ("redirect_output"), the end of Python ("shutdown") and the choice
+// of time.sleep ("keep_standard_sleep").
 // Registered at start-up level 5 with the module's other functions.
 
 #include "language/code_cache.hpp"
@@ -55,6 +56,7 @@ struct embedder_functions {
   kest::internal::method_builder_base interrupt{kest::String(u"interrupt")};
   kest::internal::method_builder_base redirect{kest::String(u"redirect_output")};
   kest::internal::method_builder_base shutdown{kest::String(u"shutdown")};
+  kest::internal::method_builder_base standard_sleep{kest::String(u"keep_standard_sleep")};
 
   embedder_functions() {
     clear.assign_func(kest::make_function([] { with_interpreter(clearCodeCache); }));
@@ -78,6 +80,11 @@ struct embedder_functions {
     redirect.signature(kest::String(u"callable"));
     redirect.assign_doc(kest::String(u"Sends what Python writes to sys.stdout and sys.stderr to callable(stream, text); "
                                      u"None puts the streams back."));
+    standard_sleep.assign_func(kest::make_function([](bool keep) { keepStandardSleep(keep); }));
+    standard_sleep.signature(kest::String(u"keep"));
+    standard_sleep.assign_doc(kest::String(
+        u"True keeps Python's own time.sleep on the thread that started Python, for hosts that interrupt it "
+        u"with SIGINT; interrupt() then ends a sleep there only when the sleep returns."));
     shutdown.assign_func(kest::make_function([] { return shutdownPython(); }));
     shutdown.signature(kest::String(u""));
     shutdown.assign_doc(kest::String(u"Ends Python as python3 ends: threads joined, atexit handlers run, modules "
@@ -90,7 +97,8 @@ const bool g_registered = [] {
   static embedder_functions functions;
   kest::internal::add_init_handler(5, [] {
     for (auto *builder : {&functions.clear, &functions.resize, &functions.info, &functions.current_thread,
-                          &functions.interrupt, &functions.redirect, &functions.shutdown})
+                          &functions.interrupt, &functions.redirect, &functions.shutdown,
+                          &functions.standard_sleep})
       (void)kest::internal::register_function(kest::String(u"kest.cpython"), builder->name().string(),
                                               builder->callable());
   });

@@ -6,8 +6,10 @@
 #include "runtime/python_shutdown.hpp"
 
 #include <chrono>
+#include <atomic>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 
 namespace sarvode {
 
@@ -112,13 +114,8 @@ PyMethodDef sliced_sleep_definition{
 std::int64_t currentThreadIdent() noexcept { return static_cast<std::int64_t>(PyThread_get_thread_ident()); }
 
 running_evaluation::running_evaluation() : m_record(&t_record.get()) {
-  // Python's own time.sleep ends early on the thread that started Python,
-  // where a signal handled by Python interrupts it (Ctrl-C in sarvode); on
-  // any other thread only the sliced one does. It stands in from the first
-  // evaluation that runs there, so that a host that evaluates only on the
-  // thread that started Python keeps Python's own.
-  if (++m_record->depth == 1 && m_record->ident != startingThread())
-    installInterruptibleSleep();
+  if (++m_record->depth == 1)
+    chooseSleep(m_record->ident == startingThread());
 }
 
 running_evaluation::~running_evaluation() {
@@ -144,23 +141,68 @@ bool interruptEvaluation(std::int64_t thread) {
   return PyThreadState_SetAsyncExc(found->first, PyExc_KeyboardInterrupt) == 1;
 }
 
-void installInterruptibleSleep() {
-  if (g_original_sleep)
-    return; // installed already
+namespace {
+/// The sliced sleep while it stands in the time module (with the interpreter lock).
+PyObject *g_sliced_sleep = nullptr;
+/// Set once an evaluation ran on a thread other than the one that started Python.
+bool g_evaluated_elsewhere = false;
+
+/// Asked by the host: Python's own sleep on the thread that started Python.
+std::atomic<bool> g_keep_standard_sleep{false};
+
+/// Puts Python's own sleep back in the time module, unless code put a sleep
+/// of its own there meanwhile.
+void restore_sleep() {
   auto time = py::object::steal(PyImport_ImportModule("time"));
-  auto original = py::object::steal(time ? PyObject_GetAttrString(time.get(), "sleep") : nullptr);
-  if (!original)
+  auto current = py::object::steal(time ? PyObject_GetAttrString(time.get(), "sleep") : nullptr);
+  if (current.get() == g_sliced_sleep && PyObject_SetAttrString(time.get(), "sleep", g_original_sleep) < 0)
+    return PyErr_Clear();
+  PyErr_Clear(); // a time module without sleep has nothing to put back
+  Py_DecRef(std::exchange(g_sliced_sleep, nullptr));
+}
+} // namespace
+
+void installInterruptibleSleep() {
+  if (g_sliced_sleep)
+    return; // in place already
+  auto time = py::object::steal(PyImport_ImportModule("time"));
+  if (!time)
     return PyErr_Clear(); // without the time module, there is no sleep to cut
+  if (!g_original_sleep) {
+    auto original = py::object::steal(PyObject_GetAttrString(time.get(), "sleep"));
+    if (!original)
+      return PyErr_Clear();
+    g_original_sleep = original.release();
+  }
   auto module_name = py::object::steal(PyUnicode_FromString("time"));
   auto sliced = py::object::steal(
       module_name ? PyCFunction_NewEx(&sliced_sleep_definition, time.get(), module_name.get()) : nullptr);
-  if (!sliced) {
-    PyErr_Clear();
-    return;
-  }
-  g_original_sleep = original.release();
-  if (PyObject_SetAttrString(time.get(), "sleep", sliced.get()) < 0)
-    PyErr_Clear();
+  if (!sliced || PyObject_SetAttrString(time.get(), "sleep", sliced.get()) < 0)
+    return PyErr_Clear();
+  g_sliced_sleep = sliced.release(); // kept, to know it and to take it out again
+}
+
+void chooseSleep(bool startingThread) {
+  if (!startingThread)
+    g_evaluated_elsewhere = true;
+  // Only the sliced sleep ends on an interrupt; a host that interrupts the
+  // thread that started Python by a signal instead (sarvode sends SIGINT,
+  // which ends Python's own sleep as under python3) keeps the standard one
+  // there, with its identity, while no other thread evaluates.
+  if (g_evaluated_elsewhere || !g_keep_standard_sleep.load())
+    installInterruptibleSleep();
+  else if (g_sliced_sleep)
+    restore_sleep();
+}
+
+void keepStandardSleep(bool keep) {
+  g_keep_standard_sleep = keep;
+  if (!keep || pythonShutDown())
+    return; // the next evaluation puts the sliced sleep in place
+  ensurePythonReady();
+  py::gil lock;
+  if (g_sliced_sleep && !g_evaluated_elsewhere)
+    restore_sleep();
 }
 
 } // namespace sarvode

@@ -35,8 +35,18 @@ bool interruptEvaluation(std::int64_t thread);
 
 /// Replaces time.sleep by one that sleeps in short slices, so that an
 /// interrupt ends a long sleep within a slice; its repr, name, documentation
-/// and pickling are the original's. Done once, by the first evaluation on a
-/// thread other than the one that started Python. Needs the interpreter lock.
+/// and pickling are the original's. Needs the interpreter lock.
 void installInterruptibleSleep();
+
+/// Chooses the time.sleep for an evaluation that starts: the sliced one,
+/// unless the host asked to keep Python's own (keepStandardSleep) and
+/// evaluations have run only on the thread that started Python. Needs the
+/// interpreter lock.
+void chooseSleep(bool startingThread);
+
+/// For hosts that interrupt the thread that started Python with a signal
+/// that Python handles (sarvode sends SIGINT): there, time.sleep stays
+/// Python's own while no other thread evaluates. Takes the interpreter lock.
+void keepStandardSleep(bool keep);
 
 } // namespace sarvode

@@ -64,8 +64,6 @@ kest::Any shutdownPython() {
     return refused("the host started it, and the host ends it");
   if (starter != PyThread_get_thread_ident())
     return refused("only the thread that started it can end it");
-  if (sandboxEverUsed())
-    return refused("code ran in the sandbox, and its atexit functions and __del__ methods would run outside it");
   const PyGILState_STATE state = PyGILState_Ensure();
   if (state == PyGILState_LOCKED) {
     PyGILState_Release(state);
@@ -76,6 +74,10 @@ kest::Any shutdownPython() {
     PyGILState_Release(state);
     return others < 0 ? refused("its threads could not be counted")
                       : refused("other threads still run Python code; stop them first");
+  }
+  if (sandboxEverUsed()) {
+    PyGILState_Release(state);
+    return refused("code ran in the sandbox, and its atexit functions and __del__ methods would run outside it");
   }
   g_shut_down = true;
   // The thread state goes with the interpreter: there is no lock to release after this.

@@ -136,8 +136,10 @@ int refused_after_sandbox(const std::string &folder) {
     std::cerr << "the sandboxed evaluation failed: " << kest::display(ran).toUtf8() << "\n";
     return 2;
   }
-  if (!kest::Error::isInstance(shutdown_python())) {
-    std::cerr << "shutdown ran after sandboxed code\n";
+  auto ended = shutdown_python();
+  if (!kest::Error::isInstance(ended) ||
+      kest::Error::unsafeFrom(ended).message().toUtf8().find("sandbox") == std::string::npos) {
+    std::cerr << "shutdown did not refuse after sandboxed code: " << kest::display(ended).toUtf8() << "\n";
     return 3;
   }
   std::cout << "refused\n" << std::flush;
@@ -200,8 +202,10 @@ int main(int argc, char **argv) {
     // The host's threads are inside Python: finalizing would stop them where
     // they stand. Nothing may change, and the process ends as before.
     auto ended = shutdown_python();
-    if (!kest::Error::isInstance(ended)) {
-      std::cerr << "shutdown did not refuse: " << kest::display(ended).toUtf8() << "\n";
+    if (!kest::Error::isInstance(ended) ||
+        kest::Error::unsafeFrom(ended).message().toUtf8().find("other threads still run Python code") ==
+            std::string::npos) {
+      std::cerr << "shutdown did not refuse for the running threads: " << kest::display(ended).toUtf8() << "\n";
       return 3;
     }
     auto still = kest::internal::result_unwrap_lazy(python().evaluateExpression(kest::String(u"6 * 7")));
