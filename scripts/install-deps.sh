@@ -25,6 +25,7 @@ PACKAGES=(
   libfmt-dev
   libcli11-dev
   python3-dev
+  libpython3.11-testsuite
   pybind11-dev
   clang-14
   libclang-rt-14-dev
