@@ -514,6 +514,41 @@ python3-options)
   done
   [[ $s_out == 5 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "PYTHONSTARTUP: $s_status [$s_out], python3 $p_status [$p_out]"
   ;;
+main-frames)
+  # The script's code runs with no frame of sarvode's beneath it: the stack,
+  # warnings' stack levels, the recursion depth and the debugger see what
+  # they see under python3.
+  cat >frames.py <<'PY'
+import faulthandler, inspect, sys, traceback, warnings
+print(len(inspect.stack()), [f.function for f in inspect.stack()])
+def inner():
+    return [f.function for f in inspect.stack()]
+print(inner())
+print(sys._getframe().f_back is None)
+warnings.warn("x", stacklevel=5)
+traceback.print_stack()
+sys.stderr.flush()
+faulthandler.dump_traceback(all_threads=False)
+def deeper(n):
+    try:
+        return deeper(n + 1)
+    except RecursionError:
+        return n
+print("depth", deeper(0))
+PY
+  same_error "$tmp/frames.py"
+  [[ $s_out == "1 ['<module>']"$'\n'"['inner', '<module>']"$'\n'"True"$'\n'"depth "* ]] || fail "frames: [$s_out]"
+  [[ $s_err == "sys:1: UserWarning: x"$'\n'*"Stack (most recent call first):"* ]] || fail "frames: [$s_err]"
+  stdin=frames.py same_error -
+  cp frames.py framesmod.py
+  same_error -m framesmod
+  [[ $s_out == *"'_run_module_as_main']"* ]] || fail "-m frames: [$s_out]"
+  # pdb: "where" shows the script's frame only, and "up" finds no older one.
+  printf 'import pdb\npdb.set_trace()\nx = 1\nprint("after", x)\n' >debug.py
+  printf 'where\nup\ncontinue\n' >commands.txt
+  stdin=commands.txt same_error "$tmp/debug.py"
+  [[ $s_out == *"Oldest frame"*"after 1" ]] || fail "pdb: [$s_out]"
+  ;;
 *)
   fail "unknown case $case_name"
   ;;
