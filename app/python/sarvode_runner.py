@@ -363,6 +363,15 @@ def run_stdin(argv0, args):
     return _stage(lambda: _compiled(sys.stdin.buffer.read(), "<stdin>"), {"<stdin>"}, undo)
 
 
+def run_command(code, args):
+    """python3 -c CODE: the code as __main__, the current folder first on
+    sys.path (as '')."""
+    sys.argv = ["-c", *args]
+    if not sys.flags.safe_path:
+        sys.path.insert(0, "")
+    return _stage(lambda: _compiled(code, "<string>"), {"<string>"})
+
+
 def show(value, prefix):
     """Prints a value as print() does, after a prefix; nothing for None."""
     if value is None:
@@ -371,7 +380,7 @@ def show(value, prefix):
 
 
 def check_syntax(source):
-    """For -c: the code's syntax errors shown on the user's own lines (the
+    """For --exec: the code's syntax errors shown on the user's own lines (the
     host runs the code as a function body, which the parser accepts as it
     stands: a top-level return is no syntax error to it). 0 or 1."""
     import ast
@@ -479,7 +488,7 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
     mode, target, *args = [os.fsdecode(word) for word in request]
     sys.orig_argv = [os.fsdecode(word) for word in host_argv]
     _python_logging(host_log)
-    if mode in ("file", "module", "stdin"):
+    if mode in ("file", "module", "command", "stdin"):
         _host_modules_last()
     if mode == "file":
         return run_file(target, args)
@@ -487,6 +496,8 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
         return run_module(target, args)
     if mode == "stdin":
         return run_stdin(target, args)
+    if mode == "command":
+        return run_command(target, args)
     if mode == "console":
         from _sarvode_console import run_console
 

@@ -440,12 +440,14 @@ PY
   [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
     fail "sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
   [[ $s_out == $'<built-in function sleep> True True\nPython\'s own: True\nshut down' ]] || fail "output [$s_out]"
-  # Ctrl-C and the time limit still end a long sleep, of a script and of -c/-e.
+  # Ctrl-C and the time limit still end a long sleep, of a script and of -c, --exec and -e.
   SECONDS=0
   run s --timeout 0.5 -e '__import__("time").sleep(30)'
   [[ $s_status == 124 ]] || fail "-e: status $s_status [$s_err]"
   run s --timeout 0.5 -c 'import time; time.sleep(30)'
   [[ $s_status == 124 ]] || fail "-c: status $s_status [$s_err]"
+  run s --timeout 0.5 --exec 'import time; time.sleep(30)'
+  [[ $s_status == 124 ]] || fail "--exec: status $s_status [$s_err]"
   ((SECONDS < 20)) || fail "the sleeps were not cut short (${SECONDS}s)"
   ;;
 sandbox-guards-unseen)
@@ -548,6 +550,28 @@ PY
   printf 'where\nup\ncontinue\n' >commands.txt
   stdin=commands.txt same_error "$tmp/debug.py"
   [[ $s_out == *"Oldest frame"*"after 1" ]] || fail "pdb: [$s_out]"
+  ;;
+command-as-main)
+  # -c CODE runs CODE as __main__, as python3 -c does.
+  code=$'import pickle, sys
+class Point:
+    pass
+print(__name__, sys.argv, repr(sys.path[0]), "__file__" in globals())
+print(type(pickle.loads(pickle.dumps(Point()))).__qualname__)'
+  both -c "$code" a --b
+  [[ $s_out == "__main__ ['-c', 'a', '--b'] '' False"$'\n'"Point" ]] || fail "output [$s_out]"
+  PYTHONSAFEPATH=1 both -c 'import sys; print(sys.path[0] != "")'
+  [[ $s_out == True ]] || fail "safe path: [$s_out]"
+  both -c $'def f():\n    return 1 / 0\nf()'
+  [[ $s_status == 1 && $first == "<string>:2: error: ZeroDivisionError: division by zero" ]] || fail "error: [$first]"
+  both -c 'import sys; sys.exit(4)'
+  [[ $s_status == 4 ]] || fail "exit: $s_status"
+  # -i -c: the code, then the console in its __main__.
+  printf 'print(x + 1)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i -c 'x = 41'
+  done
+  [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i -c: $s_status [$s_out], python3 $p_status [$p_out]"
   ;;
 *)
   fail "unknown case $case_name"
