@@ -16,9 +16,19 @@ namespace sarvode {
 
 namespace {
 
+/// True for a code object (its exact type: PyEval_EvalCode takes nothing
+/// else), -1 with an error pending when the type could not be found.
+int is_code(PyObject *target) {
+  auto types = py::object::steal(PyImport_ImportModule("types"));
+  auto code_type = types ? py::object::steal(PyObject_GetAttrString(types.get(), "CodeType")) : py::object();
+  if (!code_type)
+    return -1;
+  return reinterpret_cast<PyObject *>(Py_TYPE(target)) == code_type.get() ? 1 : 0;
+}
+
 /// The outcome of the staged target: null with the exception pending when it raised.
-py::object run_target(PyObject *target) {
-  if (!PyCode_Check(target))
+py::object run_target(PyObject *target, bool code) {
+  if (!code)
     return py::object::steal(PyObject_CallNoArgs(target));
   PyObject *main = PyImport_AddModule("__main__"); // borrowed
   if (!main)
@@ -51,6 +61,11 @@ kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
     return errorFromPython(0, 0);
   if (target.get() == Py_None)
     return kest::Error(kest::String::fromUtf8("nothing is staged in " + holder_name + ".main_target"));
+  const int code = is_code(target.get());
+  if (code < 0)
+    return errorFromPython(0, 0);
+  if (!code && !PyCallable_Check(target.get()))
+    return kest::Error(kest::String::fromUtf8(holder_name + ".main_target is neither code nor callable"));
   if (PyObject_SetAttrString(holder.get(), "main_target", Py_None) < 0)
     return errorFromPython(0, 0);
   py::object error;
@@ -59,7 +74,7 @@ kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
     if (sandboxed)
       sandbox.emplace();
     running_evaluation running; // an interrupt aimed at this thread is raised in the code
-    if (!run_target(target.get()))
+    if (!run_target(target.get(), code != 0))
       error = take_exception();
   }
   target.reset(); // the code's own references go before the report

@@ -36,6 +36,13 @@ TEST(MainCode, NothingStagedIsAnError) {
   EXPECT_EQ(integer_of(holder_says("int(holder.main_error == 'unset')")), 1);
 }
 
+TEST(MainCode, SomethingNeitherCodeNorCallableIsRefusedAndKept) {
+  stage("42");
+  EXPECT_EQ(message_of(runStagedMain(kest::String(u"main_code_holder"), false)),
+            "main_code_holder.main_target is neither code nor callable");
+  EXPECT_EQ(integer_of(holder_says("int(holder.main_target == 42 and holder.main_error == 'unset')")), 1);
+}
+
 TEST(MainCode, AMissingHolderIsAnErrorWithNothingPending) {
   const auto refused = runStagedMain(kest::String(u"no_such_holder_module"), false);
   EXPECT_NE(message_of(refused).find("no_such_holder_module"), std::string::npos) << message_of(refused);
