@@ -12,7 +12,7 @@ namespace sarvode {
 std::optional<script_target> split_script_target(std::vector<std::string> &argv) {
   for (std::size_t i = 1; i < argv.size(); ++i) {
     const auto &arg = argv[i];
-    if (arg == "--exec" || arg == "-e" || arg == "--extensions" || arg == "-W" || arg == "-X") {
+    if (arg == "--exec" || arg == "-e" || arg == "--extensions" || arg == "--timeout" || arg == "-W" || arg == "-X") {
       ++i; // its value
       continue;
     }

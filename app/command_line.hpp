@@ -17,9 +17,9 @@ struct script_target {
 
 /// Finds "-m MODULE" (or "-mMODULE"), "-c CODE" (or "-cCODE") or "-" among
 /// sarvode's own options and cuts it and everything after it from `argv`.
-/// Values of the options that take one (--exec, -e, --extensions, -W, -X) are
-/// never mistaken for either. An "-m" or "-c" without its value is left in
-/// place, for the option parser to refuse.
+/// Values of the options that take one (--exec, -e, --extensions, --timeout,
+/// -W, -X) are never mistaken for either. An "-m" or "-c" without its value is
+/// left in place, for the option parser to refuse.
 std::optional<script_target> split_script_target(std::vector<std::string> &argv);
 
 /// What python3 says of a FILE it cannot open (after its program name):

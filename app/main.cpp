@@ -63,7 +63,7 @@ int main(int argc, char **argv) {
 
   const std::vector<std::string> host_argv(argv, argv + argc);
   std::vector<std::string> arguments = host_argv;
-  const auto target = sarvode::split_script_target(arguments);
+  auto target = sarvode::split_script_target(arguments);
   std::vector<const char *> own_arguments;
   for (const auto &argument : arguments)
     own_arguments.push_back(argument.c_str());
@@ -83,7 +83,8 @@ int main(int argc, char **argv) {
                "With --show-model: first add every installed top-level Python module under \"python\"")
       ->needs("--show-model");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
-  app.add_option("-c", command, "Run CODE as __main__, as python3 -c; the arguments after it are its own");
+  auto *command_option =
+      app.add_option("-c", command, "Run CODE as __main__, as python3 -c; the arguments after it are its own");
   auto *c = app.add_option("--exec", code,
                            "Run CODE through the host's statement evaluation (a function body; 'return' gives the "
                            "printed result)");
@@ -118,6 +119,8 @@ int main(int argc, char **argv) {
     const int status = app.exit(error);
     return status == 0 ? 0 : exit_usage;
   }
+  if (command_option->count() > 0 && !target) // a -c that split_script_target did not reach
+    target = sarvode::script_target{sarvode::script_target::kind::command, command, {}};
   auto script = app.remaining();
   if (!script.empty() && script.front() == "--")
     script.erase(script.begin()); // python3's end of options: FILE follows

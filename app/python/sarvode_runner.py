@@ -265,7 +265,8 @@ def _runpy_main(name, alter_argv):
     import runpy
 
     _main_module()
-    return functools.partial(runpy._run_module_as_main, name, alter_argv=alter_argv)
+    # Positional: a partial with keywords would add a level of recursion.
+    return functools.partial(runpy._run_module_as_main, name, alter_argv)
 
 
 def run_file(path, args):

@@ -16,18 +16,22 @@ using namespace sarvode::test_support;
 
 namespace {
 
+bool failed(const kest::Any &value) { return kest::Error::isInstance(value); }
+
 /// Makes the holder module "main_code_holder" with `target` (a Python expression) staged.
 void stage(const std::string &target) {
-  ASSERT_FALSE(evaluate("import sys, types\n"
+  ASSERT_FALSE(failed(evaluate("import sys, types\n"
                         "holder = sys.modules.setdefault('main_code_holder', types.ModuleType('main_code_holder'))\n"
                         "holder.main_error = 'unset'\n"
-                        "holder.main_target = " + target + "\n")
-                   .isError());
+                        "holder.main_target = " + target + "\n")));
 }
 
-kest::Any holder_says(const std::string &expression) {
-  return evaluate("import sys\nholder = sys.modules['main_code_holder']\nreturn " + expression);
+/// Runs `statements` with `holder` bound; their `return` is the result.
+kest::Any with_holder(const std::string &statements) {
+  return evaluate("import sys\nholder = sys.modules['main_code_holder']\n" + statements);
 }
+
+kest::Any holder_says(const std::string &expression) { return with_holder("return " + expression); }
 
 TEST(MainCode, NothingStagedIsAnError) {
   stage("None");
@@ -52,7 +56,7 @@ TEST(MainCode, AMissingHolderIsAnErrorWithNothingPending) {
 
 TEST(MainCode, CodeRunsInMainWithNoFrameBeneath) {
   stage("compile('import sys\\nmain_code_frame_back = sys._getframe().f_back\\n', 'staged.py', 'exec')");
-  EXPECT_FALSE(runStagedMain(kest::String(u"main_code_holder"), false).isError());
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
   EXPECT_EQ(integer_of(holder_says("int(sys.modules['__main__'].main_code_frame_back is None and "
                                    "holder.main_error is None and holder.main_target is None)")),
             1);
@@ -60,8 +64,8 @@ TEST(MainCode, CodeRunsInMainWithNoFrameBeneath) {
 
 TEST(MainCode, TheExceptionIsKeptWithItsTraceback) {
   stage("compile('x = 1\\nraise ValueError(\"kept\")\\n', 'staged.py', 'exec')");
-  EXPECT_FALSE(runStagedMain(kest::String(u"main_code_holder"), false).isError());
-  EXPECT_EQ(integer_of(holder_says("e = holder.main_error\n"
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
+  EXPECT_EQ(integer_of(with_holder("e = holder.main_error\n"
                                    "tb = e.__traceback__\n"
                                    "ok = type(e) is ValueError and str(e) == 'kept' and tb.tb_lineno == 2 and "
                                    "tb.tb_frame.f_code.co_name == '<module>' and tb.tb_next is None\n"
@@ -72,14 +76,14 @@ TEST(MainCode, TheExceptionIsKeptWithItsTraceback) {
 
 TEST(MainCode, ACallableIsCalled) {
   stage("lambda: sys.modules['main_code_holder'].__dict__.update(called=True)");
-  EXPECT_FALSE(runStagedMain(kest::String(u"main_code_holder"), false).isError());
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
   EXPECT_EQ(integer_of(holder_says("int(holder.called is True and holder.main_error is None)")), 1);
 }
 
 TEST(MainCode, SandboxedCodeIsJudged) {
   stage("compile('import os\\nos.remove(\"/no/such/file/at/all\")\\n', 'staged.py', 'exec')");
-  EXPECT_FALSE(runStagedMain(kest::String(u"main_code_holder"), true).isError());
-  EXPECT_EQ(integer_of(holder_says("e = holder.main_error\nholder.main_error = None\n"
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), true)));
+  EXPECT_EQ(integer_of(with_holder("e = holder.main_error\nholder.main_error = None\n"
                                    "return int(type(e) is PermissionError)")),
             1);
 }
