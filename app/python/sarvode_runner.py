@@ -1,8 +1,10 @@
 # The Python side of the sarvode command line. sarvode compiles this file into
 # itself and runs it through the host's Python language, so the sandbox, the
-# search paths and the host modules apply. It runs a script, a module, the
-# standard input or the console the way python3 does, and ends a run the way
-# python3 does (threads joined, exit handlers run, output flushed).
+# search paths and the host modules apply. It runs a script, a module, -c
+# code, the standard input or the console the way python3 does (the code that
+# runs as __main__ it stages for the host to run, with no frame of its own
+# beneath), and ends a run the way python3 does (threads joined, exit
+# handlers run, output flushed).
 #
 # Every function returns an exit status for the host: 0..255, or INTERRUPTED
 # when KeyboardInterrupt ended the run (the host then ends by SIGINT, as
