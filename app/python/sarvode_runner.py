@@ -157,6 +157,11 @@ def _stderr_lost():
 
 
 def _uncaught(exc, user_files):
+    # Kept as python3 keeps them, for -i (pdb.pm(), traceback.print_last()).
+    sys.last_type, sys.last_value = type(exc), exc
+    sys.last_traceback = exc.__traceback__ = _trimmed(exc.__traceback__)
+    if sys.version_info >= (3, 12):
+        sys.last_exc = exc
     if _stderr_lost():
         # Nowhere to print a report: the hook says so as python3's does
         # ("lost sys.stderr" on the process's standard error).

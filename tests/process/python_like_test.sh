@@ -508,6 +508,14 @@ python3-options)
     stdin=input.txt run $who -i ii.py
   done
   [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i: $s_status [$s_out], python3 $p_status [$p_out]"
+  # After an uncaught exception, sys.last_* for the console, as python3 keeps them.
+  printf 'x = 1\n1 / 0\n' >raises.py
+  printf 'import sys\nprint(type(sys.last_value).__name__, sys.last_type.__name__, sys.last_traceback.tb_frame.f_code.co_name, sys.last_traceback.tb_lineno)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i raises.py
+  done
+  [[ $s_out == "ZeroDivisionError ZeroDivisionError <module> 2" && $s_out == "$p_out" && $s_status == "$p_status" ]] ||
+    fail "-i after an error: $s_status [$s_out], python3 $p_status [$p_out]"
   # PYTHONSTARTUP runs before the console's first input.
   printf 'y = 5\n' >startup.py
   printf 'print(y)\n' >input.txt
