@@ -12,7 +12,7 @@ namespace sarvode {
 std::optional<script_target> split_script_target(std::vector<std::string> &argv) {
   for (std::size_t i = 1; i < argv.size(); ++i) {
     const auto &arg = argv[i];
-    if (arg == "-c" || arg == "-e" || arg == "--extensions" || arg == "-W" || arg == "-X") {
+    if (arg == "--exec" || arg == "-e" || arg == "--extensions" || arg == "--timeout" || arg == "-W" || arg == "-X") {
       ++i; // its value
       continue;
     }
@@ -28,6 +28,10 @@ std::optional<script_target> split_script_target(std::vector<std::string> &argv)
       target = script_target{script_target::kind::module, argv[i + 1], {argv.begin() + static_cast<long>(i) + 2, argv.end()}};
     } else if (arg.size() > 2 && arg.compare(0, 2, "-m") == 0) {
       target = script_target{script_target::kind::module, arg.substr(2), {argv.begin() + static_cast<long>(i) + 1, argv.end()}};
+    } else if (arg == "-c" && i + 1 < argv.size()) {
+      target = script_target{script_target::kind::command, argv[i + 1], {argv.begin() + static_cast<long>(i) + 2, argv.end()}};
+    } else if (arg.size() > 2 && arg.compare(0, 2, "-c") == 0) {
+      target = script_target{script_target::kind::command, arg.substr(2), {argv.begin() + static_cast<long>(i) + 1, argv.end()}};
     }
     if (target) {
       argv.resize(cut);

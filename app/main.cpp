@@ -1,7 +1,8 @@
 // sarvode: the host application. It loads its extensions, runs their start-up
 // handlers, and runs Python through the host's language interface: a script
-// file, a module (-m), the standard input (-), code (-c), an expression (-e),
-// or an interactive console.
+// file, a module (-m), the standard input (-) or code (-c) as python3 runs
+// them, the host's own evaluation of statements (--exec) or of an expression
+// (-e), or an interactive console.
 
 #include "command_line.hpp"
 #include "cpython_functions.hpp"
@@ -35,7 +36,7 @@ int usage_error(const std::string &message) {
   return exit_usage;
 }
 
-/// -c and -e: the host's own evaluation; its result printed as print() would.
+/// --exec and -e: the host's own evaluation; its result printed as print() would.
 int evaluate_and_show(const kest::I_Language &language, const std::string &code, bool expression,
                       const sarvode::run_options &options, const sarvode::run_timeout &timeout) {
   if (!expression)
@@ -62,17 +63,18 @@ int main(int argc, char **argv) {
 
   const std::vector<std::string> host_argv(argv, argv + argc);
   std::vector<std::string> arguments = host_argv;
-  const auto target = sarvode::split_script_target(arguments);
+  auto target = sarvode::split_script_target(arguments);
   std::vector<const char *> own_arguments;
   for (const auto &argument : arguments)
     own_arguments.push_back(argument.c_str());
 
   CLI::App app{"sarvode - a host application with a dynamic object model and a Python language.\n"
-               "Runs FILE, a module (-m) or the standard input (-) as python3 does; or CODE (statements\n"
-               "whose 'return' gives the result) or EXPR; with no arguments on a terminal it opens a console.",
+               "Runs FILE, a module (-m), the standard input (-) or CODE (-c) as python3 does; or, through\n"
+               "the host's evaluation, statements whose 'return' gives the result (--exec) or EXPR (-e);\n"
+               "with no arguments on a terminal it opens a console.",
                "sarvode"};
   bool show_version = false, show_model = false, all_modules = false, interactive = false;
-  std::string code, expression, module_name;
+  std::string code, command, expression, module_name;
   sarvode::run_options options;
   std::string extensions_dir = sarvode::default_extensions_directory();
   app.add_flag("--version", show_version, "Print the version and exit");
@@ -81,10 +83,14 @@ int main(int argc, char **argv) {
                "With --show-model: first add every installed top-level Python module under \"python\"")
       ->needs("--show-model");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
-  auto *c = app.add_option("-c", code, "Run CODE as Python statements");
+  auto *command_option =
+      app.add_option("-c", command, "Run CODE as __main__, as python3 -c; the arguments after it are its own");
+  auto *c = app.add_option("--exec", code,
+                           "Run CODE through the host's statement evaluation (a function body; 'return' gives the "
+                           "printed result)");
   auto *e = app.add_option("-e", expression, "Evaluate EXPR as a Python expression and print it");
   app.add_option("-m", module_name, "Run library module MODULE as a script; the arguments after it are its own");
-  app.add_flag("-i", interactive, "Open the interactive console (after FILE, -m MODULE or -, as python3 -i)");
+  app.add_flag("-i", interactive, "Open the interactive console (after FILE, -m, -c or -, as python3 -i)");
   // python3's own options, through the environment the interpreter reads at its start.
   sarvode::python_options python_flags;
   app.add_flag("-u", python_flags.unbuffered, "Unbuffered standard output and error, as python3 -u");
@@ -99,7 +105,7 @@ int main(int argc, char **argv) {
   app.add_flag("--sandbox", options.sandbox, "Run in the read-only sandbox");
   app.add_flag("--show-class", options.show_class, "Print the result's qualified class name before it");
   app.add_flag("--host-log", options.host_log,
-               "Send the Python logging of FILE, -m, - and the console to the host log, as for -c and -e");
+               "Send the Python logging of FILE, -m, -c, - and the console to the host log, as for --exec and -e");
   double timeout_seconds = 0;
   app.add_option("--timeout", timeout_seconds,
                  "Interrupt the run after SECONDS (KeyboardInterrupt at the running line) and exit with status 124")
@@ -113,6 +119,8 @@ int main(int argc, char **argv) {
     const int status = app.exit(error);
     return status == 0 ? 0 : exit_usage;
   }
+  if (command_option->count() > 0 && !target) // a -c that split_script_target did not reach
+    target = sarvode::script_target{sarvode::script_target::kind::command, command, {}};
   auto script = app.remaining();
   if (!script.empty() && script.front() == "--")
     script.erase(script.begin()); // python3's end of options: FILE follows
@@ -120,7 +128,8 @@ int main(int argc, char **argv) {
   const bool runs_script = !script.empty() || target.has_value();
   const int modes = (c->count() > 0) + (e->count() > 0) + (!script.empty()) + target.has_value();
   if (modes > 1 || (interactive && (c->count() > 0 || e->count() > 0)))
-    return usage_error("use only one of FILE, -m, -, -c and -e, and -i only with the first three (see --help)");
+    return usage_error(
+        "use only one of FILE, -m, -c, -, --exec and -e, and -i only with the first four (see --help)");
   if (auto refused = sarvode::refused_option(python_flags))
     return usage_error(*refused);
   options.inspect = interactive && runs_script;
@@ -169,6 +178,8 @@ int main(int argc, char **argv) {
   std::vector<std::string> request;
   if (target && target->what == sarvode::script_target::kind::module)
     request = {"module", target->name};
+  else if (target && target->what == sarvode::script_target::kind::command)
+    request = {"command", target->name};
   else if (target)
     request = {"stdin", "-"};
   else if (!script.empty())

@@ -78,6 +78,24 @@ kest::Tuple bytes_tuple(const std::vector<std::string> &words) {
     items.emplace_back(kest::ByteArray::fromChars(word));
   return kest::Tuple(std::move(items));
 }
+
+/// The runner's status for "the code is staged": the host runs it (run_main)
+/// with no Python frame beneath it, then asks the runner how it ended.
+constexpr int status_staged = -1000;
+
+int run_staged(const kest::I_Language &language, const run_options &options) {
+  auto run_main = cpython_function(u"run_main");
+  if (!run_main) {
+    std::cerr << "sarvode: error: the Python extension cannot run a script's code\n";
+    return 1;
+  }
+  const auto ran = kest::internal::result_unwrap_lazy(
+      run_main->callWith({kest::String(u"_sarvode_runner"), kest::Boolean(options.sandbox)}));
+  if (kest::Error::isInstance(ran))
+    return status_of(ran);
+  return status_of(call(language, options, "runner.after_main()", new_locals()));
+}
+
 } // namespace
 
 int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request,
@@ -88,10 +106,11 @@ int run_request(const kest::I_Language &language, const run_options &options, co
   (void)locals.setChecked(kest::String(u"sarvode_host_log"), kest::Boolean(options.host_log));
   (void)locals.setChecked(kest::String(u"sarvode_inspect"),
                           options.inspect ? kest::Any(kest::String::fromUtf8(console_history_file())) : kest::None());
-  return status_of(call(language, options,
-                        "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), sarvode_host_log, "
-                        "sarvode_inspect)",
-                        locals));
+  const int status = status_of(call(language, options,
+                                    "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), "
+                                    "sarvode_host_log, sarvode_inspect)",
+                                    locals));
+  return status == status_staged ? run_staged(language, options) : status;
 }
 
 void prepare_python(const kest::I_Language &language, const run_options &options,

@@ -15,7 +15,7 @@ namespace sarvode {
 inline constexpr int status_interrupted = -2;
 
 /// Runs a request: {"file", PATH, ARG...}, {"module", NAME, ARG...},
-/// {"stdin", ARGV0, ARG...} or {"console", HISTORY_FILE}; `host_argv` is
+/// {"command", CODE, ARG...}, {"stdin", ARGV0, ARG...} or {"console", HISTORY_FILE}; `host_argv` is
 /// sarvode's own command line (sys.orig_argv). Errors are printed by the
 /// Python side; returns the exit status (0..255 or status_interrupted).
 int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request,
@@ -23,7 +23,7 @@ int run_request(const kest::I_Language &language, const run_options &options, co
 
 /// Makes the command line's Python modules, which set Python up as python3
 /// has it (Ctrl-C raises KeyboardInterrupt, sys.executable), before any mode
-/// runs: so a time limit or Ctrl-C also ends a sleep in -c or -e.
+/// runs: so a time limit or Ctrl-C also ends a sleep in --exec or -e.
 /// `environment` is what python3's options set for Python's start, to put
 /// back now; `x_options` the -X options, for sys._xoptions.
 void prepare_python(const kest::I_Language &language, const run_options &options,
@@ -33,7 +33,7 @@ void prepare_python(const kest::I_Language &language, const run_options &options
 /// class name and ": " when asked. Returns 0, or 1 when it could not be printed.
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value);
 
-/// For -c: 0 when the statements parse; else prints the syntax error on the
+/// For --exec: 0 when the statements parse; else prints the syntax error on the
 /// user's own line, with a caret, and returns 1.
 int check_syntax(const kest::I_Language &language, const run_options &options, const std::string &code);
 

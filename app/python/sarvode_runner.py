@@ -1,8 +1,10 @@
 # The Python side of the sarvode command line. sarvode compiles this file into
 # itself and runs it through the host's Python language, so the sandbox, the
-# search paths and the host modules apply. It runs a script, a module, the
-# standard input or the console the way python3 does, and ends a run the way
-# python3 does (threads joined, exit handlers run, output flushed).
+# search paths and the host modules apply. It runs a script, a module, -c
+# code, the standard input or the console the way python3 does (the code that
+# runs as __main__ it stages for the host to run, with no frame of its own
+# beneath), and ends a run the way python3 does (threads joined, exit
+# handlers run, output flushed).
 #
 # Every function returns an exit status for the host: 0..255, or INTERRUPTED
 # when KeyboardInterrupt ended the run (the host then ends by SIGINT, as
@@ -155,6 +157,11 @@ def _stderr_lost():
 
 
 def _uncaught(exc, user_files):
+    # Kept as python3 keeps them, for -i (pdb.pm(), traceback.print_last()).
+    sys.last_type, sys.last_value = type(exc), exc
+    sys.last_traceback = exc.__traceback__ = _trimmed(exc.__traceback__)
+    if sys.version_info >= (3, 12):
+        sys.last_exc = exc
     if _stderr_lost():
         # Nowhere to print a report: the hook says so as python3's does
         # ("lost sys.stderr" on the process's standard error).
@@ -166,18 +173,72 @@ def _uncaught(exc, user_files):
     report(exc, exc.__traceback__, user_files)
 
 
+def _ended(exc, user_files):
+    """The status for an exception that ended the code (None: it ended
+    normally), reported as python3 reports it."""
+    if exc is None:
+        return 0
+    if isinstance(exc, SystemExit):
+        return exit_status(exc)
+    _uncaught(exc, user_files)
+    return INTERRUPTED if isinstance(exc, KeyboardInterrupt) else 1
+
+
 def _guarded(action, user_files):
     try:
         action()
-    except SystemExit as exc:
-        return exit_status(exc)
-    except KeyboardInterrupt as exc:
-        _uncaught(exc, user_files)
-        return INTERRUPTED
     except BaseException as exc:
-        _uncaught(exc, user_files)
-        return 1
+        return _ended(exc, user_files)
     return 0
+
+
+# ---------------------------------------------------------------------------
+# The code that runs as __main__ runs from the host, with no frame of the
+# runner beneath it (the host function run_main), as python3 runs it: the
+# runner stages it, returns STAGED, and the host then runs it and calls
+# after_main, which reports how it ended.
+
+STAGED = -1000
+main_target = None  # a code object for __main__, or runpy's entry to call
+main_error = None  # what the staged code raised, set by the host
+_after = None  # (user files, what to undo afterwards, the console to follow)
+
+
+def _stage(prepare, user_files, undo=None):
+    """Stages what prepare() returns, or reports the error it raised."""
+    global main_target, main_error, _after
+    target = []
+    status = _guarded(lambda: target.append(prepare()), user_files)
+    if not target:
+        if undo is not None:
+            undo()
+        return status
+    main_target, main_error = target[0], None
+    _after = (user_files, undo, None)
+    return STAGED
+
+
+def after_main():
+    """After the host ran the staged code: its status, as _guarded gives it,
+    then the console when -i asked for it."""
+    global main_error, _after
+    user_files, undo, console = _after
+    exc, main_error, _after = main_error, None, None
+    if undo is not None:
+        undo()
+    try:
+        status = _ended(exc, user_files)
+    finally:
+        exc = None  # its traceback holds the code's frames
+    if console is not None:
+        return _console_after_script(*console)
+    return status
+
+
+def _console_after_script(history, host_names):
+    from _sarvode_console import run_console
+
+    return _guarded(lambda: run_console(history, host_names, after_script=True), {"<console>"})
 
 
 # ---------------------------------------------------------------------------
@@ -187,37 +248,48 @@ def _guarded(action, user_files):
 def _main_module(host_names=None):
     """__main__, with python3's globals only; the console passes the host
     modules (kest, python), which it offers without an import."""
+    import builtins
     import types
 
     main = sys.modules.get("__main__")
     if main is None:
         main = sys.modules["__main__"] = types.ModuleType("__main__")
+    main.__dict__.setdefault("__builtins__", builtins)
     for name, value in (host_names or {}).items():
         main.__dict__.setdefault(name, value)
     return main
 
 
-def _run_code(source, filename):
-    code = compile(source, filename, "exec", dont_inherit=True)
-    exec(code, _main_module().__dict__)
+def _compiled(source, filename):
+    _main_module()
+    return compile(source, filename, "exec", dont_inherit=True)
+
+
+def _runpy_main(name, alter_argv):
+    """runpy's entry for -m and for a folder or archive, which python3 calls
+    from C: the host calls it with no frame of the runner beneath."""
+    import functools
+    import runpy
+
+    _main_module()
+    # Positional: a partial with keywords would add a level of recursion.
+    return functools.partial(runpy._run_module_as_main, name, alter_argv)
 
 
 def run_file(path, args):
     """python3 FILE: the file as __main__, its folder first on sys.path."""
-    import runpy
-
     sys.argv = [path, *args]
     if os.path.isdir(path) or _is_zip(path):
         # A folder or archive with __main__.py, found the way python3 finds it
         # (by its absolute path, which safe_path leaves in place: it is the code).
         where = os.path.abspath(path)
         sys.path.insert(0, where)
-        return _guarded(lambda: runpy._run_module_as_main("__main__", alter_argv=False), {where})
+        return _stage(lambda: _runpy_main("__main__", False), {where})
     filename = os.path.abspath(path)
     if not sys.flags.safe_path:  # PYTHONSAFEPATH=1: not the script's folder
         sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
 
-    def action():
+    def prepare():
         import importlib.machinery
 
         with open(path, "rb") as file:
@@ -227,12 +299,11 @@ def run_file(path, args):
         main.__cached__ = None
         if _is_compiled(path, source):
             main.__loader__ = importlib.machinery.SourcelessFileLoader("__main__", filename)
-            exec(_compiled_code(source), main.__dict__)
-            return
+            return _compiled_code(source)
         main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
-        _run_code(source, filename)
+        return _compiled(source, filename)
 
-    return _guarded(action, {filename})
+    return _stage(prepare, {filename})
 
 
 def _is_compiled(path, data):
@@ -264,14 +335,12 @@ def _is_zip(path):
 
 def run_module(name, args):
     """python3 -m MODULE: the module (a package's __main__) as __main__."""
-    import runpy
-
     sys.argv = ["-m", *args]
     if not sys.flags.safe_path:
         sys.path.insert(0, os.getcwd())
     files = set()
 
-    def action():
+    def prepare():
         import importlib.util
 
         spec = importlib.util.find_spec(name) if name else None
@@ -279,11 +348,9 @@ def run_module(name, args):
             spec = importlib.util.find_spec(name + ".__main__")
         if spec is not None and spec.origin:
             files.add(spec.origin)
-        _main_module()
-        # runpy's own entry for -m, the one python3 calls.
-        runpy._run_module_as_main(name, alter_argv=True)
+        return _runpy_main(name, True)
 
-    return _guarded(action, files)
+    return _stage(prepare, files)
 
 
 def run_stdin(argv0, args):
@@ -292,18 +359,25 @@ def run_stdin(argv0, args):
     if not sys.flags.safe_path:
         sys.path.insert(0, "")
 
-    def action():
-        # As python3 runs it: __file__ is '<stdin>' while the code runs.
-        main = _main_module()
-        main.__file__ = "<stdin>"
-        main.__cached__ = None
-        try:
-            _run_code(sys.stdin.buffer.read(), "<stdin>")
-        finally:
-            main.__dict__.pop("__file__", None)
-            main.__dict__.pop("__cached__", None)
+    # As python3 runs it: __file__ is '<stdin>' while the code runs.
+    main = _main_module()
+    main.__file__ = "<stdin>"
+    main.__cached__ = None
 
-    return _guarded(action, {"<stdin>"})
+    def undo():
+        main.__dict__.pop("__file__", None)
+        main.__dict__.pop("__cached__", None)
+
+    return _stage(lambda: _compiled(sys.stdin.buffer.read(), "<stdin>"), {"<stdin>"}, undo)
+
+
+def run_command(code, args):
+    """python3 -c CODE: the code as __main__, the current folder first on
+    sys.path (as '')."""
+    sys.argv = ["-c", *args]
+    if not sys.flags.safe_path:
+        sys.path.insert(0, "")
+    return _stage(lambda: _compiled(code, "<string>"), {"<string>"})
 
 
 def show(value, prefix):
@@ -314,7 +388,7 @@ def show(value, prefix):
 
 
 def check_syntax(source):
-    """For -c: the code's syntax errors shown on the user's own lines (the
+    """For --exec: the code's syntax errors shown on the user's own lines (the
     host runs the code as a function body, which the parser accepts as it
     stands: a top-level return is no syntax error to it). 0 or 1."""
     import ast
@@ -410,16 +484,19 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
     """Runs a request from the host: (MODE, TARGET, ARG...), each as bytes of
     the command line, decoded as python3 decodes its argv (os.fsdecode).
     With `inspect` (the console's history file), the console follows the
-    script in its __main__, as python3 -i runs it, whatever the script's end."""
+    script in its __main__, as python3 -i runs it, whatever the script's end.
+    STAGED when the host is to run the code (run_main), then after_main."""
+    global _after
     if inspect is not None:
-        main(request, host_names, host_argv, host_log)  # its status gives way to the console's
-        from _sarvode_console import run_console
-
-        return _guarded(lambda: run_console(inspect, host_names, after_script=True), {"<console>"})
+        # The script's status gives way to the console's.
+        if main(request, host_names, host_argv, host_log) == STAGED:
+            _after = (*_after[:2], (inspect, host_names))
+            return STAGED
+        return _console_after_script(inspect, host_names)
     mode, target, *args = [os.fsdecode(word) for word in request]
     sys.orig_argv = [os.fsdecode(word) for word in host_argv]
     _python_logging(host_log)
-    if mode in ("file", "module", "stdin"):
+    if mode in ("file", "module", "command", "stdin"):
         _host_modules_last()
     if mode == "file":
         return run_file(target, args)
@@ -427,6 +504,8 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
         return run_module(target, args)
     if mode == "stdin":
         return run_stdin(target, args)
+    if mode == "command":
+        return run_command(target, args)
     if mode == "console":
         from _sarvode_console import run_console
 

@@ -2,11 +2,13 @@
 // compiled-code cache ("clear_code_cache", "set_code_cache_size",
 // "code_cache_info"), cancelling ("current_thread", "interrupt") and output
 // capture ("redirect_output"), the end of Python ("shutdown") and the choice
-// of time.sleep ("keep_standard_sleep").
+// of time.sleep ("keep_standard_sleep") and a program's main code run with
+// no Python frame beneath it ("run_main").
 // Registered at start-up level 5 with the module's other functions.
 
 #include "language/code_cache.hpp"
 #include "language/interrupts.hpp"
+#include "language/main_code.hpp"
 #include "language/output_capture.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/python_shutdown.hpp"
@@ -57,6 +59,7 @@ struct embedder_functions {
   kest::internal::method_builder_base redirect{kest::String(u"redirect_output")};
   kest::internal::method_builder_base shutdown{kest::String(u"shutdown")};
   kest::internal::method_builder_base standard_sleep{kest::String(u"keep_standard_sleep")};
+  kest::internal::method_builder_base run_main{kest::String(u"run_main")};
 
   embedder_functions() {
     clear.assign_func(kest::make_function([] { with_interpreter(clearCodeCache); }));
@@ -85,6 +88,13 @@ struct embedder_functions {
     standard_sleep.assign_doc(kest::String(
         u"True keeps Python's own time.sleep on the thread that started Python, for hosts that interrupt it "
         u"with SIGINT; interrupt() then ends a sleep there only when the sleep returns."));
+    run_main.assign_func(
+        kest::make_function([](kest::String holder, bool sandboxed) { return runStagedMain(holder, sandboxed); }));
+    run_main.signature(kest::String(u"holder, sandboxed"));
+    run_main.assign_doc(kest::String(
+        u"Runs holder.main_target (a code object, in __main__'s namespace, or a callable) as python3 runs a "
+        u"script, with no Python frame beneath it; the exception it raised goes to holder.main_error. "
+        u"`holder` names a module in sys.modules; `sandboxed` runs the code in the sandbox."));
     shutdown.assign_func(kest::make_function([] { return shutdownPython(); }));
     shutdown.signature(kest::String(u""));
     shutdown.assign_doc(kest::String(u"Ends Python as python3 ends: threads joined, atexit handlers run, modules "
@@ -98,7 +108,7 @@ const bool g_registered = [] {
   kest::internal::add_init_handler(5, [] {
     for (auto *builder : {&functions.clear, &functions.resize, &functions.info, &functions.current_thread,
                           &functions.interrupt, &functions.redirect, &functions.shutdown,
-                          &functions.standard_sleep})
+                          &functions.standard_sleep, &functions.run_main})
       (void)kest::internal::register_function(kest::String(u"kest.cpython"), builder->name().string(),
                                               builder->callable());
   });

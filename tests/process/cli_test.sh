@@ -27,10 +27,13 @@ expect() { # expect STATUS OUT ERR
 case $case_name in
 timeout-exits-124)
   # The time limit interrupts a busy loop, a sleeping script and nothing else.
-  run --timeout 1 -c "while True: pass"
+  run --timeout 1 --exec "while True: pass"
   [[ $status == 124 ]] || fail "status $status (stderr: $err)"
   [[ $err == "<string>: error: KeyboardInterrupt"$'\n'"sarvode: the run took longer than 1 s and was interrupted" ]] ||
     fail "stderr [$err]"
+  run --timeout 1 -c "while True: pass"
+  [[ $status == 124 && $err == "<string>:1: error: KeyboardInterrupt"$'\n'*$'\nKeyboardInterrupt\nsarvode: the run took longer than 1 s and was interrupted' ]] ||
+    fail "-c: status $status, stderr [$err]"
   printf 'import time\ndef wait():\n    time.sleep(60)\nwait()\n' >"$tmp/slow.py"
   SECONDS=0
   run --timeout 1 "$tmp/slow.py"
@@ -54,7 +57,7 @@ python-log-records-on-standard-error)
   # formatted; a custom level shown as Python names it.
   code=$'import logging\nlogging.info("one")\nlogging.debug("hidden")\nlogging.warning("a %d", 1)\nlogging.log(25, "custom")\nlogging.getLogger("app").error("three")\nlogging.critical("four")'
   expected=$'INFO: one\nWARNING: a 1\nLevel 25: custom\nERROR: three\nCRITICAL: four'
-  run -c "$code"
+  run --exec "$code"
   expect 0 "" "$expected"
   # A script's logging is python3's (see python-like.logging) unless
   # --host-log asks for the host log, with the script's own output untouched.
@@ -75,26 +78,33 @@ expression-result)
 none-result-prints-nothing)
   run -e "None"
   expect 0 "" ""
+  run --exec "x = 1"
+  expect 0 "" ""
   run -c "x = 1"
   expect 0 "" ""
   ;;
 code-and-expression-exit-statuses)
-  # SystemExit and KeyboardInterrupt end -c and -e as they end python3 -c.
-  run -c "import sys; sys.exit(3)"
-  expect 3 "" ""
-  run -c "import sys; sys.exit(300)"
-  expect 44 "" ""
-  run -c "import sys; sys.exit()"
-  expect 0 "" ""
-  run -c "raise SystemExit('bye')"
-  expect 1 "" "bye"
+  # SystemExit and KeyboardInterrupt end -c, --exec and -e as they end python3 -c.
+  for mode in -c --exec; do
+    run $mode "import sys; sys.exit(3)"
+    expect 3 "" ""
+    run $mode "import sys; sys.exit(300)"
+    expect 44 "" ""
+    run $mode "import sys; sys.exit()"
+    expect 0 "" ""
+    run $mode "raise SystemExit('bye')"
+    expect 1 "" "bye"
+    run --sandbox $mode "import sys; sys.exit(7)"
+    expect 7 "" ""
+  done
   run -e "exit(5)"
   expect 5 "" ""
-  run -c "raise KeyboardInterrupt"
+  run --exec "raise KeyboardInterrupt"
   [[ $status == 130 ]] || fail "exit status $status after KeyboardInterrupt"
   [[ $err == "KeyboardInterrupt" ]] || fail "stderr was [$err]"
-  run --sandbox -c "import sys; sys.exit(7)"
-  expect 7 "" ""
+  run -c "raise KeyboardInterrupt"
+  [[ $status == 130 && $err == "<string>:1: error: KeyboardInterrupt"$'\n'*$'\nKeyboardInterrupt' ]] ||
+    fail "-c: status $status after KeyboardInterrupt, stderr [$err]"
   ;;
 show-model-lists-python-modules)
   run --show-model
@@ -108,8 +118,11 @@ show-model-lists-python-modules)
   [[ $out != *$'\nmodule python.this'* && $out != *$'\nmodule python.antigravity'* ]] || fail "a skipped module is listed"
   ;;
 statement-return)
-  run -c $'x = 20\nreturn x * 2 + 2'
+  run --exec $'x = 20\nreturn x * 2 + 2'
   expect 0 "42" ""
+  # -c is python3's: a top-level return is a syntax error there.
+  run -c $'x = 20\nreturn x * 2 + 2'
+  [[ $status == 1 && $err == "<string>:2:1: error: SyntaxError: 'return' outside function"* ]] || fail "-c: $status [$err]"
   ;;
 show-class)
   run --show-class -e "'abc'"
@@ -119,11 +132,13 @@ show-class)
   ;;
 syntax-error-position)
   # Line 2 of the user's code, shown as the user wrote it, with a caret.
-  run -c $'x = 1\ny = x +'
-  [[ $status == 1 ]] || fail "exit status $status"
-  expected=$'<string>:2:8: error: SyntaxError: invalid syntax\n  File "<string>", line 2\n    y = x +\n           ^\nSyntaxError: invalid syntax'
-  [[ $err == "$expected" ]] || fail "stderr was [$err]"
-  [[ -z $out ]] || fail "stdout was [$out]"
+  for mode in -c --exec; do
+    run $mode $'x = 1\ny = x +'
+    [[ $status == 1 ]] || fail "$mode: exit status $status"
+    expected=$'<string>:2:8: error: SyntaxError: invalid syntax\n  File "<string>", line 2\n    y = x +\n           ^\nSyntaxError: invalid syntax'
+    [[ $err == "$expected" ]] || fail "$mode: stderr was [$err]"
+    [[ -z $out ]] || fail "$mode: stdout was [$out]"
+  done
   ;;
 syntax-error-in-expression)
   run -e "1 +"
@@ -138,10 +153,12 @@ runtime-error-two-calls-deep)
     fail "traceback [$err]"
   ;;
 runtime-error-in-code)
-  run -c "raise RuntimeError('plain')"
   # As python3 -c prints it, after the first line.
   expected=$'<string>:1: error: RuntimeError: plain\nTraceback (most recent call last):\n  File "<string>", line 1, in <module>\nRuntimeError: plain'
-  [[ $status == 1 && $err == "$expected" ]] || fail "status $status, stderr [$err]"
+  for mode in -c --exec; do
+    run $mode "raise RuntimeError('plain')"
+    [[ $status == 1 && $err == "$expected" ]] || fail "$mode: status $status, stderr [$err]"
+  done
   ;;
 script-argv)
   printf 'import sys\nprint(" ".join(sys.argv[1:]) + " from " + sys.argv[0].rsplit("/", 1)[-1])\n' >"$tmp/args.py"
@@ -153,8 +170,13 @@ missing-script-is-a-usage-error)
   expect 2 "" "sarvode: can't open file '$tmp/no-such-file.py': [Errno 2] No such file or directory"
   ;;
 conflicting-modes-are-a-usage-error)
-  run -c "1" -e "2"
+  run --exec "1" -e "2"
   [[ $status == 2 ]] || fail "exit status $status"
+  run -i --exec "1"
+  [[ $status == 2 ]] || fail "-i --exec: exit status $status"
+  # After -c CODE everything is the code's own, as under python3.
+  run -c "import sys; print(sys.argv)" -e "2"
+  expect 0 "['-c', '-e', '2']" ""
   ;;
 unknown-option-is-a-usage-error)
   run --no-such-option
@@ -173,13 +195,16 @@ broken-extension)
   [[ $(printf '%s\n' "$err" | wc -l) == 1 ]] || fail "more than one line: [$err]"
   ;;
 sandbox-refuses-a-write)
-  run --sandbox -c "open('$tmp/written.txt', 'w')"
-  [[ $status == 1 && ${err%%$'\n'*} == "<string>:1: error: PermissionError: write blocked: read-only sandbox" ]] ||
-    fail "status $status, stderr [$err]"
-  [[ ! -e $tmp/written.txt ]] || fail "the sandbox let the file be written"
-  run -c "open('$tmp/written.txt', 'w').write('x')"
-  expect 0 "" ""
-  [[ -e $tmp/written.txt ]] || fail "without the sandbox the file should be written"
+  for mode in -c --exec; do
+    rm -f "$tmp/written.txt"
+    run --sandbox $mode "open('$tmp/written.txt', 'w')"
+    [[ $status == 1 && ${err%%$'\n'*} == "<string>:1: error: PermissionError: write blocked: read-only sandbox" ]] ||
+      fail "$mode: status $status, stderr [$err]"
+    [[ ! -e $tmp/written.txt ]] || fail "$mode: the sandbox let the file be written"
+    run $mode "open('$tmp/written.txt', 'w').write('x')"
+    [[ $status == 0 && -z $err ]] || fail "$mode: status $status, stderr [$err]"
+    [[ -e $tmp/written.txt ]] || fail "$mode: without the sandbox the file should be written"
+  done
   ;;
 sandbox-end-of-run-stays-sandboxed)
   # What a sandboxed script leaves for the end (an atexit function) runs in

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The errors that sarvode prints, kind by kind, beside python3's on the same
-# code: as a script (FILE), as -c and, for expressions, as -e. The first line
+# code: as a script (FILE), as -c, as --exec and, for expressions, as -e. The first line
 # reads "FILE:LINE: error: TYPE: MESSAGE", where "TYPE: MESSAGE" is the last
 # line python3 prints; the rest is python3's traceback (source lines and
 # carets aside: python3 shows them for -c from 3.13 on).
@@ -32,8 +32,8 @@ after_first() { printf '%s\n' "$1" | tail -n +2; }
 # The traceback without source lines and carets (lines indented by four spaces).
 frames() { printf '%s\n' "$1" | grep -v '^    '; }
 
-# check MODE LINE ARGS...: runs sarvode ARGS and python3 ARGS (for -e, python3
-# gets -c); the statuses agree, sarvode's first line names LINE of FILE and
+# check MODE LINE ARGS...: runs sarvode ARGS and python3 ARGS (for -e and
+# --exec, python3 gets -c); the statuses agree, sarvode's first line names LINE of FILE and
 # python3's last line, and the frames after it are python3's.
 check() {
   local mode=$1 line=$2
@@ -46,7 +46,7 @@ check() {
   run "$sarvode" "$@"
   local s_err=$err s_status=$status
   local p_args=("$@")
-  [[ $mode == e ]] && p_args[0]=-c
+  [[ $mode == e || $mode == exec ]] && p_args[0]=-c
   run "$python" "${p_args[@]}"
   local p_err=$err p_status=$status
   [[ $s_status == "$p_status" ]] || fail "$mode: status $s_status, python3 $p_status ($s_err)"
@@ -58,11 +58,12 @@ check() {
     fail "$mode: traceback"$'\n'"$(after_first "$s_err")"$'\n'"python3:"$'\n'"$p_err"
 }
 
-# every LINE CODE: the code as a script and as -c.
+# every LINE CODE: the code as a script, as -c and as --exec.
 every() {
   printf '%s\n' "$2" >case.py
   check file "$1" case.py
   check c "$1" -c "$2"
+  check exec "$1" --exec "$2"
 }
 
 case $case_name in
@@ -90,11 +91,13 @@ syntax-errors)
   run "$sarvode" case.py
   [[ $status == 1 && $(first_line "$err") == "$tmp/case.py:1:5: error: SyntaxError: invalid syntax" ]] ||
     fail "script: $status [$err]"
-  run "$sarvode" -c $'a = 1\nb = 1 +\nc = 3'
-  [[ $status == 1 && $(first_line "$err") == "<string>:2:8: error: SyntaxError: invalid syntax" ]] || fail "-c middle: [$err]"
-  run "$sarvode" -c $'x = 1\nif x:'
-  [[ $status == 1 && $(first_line "$err") == "<string>:2:"*": error: IndentationError: expected an indented block after 'if' statement on line 2" ]] ||
-    fail "-c end: [$err]"
+  for mode in -c --exec; do
+    run "$sarvode" $mode $'a = 1\nb = 1 +\nc = 3'
+    [[ $status == 1 && $(first_line "$err") == "<string>:2:8: error: SyntaxError: invalid syntax" ]] || fail "$mode middle: [$err]"
+    run "$sarvode" $mode $'x = 1\nif x:'
+    [[ $status == 1 && $(first_line "$err") == "<string>:2:"*": error: IndentationError: expected an indented block after 'if' statement on line 2" ]] ||
+      fail "$mode end: [$err]"
+  done
   run "$sarvode" -e '1 +'
   [[ $status == 1 && $(first_line "$err") == "<string>:1:"*": error: SyntaxError: invalid syntax" ]] || fail "-e: [$err]"
   ;;
@@ -104,7 +107,10 @@ host-errors)
   run "$sarvode" host.py
   [[ $status == 1 && $(first_line "$err") == "$tmp/host.py:3: error: kest.demo.DemoError: boom" &&
      $(last_line "$err") == "kest.demo.DemoError: boom" ]] || fail "script: [$err]"
-  run "$sarvode" -c $'x = 1\n\nkest.demo.Shape("circle", "big")'
+  run "$sarvode" --exec $'x = 1\n\nkest.demo.Shape("circle", "big")'
+  [[ $status == 1 && $(first_line "$err") == "<string>:3: error: kest.BadArgument: Argument 2 (size) must be kest.Float, not kest.String." &&
+     $err == *$'File "<string>", line 3, in <module>'* ]] || fail "--exec: [$err]"
+  run "$sarvode" -c $'import kest.demo\n\nkest.demo.Shape("circle", "big")'
   [[ $status == 1 && $(first_line "$err") == "<string>:3: error: kest.BadArgument: Argument 2 (size) must be kest.Float, not kest.String." &&
      $err == *$'File "<string>", line 3, in <module>'* ]] || fail "-c: [$err]"
   run "$sarvode" -e "kest.demo.Palette().get('x', 0)"
@@ -115,9 +121,11 @@ host-errors)
   [[ $status == 0 && $out == "boom DemoError('boom') ('boom',) boom" ]] || fail "caught: $status [$out] [$err]"
   ;;
 sandbox-errors)
-  run "$sarvode" --sandbox -c $'x = 1\nopen("never-written", "w")'
-  [[ $status == 1 && $(first_line "$err") == "<string>:2: error: PermissionError: write blocked: read-only sandbox" &&
-     $err == *$'File "<string>", line 2, in <module>'* && ! -e never-written ]] || fail "[$err]"
+  for mode in -c --exec; do
+    run "$sarvode" --sandbox $mode $'x = 1\nopen("never-written", "w")'
+    [[ $status == 1 && $(first_line "$err") == "<string>:2: error: PermissionError: write blocked: read-only sandbox" &&
+       $err == *$'File "<string>", line 2, in <module>'* && ! -e never-written ]] || fail "$mode: [$err]"
+  done
   ;;
 own-excepthook)
   printf 'import sys\nsys.excepthook = lambda t, v, tb: print("hook:", v, file=sys.stderr)\nraise KeyError("k")\n' >hook.py

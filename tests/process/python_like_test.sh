@@ -440,12 +440,14 @@ PY
   [[ $s_status == "$p_status" && $s_out == "$p_out" && $s_err == "$p_err" ]] ||
     fail "sarvode $s_status [$s_out] [$s_err]; python3 $p_status [$p_out] [$p_err]"
   [[ $s_out == $'<built-in function sleep> True True\nPython\'s own: True\nshut down' ]] || fail "output [$s_out]"
-  # Ctrl-C and the time limit still end a long sleep, of a script and of -c/-e.
+  # Ctrl-C and the time limit still end a long sleep, of a script and of -c, --exec and -e.
   SECONDS=0
   run s --timeout 0.5 -e '__import__("time").sleep(30)'
   [[ $s_status == 124 ]] || fail "-e: status $s_status [$s_err]"
   run s --timeout 0.5 -c 'import time; time.sleep(30)'
   [[ $s_status == 124 ]] || fail "-c: status $s_status [$s_err]"
+  run s --timeout 0.5 --exec 'import time; time.sleep(30)'
+  [[ $s_status == 124 ]] || fail "--exec: status $s_status [$s_err]"
   ((SECONDS < 20)) || fail "the sleeps were not cut short (${SECONDS}s)"
   ;;
 sandbox-guards-unseen)
@@ -506,6 +508,14 @@ python3-options)
     stdin=input.txt run $who -i ii.py
   done
   [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i: $s_status [$s_out], python3 $p_status [$p_out]"
+  # After an uncaught exception, sys.last_* for the console, as python3 keeps them.
+  printf 'x = 1\n1 / 0\n' >raises.py
+  printf 'import sys\nprint(type(sys.last_value).__name__, sys.last_type.__name__, sys.last_traceback.tb_frame.f_code.co_name, sys.last_traceback.tb_lineno)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i raises.py
+  done
+  [[ $s_out == "ZeroDivisionError ZeroDivisionError <module> 2" && $s_out == "$p_out" && $s_status == "$p_status" ]] ||
+    fail "-i after an error: $s_status [$s_out], python3 $p_status [$p_out]"
   # PYTHONSTARTUP runs before the console's first input.
   printf 'y = 5\n' >startup.py
   printf 'print(y)\n' >input.txt
@@ -513,6 +523,63 @@ python3-options)
     PYTHONSTARTUP=startup.py stdin=input.txt run $who -i
   done
   [[ $s_out == 5 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "PYTHONSTARTUP: $s_status [$s_out], python3 $p_status [$p_out]"
+  ;;
+main-frames)
+  # The script's code runs with no frame of sarvode's beneath it: the stack,
+  # warnings' stack levels, the recursion depth and the debugger see what
+  # they see under python3.
+  cat >frames.py <<'PY'
+import faulthandler, inspect, sys, traceback, warnings
+print(len(inspect.stack()), [f.function for f in inspect.stack()])
+def inner():
+    return [f.function for f in inspect.stack()]
+print(inner())
+print(sys._getframe().f_back is None)
+warnings.warn("x", stacklevel=5)
+traceback.print_stack()
+sys.stderr.flush()
+faulthandler.dump_traceback(all_threads=False)
+def deeper(n):
+    try:
+        return deeper(n + 1)
+    except RecursionError:
+        return n
+print("depth", deeper(0))
+PY
+  same_error "$tmp/frames.py"
+  [[ $s_out == "1 ['<module>']"$'\n'"['inner', '<module>']"$'\n'"True"$'\n'"depth "* ]] || fail "frames: [$s_out]"
+  [[ $s_err == "sys:1: UserWarning: x"$'\n'*"Stack (most recent call first):"* ]] || fail "frames: [$s_err]"
+  stdin=frames.py same_error -
+  cp frames.py framesmod.py
+  same_error -m framesmod
+  [[ $s_out == *"'_run_module_as_main']"* ]] || fail "-m frames: [$s_out]"
+  # pdb: "where" shows the script's frame only, and "up" finds no older one.
+  printf 'import pdb\npdb.set_trace()\nx = 1\nprint("after", x)\n' >debug.py
+  printf 'where\nup\ncontinue\n' >commands.txt
+  stdin=commands.txt same_error "$tmp/debug.py"
+  [[ $s_out == *"Oldest frame"*"after 1" ]] || fail "pdb: [$s_out]"
+  ;;
+command-as-main)
+  # -c CODE runs CODE as __main__, as python3 -c does.
+  code=$'import pickle, sys
+class Point:
+    pass
+print(__name__, sys.argv, repr(sys.path[0]), "__file__" in globals())
+print(type(pickle.loads(pickle.dumps(Point()))).__qualname__)'
+  both -c "$code" a --b
+  [[ $s_out == "__main__ ['-c', 'a', '--b'] '' False"$'\n'"Point" ]] || fail "output [$s_out]"
+  PYTHONSAFEPATH=1 both -c 'import sys; print(sys.path[0] != "")'
+  [[ $s_out == True ]] || fail "safe path: [$s_out]"
+  both -c $'def f():\n    return 1 / 0\nf()'
+  [[ $s_status == 1 && $first == "<string>:2: error: ZeroDivisionError: division by zero" ]] || fail "error: [$first]"
+  both -c 'import sys; sys.exit(4)'
+  [[ $s_status == 4 ]] || fail "exit: $s_status"
+  # -i -c: the code, then the console in its __main__.
+  printf 'print(x + 1)\n' >input.txt
+  for who in s p; do
+    stdin=input.txt run $who -i -c 'x = 41'
+  done
+  [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i -c: $s_status [$s_out], python3 $p_status [$p_out]"
   ;;
 *)
   fail "unknown case $case_name"

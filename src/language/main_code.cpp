@@ -1,0 +1,98 @@
+#include "language/main_code.hpp"
+
+#include "language/interrupts.hpp"
+#include "language/output_capture.hpp"
+#include "language/python_error.hpp"
+#include "runtime/python_ready.hpp"
+#include "runtime/python_shutdown.hpp"
+#include "runtime/sandbox.hpp"
+
+#include <kest/error.hpp>
+
+#include <optional>
+#include <string>
+
+namespace sarvode {
+
+namespace {
+
+/// True for a code object (its exact type: PyEval_EvalCode takes nothing
+/// else), -1 with an error pending when the type could not be found.
+int is_code(PyObject *target) {
+  auto types = py::object::steal(PyImport_ImportModule("types"));
+  auto code_type = types ? py::object::steal(PyObject_GetAttrString(types.get(), "CodeType")) : py::object();
+  if (!code_type)
+    return -1;
+  return reinterpret_cast<PyObject *>(Py_TYPE(target)) == code_type.get() ? 1 : 0;
+}
+
+/// The outcome of the staged target: null with the exception pending when it raised.
+py::object run_target(PyObject *target, bool code) {
+  if (!code)
+    return py::object::steal(PyObject_CallNoArgs(target));
+  PyObject *main = PyImport_AddModule("__main__"); // borrowed
+  if (!main)
+    return {};
+  PyObject *names = PyModule_GetDict(main); // borrowed
+  return py::object::steal(PyEval_EvalCode(target, names, names));
+}
+
+/// The pending exception, normalized, with its traceback attached.
+py::object take_exception() {
+  PyObject *type = nullptr;
+  PyObject *value = nullptr;
+  PyObject *traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  PyErr_NormalizeException(&type, &value, &traceback);
+  auto kept = py::object::steal(value);
+  if (kept && traceback)
+    (void)PyException_SetTraceback(kept.get(), traceback);
+  Py_XDECREF(type);
+  Py_XDECREF(traceback);
+  return kept;
+}
+
+kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
+  auto holder = py::object::steal(PyImport_ImportModule(holder_name.c_str()));
+  if (!holder)
+    return errorFromPython(0, 0);
+  auto target = py::object::steal(PyObject_GetAttrString(holder.get(), "main_target"));
+  if (!target)
+    return errorFromPython(0, 0);
+  if (target.get() == Py_None)
+    return kest::Error(kest::String::fromUtf8("nothing is staged in " + holder_name + ".main_target"));
+  const int code = is_code(target.get());
+  if (code < 0)
+    return errorFromPython(0, 0);
+  if (!code && !PyCallable_Check(target.get()))
+    return kest::Error(kest::String::fromUtf8(holder_name + ".main_target is neither code nor callable"));
+  if (PyObject_SetAttrString(holder.get(), "main_target", Py_None) < 0)
+    return errorFromPython(0, 0);
+  py::object error;
+  {
+    std::optional<SandboxScope> sandbox; // only the user's code is judged
+    if (sandboxed)
+      sandbox.emplace();
+    running_evaluation running; // an interrupt aimed at this thread is raised in the code
+    if (!run_target(target.get(), code != 0))
+      error = take_exception();
+  }
+  target.reset(); // the code's own references go before the report
+  flushRedirectedOutput();
+  if (PyObject_SetAttrString(holder.get(), "main_error", error ? error.get() : Py_None) < 0)
+    return errorFromPython(0, 0);
+  return {};
+}
+
+} // namespace
+
+kest::Any runStagedMain(const kest::String &holder, bool sandboxed) {
+  if (pythonShutDown())
+    return pythonShutDownError();
+  ensurePythonReady();
+  const std::string name(holder.utf8View());
+  py::gil lock;
+  return run_staged(name, sandboxed);
+}
+
+} // namespace sarvode
