@@ -1,3 +1,5 @@
+// Running the code of __main__ from the host, with no Python frame beneath it.
+
 #include "language/main_code.hpp"
 
 #include "language/interrupts.hpp"
@@ -37,21 +39,6 @@ py::object run_target(PyObject *target, bool code) {
   return py::object::steal(PyEval_EvalCode(target, names, names));
 }
 
-/// The pending exception, normalized, with its traceback attached.
-py::object take_exception() {
-  PyObject *type = nullptr;
-  PyObject *value = nullptr;
-  PyObject *traceback = nullptr;
-  PyErr_Fetch(&type, &value, &traceback);
-  PyErr_NormalizeException(&type, &value, &traceback);
-  auto kept = py::object::steal(value);
-  if (kept && traceback)
-    (void)PyException_SetTraceback(kept.get(), traceback);
-  Py_XDECREF(type);
-  Py_XDECREF(traceback);
-  return kept;
-}
-
 kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
   auto holder = py::object::steal(PyImport_ImportModule(holder_name.c_str()));
   if (!holder)
@@ -75,7 +62,7 @@ kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
       sandbox.emplace();
     running_evaluation running; // an interrupt aimed at this thread is raised in the code
     if (!run_target(target.get(), code != 0))
-      error = take_exception();
+      error = takePendingException().value;
   }
   target.reset(); // the code's own references go before the report
   flushRedirectedOutput();
