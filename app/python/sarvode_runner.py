@@ -377,6 +377,11 @@ def run_command(code, args):
     sys.argv = ["-c", *args]
     if not sys.flags.safe_path:
         sys.path.insert(0, "")
+    if sys.version_info >= (3, 13) and isinstance(code, str):
+        # From 3.13 on, python3 -c keeps the code's lines for tracebacks.
+        import linecache
+
+        linecache.cache["<string>"] = (len(code), None, [line + "\n" for line in code.splitlines()], "<string>")
     return _stage(lambda: _compiled(code, "<string>"), {"<string>"})
 
 

@@ -548,7 +548,9 @@ print("depth", deeper(0))
 PY
   same_error "$tmp/frames.py"
   [[ $s_out == "1 ['<module>']"$'\n'"['inner', '<module>']"$'\n'"True"$'\n'"depth "* ]] || fail "frames: [$s_out]"
-  [[ $s_err == "sys:1: UserWarning: x"$'\n'*"Stack (most recent call first):"* ]] || fail "frames: [$s_err]"
+  # The warning is placed where python3 places it (sys:1, or <sys>:0 from 3.13 on), never in sarvode's code.
+  [[ $s_err == *"sys"*": UserWarning: x"$'\n'*"Stack (most recent call first):"* && $s_err != *"sarvode"* ]] ||
+    fail "frames: [$s_err]"
   stdin=frames.py same_error -
   cp frames.py framesmod.py
   same_error -m framesmod
