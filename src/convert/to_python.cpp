@@ -175,15 +175,17 @@ std::string message_of(const kest::Error &error, const kest::Class_Generic &cls)
   return message;
 }
 /// A plain host error is a RuntimeError with its message in Python. It is
-/// marked, so that it comes back to the host as the host error it was, not
-/// as a failure of the Python code.
-void raise_plain_host_error(const std::string &message) {
-  auto text = py::object::steal(PyUnicode_FromStringAndSize(message.data(), static_cast<Py_ssize_t>(message.size())));
+/// marked with the host's own message, so that it comes back to the host as
+/// the host error it was, not as a failure of the Python code.
+void raise_plain_host_error(const std::string &shown, const kest::String &original) {
+  auto text = py::object::steal(PyUnicode_FromStringAndSize(shown.data(), static_cast<Py_ssize_t>(shown.size())));
   auto instance = py::object::steal(text ? PyObject_CallFunctionObjArgs(PyExc_RuntimeError, text.get(), nullptr)
                                          : nullptr);
   if (!instance)
     return;
-  if (PyObject_SetAttrString(instance.get(), plain_host_error_marker, Py_True) < 0)
+  const auto utf8 = original.utf8View();
+  auto marker = py::object::steal(PyUnicode_FromStringAndSize(utf8.data(), static_cast<Py_ssize_t>(utf8.size())));
+  if (!marker || PyObject_SetAttrString(instance.get(), plain_host_error_marker, marker.get()) < 0)
     PyErr_Clear(); // it still goes up, as a RuntimeError of Python's
   PyErr_SetObject(PyExc_RuntimeError, instance.get());
 }
@@ -195,7 +197,7 @@ void raiseHostError(const kest::Any &value) {
   auto cls = kest::raw_class_of(error);
   const auto message = message_of(error, cls);
   if (cls.isSame(kest::Error::getClass()) && !error.cause()) {
-    raise_plain_host_error(message);
+    raise_plain_host_error(message, error.message());
     return;
   }
   PyObject *type = exceptionTypeFor(cls);

@@ -20,7 +20,8 @@ PyObject *toPythonLocked(const kest::Any &value);
 void raiseHostError(const kest::Any &error);
 
 /// The attribute that marks the RuntimeError raised for a plain host error
-/// (which carries no "kest" attribute), so that it comes back as a host error.
+/// (which carries no "kest" attribute), so that it comes back as a host
+/// error: the host's own message, which Python shows only when it is not empty.
 inline constexpr const char *plain_host_error_marker = "_kest_host_error";
 
 } // namespace sarvode

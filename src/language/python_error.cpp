@@ -84,12 +84,15 @@ bool carries_host_error(PyObject *exception) {
   return carried && carried.get() != Py_None;
 }
 
-/// True when the exception is the RuntimeError raised for a plain host error.
-bool is_plain_host_error(PyObject *exception) {
+/// The host's own message of the RuntimeError raised for a plain host error;
+/// nothing for any other exception.
+std::optional<std::string> plain_host_message(PyObject *exception) {
   auto marker = py::object::steal(PyObject_GetAttrString(exception, plain_host_error_marker));
-  if (!marker)
+  if (!marker || !PyUnicode_Check(marker.get())) {
     PyErr_Clear();
-  return marker.get() == Py_True;
+    return std::nullopt;
+  }
+  return std::string(py::utf8(marker.get()));
 }
 
 kest::Class_Generic error_class_for(PyObject *exception) {
@@ -219,8 +222,10 @@ kest::Any error_from_exception(PyObject *exception, const evaluated_text *text) 
   const std::string stack = text ? user_stack(exception, *text) : formatted(exception);
   if (syntax)
     message = stack; // keeps Python's rendering of the offending line and its caret
-  if (message.empty())
-    message = str_of(exception);
+  if (message.empty()) {
+    auto plain = plain_host_message(exception); // a plain host error keeps the host's own message
+    message = plain ? *plain : str_of(exception);
+  }
   message += notes_of(exception);
   auto error = kest::Error::create(cls, kest::String::fromUtf8(message));
   error.setStack(kest::String::fromUtf8(stack));
@@ -309,7 +314,7 @@ kest::Error convert_pending(std::int64_t lineOffset, std::int64_t columnOffset, 
 
   if (!text && carries_host_error(f.value.get()))
     return error; // outside an evaluation a host error comes back as itself
-  if (const bool carried = carries_host_error(f.value.get()); carried || is_plain_host_error(f.value.get())) {
+  if (const bool carried = carries_host_error(f.value.get()); carried || plain_host_message(f.value.get())) {
     // A host error that crossed into Python and back keeps its class and
     // message, and gains the line of the call and the name Python knew it by.
     auto copy = carried ? error.copy() : kest::Error(error.message());

@@ -108,3 +108,17 @@ TEST(FuzzRegressions, AnErrorAtTheEndOfTheTextIsOnItsLastLine) {
     EXPECT_EQ(error_line(result), line) << code << ": " << message_of(result);
   }
 }
+
+// fuzz_round_trip: a plain host error without a message came back with the
+// text that Python shows for it instead of its own empty message.
+TEST(FuzzRegressions, APlainHostErrorWithoutAMessageComesBackWithout) {
+  ensurePythonReady();
+  py::gil lock;
+  const kest::Error empty(kest::String(u""));
+  EXPECT_EQ(toPython(empty), nullptr);
+  ASSERT_NE(PyErr_Occurred(), nullptr);
+  const auto back = errorFromPython(0, 0);
+  EXPECT_EQ(PyErr_Occurred(), nullptr);
+  EXPECT_TRUE(back.message().empty()) << back.message().toUtf8();
+  EXPECT_EQ(kest::qualname(kest::raw_class_of(back)).toUtf8(), "kest.Error");
+}
