@@ -7,15 +7,8 @@ set -uo pipefail
 sarvode=$1
 python=$2
 case_name=$3
-mkdir -p "$4"
-tmp=$(mktemp -d "$4/py-XXXXXX")
-trap 'rm -rf "$tmp"' EXIT
-cd "$tmp" || exit 1
-
-fail() {
-  echo "FAILED: $*" >&2
-  exit 1
-}
+source "$(dirname "${BASH_SOURCE[0]}")/test_folder.sh"
+enter_test_folder "$4" py
 
 # run WHO ARGS...: WHO is "s" (sarvode) or "p" (python); sets ${WHO}_out,
 # ${WHO}_err and ${WHO}_status. Standard input comes from $stdin.

@@ -1,0 +1,15 @@
+# Sourced by the process test scripts: a folder of the test's own, removed
+# when the script ends, and the way a case fails.
+
+# enter_test_folder PARENT PREFIX: makes PARENT/PREFIX-XXXXXX, sets $tmp and enters it.
+enter_test_folder() {
+  mkdir -p "$1"
+  tmp=$(mktemp -d "$1/$2-XXXXXX")
+  trap 'rm -rf "$tmp"' EXIT
+  cd "$tmp" || exit 1
+}
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
