@@ -142,6 +142,8 @@ int main(int argc, char **argv) {
     return 1; // python3's status when it cannot start
   }
   sarvode::coerce_c_locale(); // before Python starts, as python3 does
+  if (c->count() == 0 && e->count() == 0 && !show_model && !options.host_log)
+    sarvode::leave_python_logging_alone(); // a script's logging is python3's, and logging is not imported for it
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {
     std::cerr << "sarvode: " << loaded.error << "\n";

@@ -2,6 +2,7 @@
 
 #include "model_report.hpp"
 
+#include <kest/deferred_modules.hpp>
 #include <kest/kest.hpp>
 
 #include <algorithm>
@@ -19,6 +20,7 @@ std::vector<std::pair<std::string, kest::Any>> sorted(const kest::HashMap &map) 
 } // namespace
 
 void print_model(std::ostream &out) {
+  kest::load_deferred_modules(); // a complete listing: the modules made on first use too
   const auto modules = kest::modules();
   out << modules.size() << (modules.size() == 1 ? " module" : " modules") << "\n";
   for (auto &module : modules) {

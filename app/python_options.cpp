@@ -93,4 +93,12 @@ std::vector<environment_change> apply_python_options(const python_options &optio
   return changes;
 }
 
+void leave_python_logging_alone() {
+#ifdef _WIN32
+  (void)_putenv_s("SARVODE_PYTHON_LOG_BRIDGE", "0");
+#else
+  (void)setenv("SARVODE_PYTHON_LOG_BRIDGE", "0", 1);
+#endif
+}
+
 } // namespace sarvode

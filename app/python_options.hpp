@@ -40,4 +40,10 @@ std::optional<std::string> invalid_python_environment();
 /// see the environment as python3 would leave it).
 std::vector<environment_change> apply_python_options(const python_options &options);
 
+/// Asks the extension to leave Python's logging as python3 has it: no log
+/// bridge on the root logger, and `logging` not imported for it. For the
+/// runner's modes without --host-log; call it before the extension starts
+/// (the extension takes the request out of the environment).
+void leave_python_logging_alone();
+
 } // namespace sarvode

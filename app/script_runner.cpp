@@ -11,17 +11,21 @@
 namespace sarvode {
 
 namespace {
-/// Makes the modules once (kept in sys.modules), then returns what `call`
-/// gives. The evaluation's globals hold the host modules; they are handed on
-/// to the code that runs as __main__, as every evaluation sees them.
+/// Makes the runner module once (kept in sys.modules), then returns what
+/// `call` gives. The other modules (the console) are made by the runner when
+/// it first needs them, so that a script run does not import what they
+/// import. The evaluation's globals hold the host modules; they are handed
+/// on to the code that runs as __main__, as every evaluation sees them.
 constexpr const char *bootstrap = R"(import sys
 if '_sarvode_runner' not in sys.modules:
-    import types
-    for name, text in sarvode_modules:
-        module = types.ModuleType(name)
+    def sarvode_make(name, text):
+        module = type(sys)(name)
         module.__file__ = '<sarvode ' + name + '>'
         sys.modules[name] = module
         exec(compile(text, module.__file__, 'exec'), module.__dict__)
+        return module
+    (sarvode_first, sarvode_text), *sarvode_later = sarvode_modules
+    sarvode_make(sarvode_first, sarvode_text)._sources = dict(sarvode_later)
 runner = sys.modules['_sarvode_runner']
 host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
 return )";

@@ -10,11 +10,12 @@
 # when KeyboardInterrupt ended the run (the host then ends by SIGINT, as
 # python3 does, which a shell shows as 130).
 
+import _signal  # not signal: python3 does not import it (nor enum) at start
 import os
-import signal
 import sys
 
-INTERRUPTED = -int(signal.SIGINT)
+INTERRUPTED = -int(_signal.SIGINT)
+_sources = {}  # the text of sarvode's other modules, by name; the host fills it
 # The host compiles each of its Python modules under a name of this form.
 RUNNER_FILE_PREFIX = "<sarvode "
 
@@ -48,12 +49,13 @@ def _prepare():
     # The interpreter starts without Python's own signal handlers; sarvode owns
     # its signals and wants Ctrl-C to raise KeyboardInterrupt, as in python3.
     # (The host itself ignores SIGPIPE and SIGXFSZ before Python starts.)
-    import threading
-
     # A SIGINT ignored from the start stays ignored, as python3 leaves it.
-    if threading.current_thread() is threading.main_thread():
-        if signal.getsignal(signal.SIGINT) is not signal.SIG_IGN:
-            signal.signal(signal.SIGINT, signal.default_int_handler)
+    # Only the main thread may set a handler (ValueError elsewhere).
+    if _signal.getsignal(_signal.SIGINT) is not _signal.SIG_IGN:
+        try:
+            _signal.signal(_signal.SIGINT, _signal.default_int_handler)
+        except ValueError:
+            pass
     executable = _python_of_this_installation()
     sys.executable = executable
     if hasattr(sys, "_base_executable"):
@@ -235,8 +237,21 @@ def after_main():
     return status
 
 
+def _own_module(name):
+    """One of sarvode's other modules (the console), made on first use from
+    the text that the host handed over (_sources), so that a script run does
+    not import what it imports."""
+    module = sys.modules.get(name)
+    if module is None:
+        module = type(sys)(name)
+        module.__file__ = "<sarvode " + name + ">"
+        sys.modules[name] = module
+        exec(compile(_sources[name], module.__file__, "exec"), module.__dict__)
+    return module
+
+
 def _console_after_script(history, host_names):
-    from _sarvode_console import run_console
+    run_console = _own_module("_sarvode_console").run_console
 
     return _guarded(lambda: run_console(history, host_names, after_script=True), {"<console>"})
 
@@ -249,11 +264,10 @@ def _main_module(host_names=None):
     """__main__, with python3's globals only; the console passes the host
     modules (kest, python), which it offers without an import."""
     import builtins
-    import types
 
     main = sys.modules.get("__main__")
     if main is None:
-        main = sys.modules["__main__"] = types.ModuleType("__main__")
+        main = sys.modules["__main__"] = type(sys)("__main__")  # types.ModuleType, without importing types
     main.__dict__.setdefault("__builtins__", builtins)
     for name, value in (host_names or {}).items():
         main.__dict__.setdefault(name, value)
@@ -290,7 +304,9 @@ def run_file(path, args):
         sys.path.insert(0, os.path.dirname(os.path.realpath(path)))
 
     def prepare():
-        import importlib.machinery
+        # The loaders python3 gives __main__: those of the import system's
+        # frozen core, which is loaded already (importlib.machinery is not).
+        import _frozen_importlib_external as bootstrap
 
         with open(path, "rb") as file:
             source = file.read()
@@ -298,9 +314,9 @@ def run_file(path, args):
         main.__file__ = filename
         main.__cached__ = None
         if _is_compiled(path, source):
-            main.__loader__ = importlib.machinery.SourcelessFileLoader("__main__", filename)
+            main.__loader__ = bootstrap.SourcelessFileLoader("__main__", filename)
             return _compiled_code(source)
-        main.__loader__ = importlib.machinery.SourceFileLoader("__main__", filename)
+        main.__loader__ = bootstrap.SourceFileLoader("__main__", filename)
         return _compiled(source, filename)
 
     return _stage(prepare, {filename})
@@ -309,28 +325,30 @@ def run_file(path, args):
 def _is_compiled(path, data):
     """python3's test for a compiled file: its name ends in .pyc, or it starts
     with the two bytes of the compiled-code magic number."""
-    import importlib.util
+    from _frozen_importlib_external import MAGIC_NUMBER
 
-    return path.lower().endswith(".pyc") or data[:2] == importlib.util.MAGIC_NUMBER[:2]
+    return path.lower().endswith(".pyc") or data[:2] == MAGIC_NUMBER[:2]
 
 
 def _compiled_code(data):
     """The code of a compiled file, after its 16-byte header, as python3 reads it."""
-    import importlib.util
     import marshal
+    from _frozen_importlib_external import MAGIC_NUMBER
 
-    if data[:4] != importlib.util.MAGIC_NUMBER:
+    if data[:4] != MAGIC_NUMBER:
         raise RuntimeError("Bad magic number in .pyc file")
     return marshal.loads(data[16:])
 
 
 def _is_zip(path):
-    import zipfile
+    """python3's test: the zip importer, loaded at start, accepts the file."""
+    import zipimport
 
     try:
-        return zipfile.is_zipfile(path)
-    except OSError:
+        zipimport.zipimporter(path)
+    except (zipimport.ZipImportError, OSError):
         return False
+    return True
 
 
 def run_module(name, args):
@@ -512,7 +530,6 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
     if mode == "command":
         return run_command(target, args)
     if mode == "console":
-        from _sarvode_console import run_console
-
+        run_console = _own_module("_sarvode_console").run_console
         return _guarded(lambda: run_console(target, host_names), {"<console>"})
     raise ValueError(f"unknown run mode {mode!r}")

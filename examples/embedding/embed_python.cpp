@@ -9,6 +9,7 @@
 #include <kest/kest.hpp>
 
 #include <dlfcn.h>
+#include <signal.h>
 
 #include <chrono>
 #include <iostream>
@@ -57,10 +58,15 @@ int main(int argc, char **argv) {
     std::cerr << "usage: embed_python PATH/TO/sarvode_python.so\n";
     return 2;
   }
+  struct sigaction sigint_before {};
+  (void)sigaction(SIGINT, nullptr, &sigint_before);
   if (!load_extension(argv[1]))
     return 1;
   // 2. Start-up: the host runs every extension's handlers once; this starts Python.
   kest::internal::run_init_handlers();
+  struct sigaction sigint_after {};
+  (void)sigaction(SIGINT, nullptr, &sigint_after);
+  check(sigint_after.sa_handler == sigint_before.sa_handler, "the host's SIGINT disposition is its own after start-up");
   auto python = kest::find_language(kest::internal::language_name_python()).as<kest::I_Language>();
 
   // 3. Statements with a scope: locals in, out-locals back, `return` gives the result.

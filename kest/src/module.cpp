@@ -4,6 +4,7 @@
 
 #include <kest/boolean.hpp>
 #include <kest/builders.hpp>
+#include <kest/deferred_modules.hpp>
 #include <kest/module.hpp>
 #include <kest/reflection.hpp>
 
@@ -214,6 +215,7 @@ void link_with_relatives(const Module &module) {
 Result<Module> get_module(const String &name) {
   if (name.empty())
     return BadArgument(String(u"A module needs a name."));
+  internal::load_deferred_module(name);
   {
     std::lock_guard guard(g_modules_lock);
     if (auto it = g_modules.find(name); it != g_modules.end())
@@ -231,6 +233,7 @@ Result<Module> get_module(const String &name) {
 }
 
 Union<Module, None> find_module(const String &name) {
+  internal::load_deferred_module(name);
   std::lock_guard guard(g_modules_lock);
   if (auto it = g_modules.find(name); it != g_modules.end())
     return it->second;

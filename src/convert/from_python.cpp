@@ -166,7 +166,7 @@ kest::Any fromPython(PyObject *object) {
   if (PyBytes_Check(object))
     return kest::ByteArray(PyBytes_AsString(object), static_cast<std::size_t>(PyBytes_Size(object)));
   // 7. Decimals through their text, so that every digit is kept.
-  if (is_instance_of(object, python_classes::decimal())) {
+  if (is_instance_of(object, python_classes::decimal_if_imported())) {
     auto text = py::object::steal(PyObject_Str(object));
     if (!text || !PyUnicode_Check(text.get()))
       return error_or(u"Unable to convert Python decimal to string.");
@@ -204,11 +204,11 @@ kest::Any fromPython(PyObject *object) {
   if (PyUnicode_Check(object))
     return text_of(object); // a str that has no UTF-8 form gives the empty String
   // 14. Dates and times; datetime before date, since every datetime is a date.
-  if (is_instance_of(object, python_classes::datetime()))
+  if (is_instance_of(object, python_classes::datetime_if_imported()))
     return kest::DateTime(date_of(object), time_of(object));
-  if (is_instance_of(object, python_classes::time()))
+  if (is_instance_of(object, python_classes::time_if_imported()))
     return time_of(object);
-  if (is_instance_of(object, python_classes::date()))
+  if (is_instance_of(object, python_classes::date_if_imported()))
     return date_of(object);
   // 16-17. Containers and every other object stay in Python, behind a wrapper.
   return wrap(object);

@@ -10,6 +10,12 @@ PyObject *date();      ///< datetime.date
 PyObject *time();      ///< datetime.time
 PyObject *datetime();  ///< datetime.datetime
 PyObject *decimal();   ///< decimal.Decimal
+/// The same classes, but null while their module was never imported (then no
+/// object is their instance): tests of a value's class import nothing.
+PyObject *date_if_imported();
+PyObject *time_if_imported();
+PyObject *datetime_if_imported();
+PyObject *decimal_if_imported();
 PyObject *format_exception(); ///< traceback.format_exception
 /// inspect.signature, typing.get_type_hints and typing.get_origin, for the
 /// signatures of Python functions.

@@ -3,12 +3,14 @@
 #include "convert/type_mapping.hpp"
 
 #include "convert/from_python.hpp"
+#include "convert/python_classes.hpp"
 #include "language/exception_types.hpp"
 #include "proxies/cpython_object.hpp"
 
 #include <kest/kest.hpp>
 
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace sarvode {
@@ -27,6 +29,8 @@ class_tables &tables() {
 }
 
 /// The built-in rows, looked up by name; a missing name leaves its row out.
+/// Dates, times and decimals are matched in `module_row`, so that start-up
+/// imports neither of their modules.
 void fill_builtins(class_tables &t) {
   std::unordered_map<PyObject *, kest::Class_Generic> rows(16);
   auto add = [&](PyObject *dict, const char *name, const kest::Class_Generic &cls) {
@@ -46,26 +50,24 @@ void fill_builtins(class_tables &t) {
   add(builtins, "float", kest::Float::getClass());
   add(builtins, "bool", kest::Boolean::getClass());
   add(builtins, "type", kest::Class_Generic::getClass());
-  for (auto [module, rows_of] : {std::pair{"datetime", 0}, std::pair{"decimal", 1}}) {
-    auto m = py::object::steal(PyImport_ImportModule(module));
-    if (!m) {
-      PyErr_Clear();
-      continue;
-    }
-    PyObject *dict = PyModule_GetDict(m.get()); // borrowed
-    if (rows_of == 0) {
-      add(dict, "date", kest::Date::getClass());
-      add(dict, "datetime", kest::DateTime::getClass());
-      add(dict, "time", kest::Time::getClass());
-    } else {
-      add(dict, "Decimal", kest::Decimal::getClass());
-    }
-  }
   std::lock_guard guard(t.lock);
   if (!t.builtins_ready) {
     t.builtins.swap(rows);
     t.builtins_ready = true;
   }
+}
+
+/// The host class of the classes of datetime and decimal, if `type` is one.
+std::optional<kest::Class_Generic> module_row(PyObject *type) {
+  if (type == python_classes::datetime_if_imported())
+    return kest::DateTime::getClass();
+  if (type == python_classes::date_if_imported())
+    return kest::Date::getClass();
+  if (type == python_classes::time_if_imported())
+    return kest::Time::getClass();
+  if (type == python_classes::decimal_if_imported())
+    return kest::Decimal::getClass();
+  return std::nullopt;
 }
 
 std::string text_attribute(PyObject *object, const char *name) {
@@ -146,6 +148,8 @@ kest::Any typeFromPython(PyObject *type) {
     if (auto it = t.made.find(type); it != t.made.end())
       return it->second;
   }
+  if (auto row = module_row(type))
+    return *row;
   auto cls = make_class(type);
   {
     std::lock_guard guard(t.lock);

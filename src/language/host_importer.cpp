@@ -19,12 +19,13 @@ namespace sarvode {
 
 namespace {
 constexpr const char *importer_script = R"(
-import importlib.util
 import sys
 
 class _KestModuleImporter:
     def find_spec(self, fullname, path=None, target=None):
         if _kest_has_module(fullname):
+            import importlib.util  # here, not at start-up: python3 does not import it to start
+
             return importlib.util.spec_from_loader(fullname, self, is_package=True)
         return None
 

@@ -19,13 +19,19 @@ namespace sarvode {
 namespace {
 
 /// True for a code object (its exact type: PyEval_EvalCode takes nothing
-/// else), -1 with an error pending when the type could not be found.
+/// else), -1 with an error pending when the type could not be found. The
+/// type is that of a compiled empty text, kept for the process: the `types`
+/// module would be one more import at start.
 int is_code(PyObject *target) {
-  auto types = py::object::steal(PyImport_ImportModule("types"));
-  auto code_type = types ? py::object::steal(PyObject_GetAttrString(types.get(), "CodeType")) : py::object();
-  if (!code_type)
-    return -1;
-  return reinterpret_cast<PyObject *>(Py_TYPE(target)) == code_type.get() ? 1 : 0;
+  static PyObject *code_type = nullptr; // guarded by the interpreter lock
+  if (!code_type) {
+    auto empty = py::object::steal(Py_CompileString("", "<empty>", Py_file_input));
+    if (!empty)
+      return -1;
+    code_type = reinterpret_cast<PyObject *>(Py_TYPE(empty.get()));
+    Py_IncRef(code_type);
+  }
+  return reinterpret_cast<PyObject *>(Py_TYPE(target)) == code_type ? 1 : 0;
 }
 
 /// The outcome of the staged target: null with the exception pending when it raised.

@@ -5,8 +5,12 @@
 #include "language/evaluation.hpp"
 #include "proxies/cpython_module.hpp"
 
+#include "runtime/python_shutdown.hpp"
+
+#include <kest/deferred_modules.hpp>
 #include <kest/kest.hpp>
 
+#include <condition_variable>
 #include <mutex>
 #include <string_view>
 
@@ -38,9 +42,8 @@ bool skipped(std::u16string_view name) {
 }
 
 std::once_flag g_imported_all;
-} // namespace
 
-void addStandardPythonModules() {
+void add_standard_modules() {
   for (const auto &entry : standard_entries) {
     auto parent = kest::find_module(kest::String(entry.parent));
     if (!parent.is<kest::Module>())
@@ -50,6 +53,56 @@ void addStandardPythonModules() {
       addModuleToParent(parent.as<kest::Module>(), made.as<kest::Module>(), kest::String(entry.short_name));
   }
 }
+
+/// Who makes the standard entries. Not a plain once-guard: the maker imports
+/// Python modules, and a thread that waited on a guard while holding the
+/// interpreter lock would keep the maker from ever finishing. A waiter gives
+/// the lock up while it waits.
+struct standard_maker {
+  std::mutex lock;
+  std::condition_variable finished;
+  bool done = false;
+  bool running = false; // another thread makes them now
+};
+
+standard_maker &maker() {
+  static auto *m = new standard_maker; // lookups may come at exit
+  return *m;
+}
+
+bool make_standard_modules() {
+  if (!Py_IsInitialized() || pythonShutDown())
+    return false;
+  auto &m = maker();
+  // Always the interpreter lock first, then the maker's: nobody waits for the
+  // interpreter lock while holding the maker's.
+  py::gil hold;
+  std::unique_lock guard(m.lock);
+  if (m.done)
+    return true;
+  if (m.running) {
+    // Another thread makes them: wait without the interpreter lock, which it needs.
+    guard.unlock();
+    PyThreadState *saved = PyEval_SaveThread();
+    {
+      std::unique_lock wait(m.lock);
+      m.finished.wait(wait, [&] { return m.done; });
+    }
+    PyEval_RestoreThread(saved);
+    return true;
+  }
+  m.running = true;
+  guard.unlock();
+  add_standard_modules();
+  guard.lock();
+  m.running = false;
+  m.done = true;
+  m.finished.notify_all();
+  return true;
+}
+} // namespace
+
+void deferStandardPythonModules() { kest::defer_modules(kest::String(u"python"), make_standard_modules); }
 
 void importAllModules() {
   std::call_once(g_imported_all, [] {

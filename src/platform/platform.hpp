@@ -51,4 +51,8 @@ void make_interpreter_symbols_global();
 /// Always false on Windows, where the C locale plays no such part.
 bool text_locale_is_c();
 
+/// True when SIGINT has its default disposition in the process (importing
+/// Python's signal module puts Python's handler in place of that default).
+bool sigint_is_default();
+
 } // namespace sarvode::platform

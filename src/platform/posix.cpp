@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <signal.h>
 
 #include <clocale>
 #include <cstdint>
@@ -135,6 +136,12 @@ bool text_locale_is_c() {
   (void)std::setlocale(LC_CTYPE, ""); // an unknown locale leaves the C one
   const char *name = std::setlocale(LC_CTYPE, nullptr);
   return name && (std::string_view(name) == "C" || std::string_view(name) == "POSIX");
+}
+
+bool sigint_is_default() {
+  struct sigaction current {};
+  return sigaction(SIGINT, nullptr, &current) == 0 && current.sa_handler == SIG_DFL &&
+         (current.sa_flags & SA_SIGINFO) == 0;
 }
 
 } // namespace sarvode::platform

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
@@ -110,5 +111,12 @@ const char *stack_limit() {
 }
 
 bool text_locale_is_c() { return false; }
+
+bool sigint_is_default() {
+  // The C runtime can only tell the disposition by replacing it: put it back at once.
+  auto previous = std::signal(SIGINT, SIG_DFL);
+  std::signal(SIGINT, previous);
+  return previous == SIG_DFL;
+}
 
 } // namespace sarvode::platform

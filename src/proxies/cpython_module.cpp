@@ -6,6 +6,7 @@
 
 #include "convert/from_python.hpp"
 #include "language/evaluation.hpp"
+#include "runtime/warnings_ignored.hpp"
 
 #include <kest/kest.hpp>
 
@@ -29,38 +30,11 @@ void add_member(const kest::Module &module, const kest::String &name, const kest
                                                   kest::Property::fromValue(name, member));
 }
 
-/// Holds back the warnings that reading a module's members gives (typing.io
-/// and typing.re warn when their attributes are read), as
-/// `with warnings.catch_warnings(): warnings.simplefilter("ignore")` does:
-/// cataloguing a module is no use of it. The caller holds the interpreter lock.
-class quiet_warnings {
-public:
-  quiet_warnings() {
-    auto warnings = py::object::steal(PyImport_ImportModule("warnings"));
-    auto catcher = py::object::steal(warnings ? PyObject_CallMethod(warnings.get(), "catch_warnings", nullptr) : nullptr);
-    auto entered = py::object::steal(catcher ? PyObject_CallMethod(catcher.get(), "__enter__", nullptr) : nullptr);
-    auto ignored =
-        py::object::steal(entered ? PyObject_CallMethod(warnings.get(), "simplefilter", "s", "ignore") : nullptr);
-    if (entered)
-      m_catcher = std::move(catcher);
-    PyErr_Clear(); // without warnings, they are shown as before
-  }
-  ~quiet_warnings() {
-    if (!m_catcher)
-      return;
-    auto left = py::object::steal(PyObject_CallMethod(m_catcher.get(), "__exit__", "OOO", Py_None, Py_None, Py_None));
-    PyErr_Clear();
-  }
-  quiet_warnings(const quiet_warnings &) = delete;
-  quiet_warnings &operator=(const quiet_warnings &) = delete;
-
-private:
-  py::object m_catcher;
-};
-
 /// The public classes and callables of the module's dictionary, in its order.
 void walk(PyObject *python, const kest::Module &module, kest::HashMap &classes, kest::HashMap &callables) {
-  quiet_warnings quiet;
+  // Reading some modules' members warns (typing.io and typing.re do), and
+  // cataloguing a module is no use of it.
+  warnings_ignored quiet(PyExc_Warning);
   PyObject *dict = PyModule_GetDict(python); // borrowed
   PyObject *key = nullptr, *value = nullptr;
   Py_ssize_t position = 0;

@@ -5,6 +5,7 @@
 #include "pyobject/kest_object.hpp"
 #include "pyobject/member_cache.hpp"
 #include "pyobject/slots.hpp"
+#include "runtime/warnings_ignored.hpp"
 
 #include <kest/kest.hpp>
 
@@ -49,23 +50,9 @@ PyTypeObject *make_type(const char *name, const char *doc, sequence_table sequen
                    slots.data()};
   // Python warns (DeprecationWarning) that a type whose name has no module part
   // has no __module__; host type names have none on purpose, so the warning is
-  // silenced while the type is made and the module is set afterwards.
-  auto warnings = py::object::steal(PyImport_ImportModule("warnings"));
-  auto catcher = warnings ? py::object::steal(PyObject_CallMethod(warnings.get(), "catch_warnings", nullptr))
-                          : py::object();
-  auto entered = catcher ? py::object::steal(PyObject_CallMethod(catcher.get(), "__enter__", nullptr)) : py::object();
-  if (entered)
-    (void)py::object::steal(
-        PyObject_CallMethod(warnings.get(), "simplefilter", "sO", "ignore", PyExc_DeprecationWarning));
-  PyErr_Clear(); // without the warnings module the type is made all the same
+  // held back while the type is made and the module is set afterwards.
+  warnings_ignored quiet(PyExc_DeprecationWarning);
   auto *type = reinterpret_cast<PyTypeObject *>(PyType_FromSpecWithBases(&spec, bases));
-  if (entered) {
-    PyObject *error_type = nullptr, *error = nullptr, *traceback = nullptr;
-    PyErr_Fetch(&error_type, &error, &traceback);
-    (void)py::object::steal(PyObject_CallMethod(catcher.get(), "__exit__", "OOO", Py_None, Py_None, Py_None));
-    PyErr_Clear();
-    PyErr_Restore(error_type, error, traceback);
-  }
   return type;
 }
 
@@ -186,7 +173,10 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
       if (name == "kest~")
         name.clear();
       auto [table, mapping] = tables_for(cls.flags());
-      auto bases = py::object::steal(PyTuple_Pack(1, reinterpret_cast<PyObject *>(kestObjectBaseType())));
+      PyTypeObject *base = kestObjectBaseType();
+      if (!base)
+        return {nullptr, nullptr}; // its error is pending
+      auto bases = py::object::steal(PyTuple_Pack(1, reinterpret_cast<PyObject *>(base)));
       PyTypeObject *made = bases ? make_type(keep(name), keep(cls.doc().toUtf8()), table, mapping, true, bases.get())
                                  : nullptr;
       if (!made)

@@ -4,6 +4,7 @@
 #include "runtime/log_bridge.hpp"
 
 #include "language/evaluation.hpp"
+#include "platform/platform.hpp"
 #include "runtime/python_ready.hpp"
 
 #include <kest/none.hpp>
@@ -29,8 +30,27 @@ const kest::String &logBridgeScript() {
   return script;
 }
 
+namespace {
+/// A host that wants Python's logging as python3 has it (no handler on the
+/// root logger) sets this to 0 before the extension starts; taken out of the
+/// environment then, so that child processes do not see it. Leaving the
+/// bridge out also leaves `logging` unimported until a script imports it.
+constexpr const char *log_bridge_variable = "SARVODE_PYTHON_LOG_BRIDGE";
+
+bool log_bridge_wanted() {
+  const auto value = platform::environment(log_bridge_variable);
+  if (!value)
+    return true;
+  platform::unset_environment(log_bridge_variable);
+  return *value != "0";
+}
+} // namespace
+
 void startPythonWithLogBridge() {
+  const bool bridge = log_bridge_wanted();
   ensurePythonReady();
+  if (!bridge)
+    return;
   // No scope: the globals come from the host modules and the host's global
   // table. The result (None, or an Error when the script failed) is dropped.
   (void)runStatements(logBridgeScript(), kest::Any(), kest::None(), kest::None(), kest::None());

@@ -84,7 +84,7 @@ void start_interpreter() {
   pending.clear();
   (void)PyEval_SaveThread(); // from here on, every use takes the lock through PyGILState_Ensure
   fillPythonModule();
-  addStandardPythonModules();
+  deferStandardPythonModules();
 }
 } // namespace
 

@@ -16,6 +16,7 @@
 #include "runtime/sandbox.hpp"
 
 #include <algorithm>
+#include <csignal>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -154,9 +155,25 @@ PyCFunction guard_for(std::size_t n, int flags) {
 
 std::size_t g_used = 0;
 
+/// Imports a module to guard. The signal module, when first imported, puts
+/// Python's SIGINT handler in place of the default disposition; the host's
+/// signals are its own (Python starts without its handlers), so the default
+/// is put back, through the module so that it knows.
+py::object import_leaving_signals(const char *module_name) {
+  const bool sigint_default = platform::sigint_is_default();
+  auto module = py::object::steal(PyImport_ImportModule(module_name));
+  if (module && sigint_default && !platform::sigint_is_default()) {
+    auto default_disposition = py::object::steal(PyObject_GetAttrString(module.get(), "SIG_DFL"));
+    if (default_disposition)
+      (void)py::object::steal(PyObject_CallMethod(module.get(), "signal", "iO", SIGINT, default_disposition.get()));
+    PyErr_Clear();
+  }
+  return module;
+}
+
 /// Puts guards in place of the named functions of one module's method table.
 void guard_module(const char *module_name) {
-  auto module = py::object::steal(PyImport_ImportModule(module_name));
+  auto module = import_leaving_signals(module_name);
   if (!module) {
     PyErr_Clear(); // a module this build lacks has nothing to guard
     return;

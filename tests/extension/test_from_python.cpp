@@ -1,6 +1,7 @@
 // Python objects into host values: fromPython, and host -> Python -> host round trips.
 
 #include "conversion_test_support.hpp"
+#include "fresh_interpreter.hpp"
 
 #include "convert/to_python.hpp"
 #include "convert/type_mapping.hpp"
@@ -177,6 +178,19 @@ TEST(FromPython, ADecimalKeepsItsText) {
   auto value = convert_expression("__import__('decimal').Decimal('1.10')");
   ASSERT_TRUE(kest::Decimal::isInstance(value));
   EXPECT_EQ(kest::Decimal::unsafeFrom(value).toString().toUtf8(), "1.10");
+}
+
+TEST(FromPython, ValuesOfTheCAcceleratorsAloneAreDecimalsAndDates) {
+  // Only _decimal and _datetime imported (their classes are decimal's and
+  // datetime's): the conversion knows them without the Python modules.
+  SARVODE_REQUIRE_OWN_START_UP();
+  py::gil lock;
+  auto value = convert_expression("__import__('_decimal').Decimal('2.50')");
+  ASSERT_TRUE(kest::Decimal::isInstance(value));
+  EXPECT_EQ(kest::Decimal::unsafeFrom(value).toString().toUtf8(), "2.50");
+  auto date = convert_expression("__import__('_datetime').date(2001, 2, 3)");
+  ASSERT_TRUE(kest::Date::isInstance(date));
+  EXPECT_EQ(kest::Date::unsafeFrom(date).day(), 3);
 }
 
 TEST(FromPython, ADecimalNanStaysANan) {

@@ -199,6 +199,35 @@ TEST(KestObject, AClassWithANamedParentButNoModuleGetsATypeOfItsOwn) {
   EXPECT_EQ(type_name(type.get()), "kest~ParentNamed");
 }
 
+TEST(KestObject, MakingATypeUnderWarningsAsErrorsRaisesNothingAndKeepsTheFilters) {
+  // A type name without a module part warns (DeprecationWarning); the
+  // extension holds that back while it makes the type, whatever the filters
+  // say, and puts them back as they were.
+  ensurePythonReady();
+  py::gil lock;
+  auto warnings = py::object::steal(PyImport_ImportModule("warnings"));
+  ASSERT_TRUE(warnings);
+  auto filters = py::object::steal(PyObject_GetAttrString(warnings.get(), "filters"));
+  ASSERT_TRUE(filters && PyList_Check(filters.get()));
+  auto saved = py::object::steal(PySequence_List(filters.get()));
+  auto error = py::object::steal(PyObject_CallMethod(warnings.get(), "simplefilter", "s", "error"));
+  ASSERT_TRUE(error);
+  auto before = py::object::steal(PySequence_Tuple(filters.get()));
+
+  auto cls = declare_class({S("UnderWarningsAsErrors"), B::base_entry(kest::I_Iterator::getClass())});
+  auto type = type_of_class(cls);
+  EXPECT_TRUE(type);
+  EXPECT_FALSE(PyErr_Occurred());
+  PyErr_Clear();
+  auto after = py::object::steal(PySequence_Tuple(filters.get()));
+  ASSERT_TRUE(before && after);
+  EXPECT_EQ(PyObject_RichCompareBool(before.get(), after.get(), Py_EQ), 1);
+
+  ASSERT_EQ(PyList_SetSlice(filters.get(), 0, PyList_Size(filters.get()), saved.get()), 0);
+  auto changed = py::object::steal(PyObject_CallMethod(warnings.get(), "_filters_mutated", nullptr));
+  PyErr_Clear();
+}
+
 TEST(KestObject, AFreedClassDoesNotLendItsTypeToALaterClass) {
   ensurePythonReady();
   py::gil lock;

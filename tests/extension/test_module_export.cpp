@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -142,8 +143,19 @@ TEST(ModuleExport, ClassesGetTheModuleAsContextUnlessTheyHaveOne) {
   }
 }
 
-TEST(PythonModule, TheStandardEntriesAreBuiltAtStartUp) {
+TEST(PythonModule, TheStandardEntriesAreMadeOnFirstLookUp) {
   SARVODE_REQUIRE_OWN_START_UP();
+  // Start-up made none of them and imported none of their Python modules.
+  auto listed = [](const char *name) {
+    auto all = kest::modules();
+    return std::any_of(all.begin(), all.end(), [&](const kest::Module &m) { return m.name().toUtf8() == name; });
+  };
+  EXPECT_FALSE(listed("python.builtins"));
+  EXPECT_FALSE(listed("python.typing"));
+  auto imported = evaluate("import sys\nreturn 'typing' in sys.modules or 'decimal' in sys.modules");
+  ASSERT_TRUE(kest::Boolean::isInstance(imported));
+  EXPECT_FALSE(kest::Boolean::unsafeFrom(imported).value());
+
   for (const char *name : {"python.builtins", "python.collections", "python.collections.abc", "python.datetime",
                            "python.decimal", "python.sys", "python.types", "python.typing"})
     (void)found(name);

@@ -576,6 +576,27 @@ print(type(pickle.loads(pickle.dumps(Point()))).__qualname__)'
   done
   [[ $s_out == 42 && $s_out == "$p_out" && $s_status == "$p_status" ]] || fail "-i -c: $s_status [$s_out], python3 $p_status [$p_out]"
   ;;
+start-up-imports)
+  # Before the script's first line, sys.modules holds python3's modules and
+  # only the few that the host cannot avoid: the built-in modules whose
+  # functions the sandbox guards (3.13 names one _interpreters), and the runner.
+  allowed=" _sarvode_runner faulthandler _posixsubprocess _xxsubinterpreters _interpreters "
+  printf 'import sys\nprint("\\n".join(sorted(sys.modules)))\n' >mods.py
+  compare_modules() {
+    local extra missing name
+    extra=$(comm -23 <(printf '%s\n' "$s_out") <(printf '%s\n' "$p_out"))
+    missing=$(comm -13 <(printf '%s\n' "$s_out") <(printf '%s\n' "$p_out"))
+    [[ $s_status == 0 && $p_status == 0 && -n $s_out ]] || fail "$1: status $s_status, python3 $p_status [$s_err]"
+    [[ -z $missing ]] || fail "$1: python3 imports what sarvode does not: $missing"
+    for name in $extra; do
+      [[ $allowed == *" $name "* ]] || fail "$1: sarvode imports $name before the script, python3 does not"
+    done
+  }
+  run s mods.py && run p mods.py && compare_modules FILE
+  run s -c "$(cat mods.py)" && run p -c "$(cat mods.py)" && compare_modules -c
+  stdin=mods.py run s - && stdin=mods.py run p - && compare_modules -
+  run s -m mods && run p -m mods && compare_modules -m
+  ;;
 *)
   fail "unknown case $case_name"
   ;;
