@@ -3,6 +3,8 @@
 
 #include "builtin.hpp"
 
+#include <fmt/format.h>
+
 #include <kest/kest.hpp>
 
 namespace kest::internal {
@@ -65,6 +67,21 @@ I_Callable_Generic call_function() {
       },
       Signature({Parameter(String(u"f"), &I_Callable_Generic::getType)}, Type(), 1, true), true);
 }
+/// What a value's member of that name is, looked up the host's way (property,
+/// field, method), whatever another language's names mean on the value.
+Result<Any> member_of_value(const Any &value, const String &name) {
+  const meta_property_untyped property_name(name);
+  if (auto property = property_of(value, property_name); property.is<Property>())
+    return property.as<Property>().get(value);
+  const meta_field_untyped field_name(property_name.info(), false);
+  if (auto field = find_field(value, field_name); field.is<Field>())
+    return value.fieldValue(field_name);
+  if (auto method = method_of(value, meta_method_untyped(property_name.info(), false));
+      method.is<I_Callable_Generic>())
+    return Any(method.as<I_Callable_Generic>().bindInstance(value));
+  return BadArgument(String::fromUtf8(fmt::format("{} has no member '{}'.", qualname(class_of(value)).toUtf8(),
+                                                  name.toUtf8())));
+}
 } // namespace
 
 void populate_kest_module(const Module &kest) {
@@ -107,6 +124,8 @@ void populate_kest_module(const Module &kest) {
   function(kest, "put",
            make_function([](Any map, Any key, Any value) { return put_into_value(map, key, value); }),
            "map, key, value", "Stores a value in a map under a key.");
+  function(kest, "member", make_function([](Any v, String name) { return member_of_value(v, name); }), "value, name",
+           "The member of a value by its host name: a property's or field's value, or a bound method.");
   function(kest, "signature", make_function([](I_Callable_Generic f) { return f.signature().toString(); }), "f",
            "The text of a callable's signature.");
   function(kest, "compare", make_function([](Any a, Any b) -> std::int64_t { return compare_objects(a, b).value(); }),

@@ -2,6 +2,8 @@
 
 #include "pyobject/member_cache.hpp"
 
+#include "pyobject/container_protocol.hpp"
+
 #include <kest/kest.hpp>
 
 #include <string_view>
@@ -51,6 +53,9 @@ member_cache::entry member_cache::resolve(PyObject *name) const {
     return e;
   const auto cls = kest::Class_Generic::unsafeFrom(kest::Any(m_class));
   if (!kest::internal::members_follow_class(cls))
+    return e;
+  // A container's Python methods (keys, pop, ...) win over host members of the same name.
+  if (isContainerMethodName(containerShape(cls), text))
     return e;
   const kest::meta_property_untyped property_name(text);
   e.info = property_name.info();

@@ -7,6 +7,7 @@
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
 #include "language/cpython_language.hpp"
+#include "pyobject/container_protocol.hpp"
 #include "pyobject/kest_object.hpp"
 #include "pyobject/member_cache.hpp"
 #include "pyobject/member_descriptor.hpp"
@@ -53,12 +54,24 @@ PyObject *str_of(const kest::String &text) { return toPythonLocked(text); }
 
 // --- text --------------------------------------------------------------------
 
+/// A host container whose class has no text of its own (no display method)
+/// shows as Python shows its containers.
+bool shows_as_python_container(const kest::Any &value) {
+  const auto cls = kest::class_of(value);
+  if (containerShape(cls).kind == container_kind::none)
+    return false;
+  static const kest::meta_method_untyped display("$__display__");
+  return !cls.definedMethod(display).is<kest::I_Callable_Generic>();
+}
+
 PyObject *KestObject_repr(PyObject *self) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
     auto code = pythonCode(value);
     if (kest::String::isInstance(code))
       return str_of(kest::String::unsafeFrom(code));
+    if (shows_as_python_container(value))
+      return containerRepr(self);
     return str_of(kest::display(value));
   });
 }
@@ -66,6 +79,8 @@ PyObject *KestObject_repr(PyObject *self) {
 PyObject *KestObject_str(PyObject *self) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
+    if (shows_as_python_container(value) && !kest::String::isInstance(pythonCode(value)))
+      return containerRepr(self); // str of a container is its repr, as for Python's own
     auto text = result_unwrap_lazy(kest::String::getClass().coerce(value));
     if (!kest::String::isInstance(text))
       return str_of(kest::display(value)); // not coercible: the display text
@@ -236,6 +251,10 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
         return special;
       return PyObject_GenericGetAttr(self, py_name);
     }
+    // A container's Python methods (keys, pop, ...) win over host members of
+    // the same name; Python code reaches those through kest.member(obj, name).
+    if (value && isContainerMethodName(containerShape(kest::class_of(value)), name))
+      return PyObject_GenericGetAttr(self, py_name);
     const kest::meta_property_untyped property_name(name);
     if (value.kind() == kest::internal::ObjectType::Class && !member_of_classes(value, property_name)) {
       // What a class's instances have, seen through the class: a descriptor, never
@@ -388,6 +407,12 @@ PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
         return result;
     }
     const kest::Any value = kestObjectValue(self);
+    if (kest::Class_Generic::isInstance(value)) {
+      bool handled = false;
+      PyObject *made = constructContainer(kest::Class_Generic::unsafeFrom(value), args, kwargs, handled);
+      if (handled)
+        return made;
+    }
     if (!kest::I_Callable_Generic::isInstance(value)) {
       PyErr_Format(PyExc_RuntimeError, "Non-callable object: %s", kest::display(value).toUtf8().c_str());
       return nullptr;
@@ -467,9 +492,11 @@ PyObject *KestObject_dir(PyObject *self, PyObject *) {
   });
 }
 
-PyObject *clone_with(PyObject *self, bool deep) {
+PyObject *clone_with(PyObject *self, bool deep, PyObject *memo) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
+    if (!kest::I_Cloneable::isInstance(value) && containerShape(kest::class_of(value)).kind != container_kind::none)
+      return copyContainer(self, deep, memo); // a new container of the same element types, filled
     if (!kest::I_Cloneable::isInstance(value)) {
       PyErr_Format(PyExc_TypeError, "'%s' object cannot be copied.", classDisplay(value).c_str());
       return nullptr;
@@ -478,8 +505,8 @@ PyObject *clone_with(PyObject *self, bool deep) {
     return toPythonLocked(result_unwrap_lazy(deep ? c.deepClone() : c.clone()));
   });
 }
-PyObject *KestObject_copy(PyObject *self, PyObject *) { return clone_with(self, false); }
-PyObject *KestObject_deepcopy(PyObject *self, PyObject *) { return clone_with(self, true); }
+PyObject *KestObject_copy(PyObject *self, PyObject *) { return clone_with(self, false, nullptr); }
+PyObject *KestObject_deepcopy(PyObject *self, PyObject *memo) { return clone_with(self, true, memo); }
 
 PyMethodDef KestObject_methods[] = {
     {"__dir__", &KestObject_dir, METH_NOARGS, "The host members of the value."},

@@ -2,6 +2,7 @@
 // the host object's methods and properties.
 
 #include "pyobject/slots.hpp"
+#include "pyobject/container_protocol.hpp"
 
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
@@ -136,11 +137,18 @@ PyObject *sq_inplace_concat(PyObject *a, PyObject *b) {
     return sq_concat(a, b);
   return binary(a, b, "__iadd__", "extend", "[kest_sequence_extend] None method 'extend' in: {}.", true);
 }
+/// A host sequence that has no repeat of its own repeats as a Python list does.
+bool repeats_as_python(const kest::Any &value, std::initializer_list<const char *> host_names) {
+  return containerShape(kest::class_of(value)).kind == container_kind::sequence && !has_method(value, host_names);
+}
+
 PyObject *sq_repeat(PyObject *a, Py_ssize_t count) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     auto value = operand(a);
     if (!value)
       return not_implemented();
+    if (repeats_as_python(*value, {"$__mul__", "repeat"}))
+      return repeatSequence(a, count, false);
     return call_operator(*value, "__mul__", "repeat", message("[kest_sequence_repeat] None method 'repeat' in: {}.", *value),
                          {kest::Integer(static_cast<std::int64_t>(count))});
   });
@@ -150,6 +158,8 @@ PyObject *sq_inplace_repeat(PyObject *a, Py_ssize_t count) {
     auto value = operand(a);
     if (!value)
       return not_implemented();
+    if (kest::I_MutableSequence::isInstance(*value) && repeats_as_python(*value, {"$__imul__"}))
+      return repeatSequence(a, count, true);
     return call_operator(*value, "__imul__", nullptr,
                          message("[kest_sequence_inplace_repeat] None method '__imul__' in: {}.", *value),
                          {kest::Integer(static_cast<std::int64_t>(count))}, a);
@@ -203,15 +213,24 @@ PyObject *sq_item(PyObject *self, Py_ssize_t index) {
 
 int sq_ass_item(PyObject *self, Py_ssize_t index, PyObject *item) {
   return guarded<int>(-1, [&]() -> int {
-    if (!item) {
+    const auto value = kestObjectValue(self);
+    if (!item && !has_method(value, {"removeAt"})) {
       PyErr_SetString(PyExc_TypeError, "Kest sequences do not support item deletion.");
       return -1;
     }
-    const auto value = kestObjectValue(self);
     auto length = result_unwrap_lazy(value.propertyValue(kest::meta_property_untyped("$$__len__")));
     if (kest::Integer::isInstance(length) && (index < 0 || index >= kest::Integer::unsafeFrom(length).value())) {
-      PyErr_SetString(PyExc_IndexError, "Kest sequence assignment index out of range.");
+      PyErr_SetString(PyExc_IndexError, item ? "Kest sequence assignment index out of range."
+                                             : "Kest sequence index out of range.");
       return -1;
+    }
+    if (!item) {
+      auto removed = call_method(value, "removeAt", {kest::Integer(static_cast<std::int64_t>(index))});
+      if (kest::Error::isInstance(removed)) {
+        setRuntimeError(removed);
+        return -1;
+      }
+      return 0;
     }
     auto result = call_method(value, "set", {kest::Integer(static_cast<std::int64_t>(index)), fromPython(item)});
     if (kest::Error::isInstance(result)) {
@@ -238,6 +257,14 @@ int sq_contains(PyObject *self, PyObject *item) {
 PyObject *mp_subscript(PyObject *self, PyObject *key) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
+    if (kest::Class_Generic::isInstance(value)) { // kest.List[kest.Integer]
+      bool handled = false;
+      PyObject *typed = typedContainerClass(kest::Class_Generic::unsafeFrom(value), key, handled);
+      if (handled)
+        return typed;
+    }
+    if (!kest::I_Map::isInstance(value) && kest::I_Sequence::isInstance(value) && PySlice_Check(key))
+      return sequenceSlice(self, key);
     if (!kest::I_Map::isInstance(value) && kest::I_Sequence::isInstance(value) && PyLong_Check(key)) {
       auto index = PyLong_AsSsize_t(key);
       if (index == -1 && PyErr_Occurred())
@@ -278,6 +305,8 @@ int mp_ass_subscript(PyObject *self, PyObject *key, PyObject *item) {
   return guarded<int>(-1, [&]() -> int {
     const auto value = kestObjectValue(self);
     if (!kest::I_MutableMap::isInstance(value)) {
+      if (kest::I_MutableSequence::isInstance(value) && PySlice_Check(key))
+        return assignSequenceSlice(self, key, item);
       if (kest::I_Sequence::isInstance(value) && PyLong_Check(key)) {
         auto index = PyLong_AsSsize_t(key);
         if (index == -1 && PyErr_Occurred())

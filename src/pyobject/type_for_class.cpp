@@ -2,6 +2,7 @@
 
 #include "pyobject/type_for_class.hpp"
 
+#include "pyobject/container_protocol.hpp"
 #include "pyobject/kest_object.hpp"
 #include "pyobject/member_cache.hpp"
 #include "pyobject/slots.hpp"
@@ -173,6 +174,8 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
       if (name == "kest~")
         name.clear();
       auto [table, mapping] = tables_for(cls.flags());
+      if (cls.derivesFrom(kest::Class_Generic::getClass()))
+        mapping = true; // classes are subscripted: kest.List[kest.Integer]
       PyTypeObject *base = kestObjectBaseType();
       if (!base)
         return {nullptr, nullptr}; // its error is pending
@@ -185,6 +188,7 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
       auto module_text = py::object::steal(PyUnicode_FromStringAndSize(module.data(), static_cast<Py_ssize_t>(module.size())));
       if (!module_text || PyObject_SetAttrString(reinterpret_cast<PyObject *>(made), "__module__", module_text.get()) < 0)
         PyErr_Clear(); // the type works without it
+      addContainerProtocol(made, cls); // before any other thread can see the type
       PyTypeObject *kept = nullptr;
       {
         std::lock_guard guard(c.lock);

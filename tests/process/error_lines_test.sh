@@ -106,7 +106,7 @@ host-errors)
   run "$sarvode" -c $'import kest.demo\n\nkest.demo.Shape("circle", "big")'
   [[ $status == 1 && $(first_line "$err") == "<string>:3: error: kest.BadArgument: Argument 2 (size) must be kest.Float, not kest.String." &&
      $err == *$'File "<string>", line 3, in <module>'* ]] || fail "-c: [$err]"
-  run "$sarvode" -e "kest.demo.Palette().get('x', 0)"
+  run "$sarvode" -e "kest.member(kest.demo.Palette(), 'get')('x', 0)"
   [[ $status == 1 && $(last_line "$err") == "kest.BadArgument: Too many arguments for kest.demo.Palette.get: it takes 1, 2 given." ]] ||
     fail "-e: [$err]"
   printf 'import kest.demo\ntry:\n    kest.demo.fail("boom")\nexcept kest.demo.DemoError as e:\n    print(str(e), repr(e), e.args, e.kest.message)\n' >caught.py

@@ -2,6 +2,7 @@
 
 import unittest
 
+import kest
 from kest.demo import Palette
 
 
@@ -35,10 +36,17 @@ class Reading(unittest.TestCase):
             self.palette[["black"]]
         self.assertTrue(str(caught.exception).startswith("A map key must be immutable"))
 
-    def test_get_method(self):
+    def test_get_is_pythons(self):
+        # Python's meaning of a mapping's get wins over the host's own.
         self.assertEqual(self.palette.get("white"), "#ffffff")
+        self.assertIsNone(self.palette.get("red"))
+        self.assertEqual(self.palette.get("red", 0), 0)
+
+    def test_the_host_get_through_kest_member(self):
+        host_get = kest.member(self.palette, "get")
+        self.assertEqual(host_get("white"), "#ffffff")
         with self.assertRaises(RuntimeError) as caught:
-            self.palette.get("red")
+            host_get("red")
         self.assertEqual(str(caught.exception), "Key not found: red.")
 
     def test_truth(self):
@@ -115,12 +123,20 @@ class Iteration(unittest.TestCase):
         self.assertEqual({name: self.palette[name] for name in self.palette},
                          {"black": "#000000", "white": "#ffffff", "red": "#ff0000"})
 
-    def test_keys_and_values_properties(self):
+    def test_keys_and_values_are_views(self):
         self.palette["red"] = "#ff0000"
-        self.assertEqual(sorted(self.palette.keys), ["black", "red", "white"])
-        self.assertEqual(sorted(self.palette.values), ["#000000", "#ff0000", "#ffffff"])
+        self.assertEqual(sorted(self.palette.keys()), ["black", "red", "white"])
+        self.assertEqual(sorted(self.palette.values()), ["#000000", "#ff0000", "#ffffff"])
+        keys = self.palette.keys()
+        self.palette["blue"] = "#0000ff"
+        self.assertIn("blue", keys)  # a view follows its map
+
+    def test_the_host_keys_and_values_properties(self):
+        self.palette["red"] = "#ff0000"
+        self.assertEqual(sorted(kest.member(self.palette, "keys")), ["black", "red", "white"])
+        self.assertEqual(sorted(kest.member(self.palette, "values")), ["#000000", "#ff0000", "#ffffff"])
 
     def test_keys_and_values_match(self):
         self.palette["red"] = "#ff0000"
-        pairs = list(zip(self.palette.keys, self.palette.values))
+        pairs = list(zip(self.palette.keys(), self.palette.values()))
         self.assertEqual(sorted(pairs), [("black", "#000000"), ("red", "#ff0000"), ("white", "#ffffff")])

@@ -82,9 +82,9 @@ class LengthAndIndexing(unittest.TestCase):
         with self.assertRaises(IndexError):
             drawing_of("a", "b")[-3]
 
-    def test_slicing_is_not_supported(self):
-        with self.assertRaises(TypeError):
-            drawing_of("a", "b")[0:1]
+    def test_slicing_gives_a_host_list(self):
+        part = drawing_of("a", "b", "c")[0:3:2]
+        self.assertEqual([shape.name for shape in part], ["a", "c"])
 
     def test_string_index_is_not_supported(self):
         with self.assertRaises(TypeError):
@@ -156,11 +156,12 @@ class ItemAssignment(unittest.TestCase):
         self.assertEqual(str(caught.exception), "Unable to store a value of class 'kest.String' in 'kest.List<kest.Integer>'.")
         self.assertEqual(list(numbers), [0, 1])
 
-    def test_item_deletion_is_refused(self):
-        drawing = drawing_of("a")
-        with self.assertRaises(TypeError) as caught:
-            del drawing[0]
-        self.assertEqual(str(caught.exception), "Kest sequences do not support item deletion.")
+    def test_item_deletion_removes_the_item(self):
+        drawing = drawing_of("a", "b")
+        del drawing[0]
+        self.assertEqual([shape.name for shape in drawing], ["b"])
+        with self.assertRaises(IndexError):
+            del drawing[5]
         self.assertEqual(len(drawing), 1)
 
     def test_assignment_out_of_range_is_refused(self):
@@ -237,11 +238,10 @@ class Concatenation(unittest.TestCase):
         self.assertIs(numbers, alias)
         self.assertEqual(list(numbers), [0, 1, 0, 1])
 
-    def test_repeating_a_drawing_is_not_supported(self):
-        with self.assertRaises(NotImplementedError) as caught:
-            drawing_of("a") * 2
-        self.assertEqual(str(caught.exception),
-                         "[kest_sequence_repeat] None method 'repeat' in: <kest.demo.Drawing object>.")
+    def test_repeating_a_drawing_repeats_its_shapes_as_a_list_does(self):
+        # A host sequence without a repeat of its own repeats as Python's lists.
+        twice = drawing_of("a") * 2
+        self.assertEqual([shape.name for shape in twice], ["a", "a"])
 
 
 class DrawingMethods(unittest.TestCase):

@@ -1,0 +1,301 @@
+// Host maps, sequences and sets as Python containers. The methods are Python
+// (container_protocol_source.cpp) over the C slots; this file decides which
+// classes get them, gives the Python text its two host primitives, and makes
+// containers for calls of the container classes.
+
+#include "pyobject/container_protocol.hpp"
+
+#include "convert/from_python.hpp"
+#include "convert/to_python.hpp"
+#include "pyobject/kest_object.hpp"
+#include "pyobject/slots.hpp"
+#include "runtime/sandbox.hpp"
+
+#include <kest/kest.hpp>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <vector>
+
+namespace sarvode {
+
+namespace {
+using kest::internal::result_unwrap_lazy;
+
+/// The Python methods of each kind, as the Python text defines them (kept in
+/// step with it: the collision rule of attribute lookup reads these lists).
+constexpr std::array<std::string_view, 5> map_methods{"keys", "values", "items", "get", "copy"};
+constexpr std::array<std::string_view, 5> mutable_map_methods{"pop", "popitem", "setdefault", "update", "clear"};
+constexpr std::array<std::string_view, 3> sequence_methods{"index", "count", "copy"};
+constexpr std::array<std::string_view, 8> mutable_sequence_methods{"insert", "append", "extend", "pop",
+                                                                   "remove", "reverse", "sort", "clear"};
+constexpr std::array<std::string_view, 2> set_methods{"isdisjoint", "copy"};
+constexpr std::array<std::string_view, 5> mutable_set_methods{"add", "discard", "remove", "pop", "clear"};
+
+template <std::size_t N> bool listed(const std::array<std::string_view, N> &names, std::string_view name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+/// An empty host container that can hold what `value` holds: a List, HashMap
+/// or HashSet with the same element types.
+kest::Any empty_like(const kest::Any &value) {
+  if (kest::I_Map::isInstance(value)) {
+    auto map = kest::I_Map::unsafeFrom(value);
+    return kest::HashMap(map.keysType(), map.valuesType());
+  }
+  const auto elements =
+      kest::I_Iterable::isInstance(value) ? kest::I_Iterable::unsafeFrom(value).elementsType() : kest::Type();
+  if (kest::I_Set::isInstance(value))
+    return kest::HashSet(elements);
+  return kest::List(elements);
+}
+
+/// `_host_call(obj, name, *args)`: the host method `name` of obj's value,
+/// called with the arguments converted; its result converted back.
+PyObject *host_call(PyObject *, PyObject *args) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const Py_ssize_t count = PyTuple_Size(args);
+    PyObject *self = count >= 2 ? PyTuple_GetItem(args, 0) : nullptr; // borrowed
+    PyObject *name = count >= 2 ? PyTuple_GetItem(args, 1) : nullptr;
+    if (!self || !name || !isKestObject(self) || !PyUnicode_Check(name)) {
+      PyErr_SetString(PyExc_TypeError, "_host_call(obj, name, *args) needs a host object and a method name");
+      return nullptr;
+    }
+    const char *text = PyUnicode_AsUTF8AndSize(name, nullptr);
+    if (!text)
+      return nullptr;
+    const auto value = kestObjectValue(self);
+    auto method = kest::method_of(value, kest::meta_method_untyped(text));
+    if (!method.is<kest::I_Callable_Generic>()) {
+      PyErr_Format(PyExc_TypeError, "'%s' object has no host method '%s'", classDisplay(value).c_str(), text);
+      return nullptr;
+    }
+    std::vector<kest::Any> arguments;
+    for (Py_ssize_t i = 2; i < count; ++i)
+      arguments.push_back(fromPython(PyTuple_GetItem(args, i)));
+    auto result = result_unwrap_lazy(
+        method.as<kest::I_Callable_Generic>().bindInstance(value).callWith(std::span<const kest::Any>(arguments)));
+    if (kest::Error::isInstance(result)) {
+      raiseHostError(result);
+      return nullptr;
+    }
+    return toPythonLocked(result);
+  });
+}
+
+PyObject *new_like(PyObject *, PyObject *object) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    if (!isKestObject(object)) {
+      PyErr_SetString(PyExc_TypeError, "_new_like(obj) needs a host object");
+      return nullptr;
+    }
+    return toPythonLocked(empty_like(kestObjectValue(object)));
+  });
+}
+
+PyMethodDef host_call_definition{"_host_call", &host_call, METH_VARARGS, "Calls a host method by its host name."};
+PyMethodDef new_like_definition{"_new_like", &new_like, METH_O, "An empty host container like the given one."};
+
+/// The globals of the Python text, made once and kept for the process
+/// (borrowed); null with the error cleared when they cannot be made. Two first
+/// uses may both make them (making runs Python, which may switch threads); the
+/// first stays.
+PyObject *protocol_globals() {
+  static std::atomic<PyObject *> kept{nullptr};
+  if (PyObject *globals = kept.load(std::memory_order_acquire))
+    return globals;
+  SandboxPause host_work; // the extension's own code, made inside a sandboxed call as outside
+  auto code = py::object::steal(Py_CompileString(containerProtocolSource, "<sarvode containers>", Py_file_input));
+  auto globals = py::object::steal(code ? PyDict_New() : nullptr);
+  auto call = py::object::steal(globals ? PyCFunction_New(&host_call_definition, nullptr) : nullptr);
+  auto like = py::object::steal(call ? PyCFunction_New(&new_like_definition, nullptr) : nullptr);
+  if (!like || PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) < 0 ||
+      PyDict_SetItemString(globals.get(), "__name__", py::object::steal(PyUnicode_FromString("kest")).get()) < 0 ||
+      PyDict_SetItemString(globals.get(), "_host_call", call.get()) < 0 ||
+      PyDict_SetItemString(globals.get(), "_new_like", like.get()) < 0 ||
+      !py::object::steal(PyEval_EvalCode(code.get(), globals.get(), globals.get()))) {
+    PyErr_Clear();
+    return nullptr;
+  }
+  PyObject *expected = nullptr;
+  if (kept.compare_exchange_strong(expected, globals.get(), std::memory_order_acq_rel))
+    (void)globals.release(); // kept for the process
+  return kept.load(std::memory_order_acquire);
+}
+
+/// The function `name` of the Python text (borrowed); null with a Python error.
+PyObject *protocol_function(const char *name) {
+  PyObject *globals = protocol_globals();
+  PyObject *function = globals ? PyDict_GetItemString(globals, name) : nullptr; // borrowed
+  if (!function)
+    PyErr_Format(PyExc_SystemError, "the host container protocol has no '%s'", name);
+  return function;
+}
+
+const char *kind_name(container_kind kind) {
+  switch (kind) {
+  case container_kind::map:
+    return "map";
+  case container_kind::sequence:
+    return "sequence";
+  case container_kind::set:
+    return "set";
+  case container_kind::none:
+    break;
+  }
+  return "none";
+}
+
+/// Which of List, HashMap and HashSet `cls` is, itself or as a typed form; none otherwise.
+container_kind container_class(const kest::Class_Generic &cls) {
+  auto definition = cls;
+  if (cls.hasFlag(kest::class_flags::generic_instance) && kest::Class_Generic::isInstance(cls.genericDefinition()))
+    definition = kest::Class_Generic::unsafeFrom(cls.genericDefinition());
+  if (definition.isSame(kest::List::getClass()))
+    return container_kind::sequence;
+  if (definition.isSame(kest::HashMap::getClass()))
+    return container_kind::map;
+  if (definition.isSame(kest::HashSet::getClass()))
+    return container_kind::set;
+  return container_kind::none;
+}
+
+/// The host type a Python value names in `kest.List[...]`: a host class, or None.
+bool type_of_python(PyObject *object, kest::Type &type) {
+  if (object == Py_None) {
+    type = kest::Type(kest::None::getClass());
+    return true;
+  }
+  const auto value = fromPython(object);
+  if (!kest::Class_Generic::isInstance(value)) {
+    PyErr_Format(PyExc_TypeError, "a host container's element type must be a host class, not '%s'",
+                 classDisplay(value).c_str());
+    return false;
+  }
+  type = kest::Type(kest::Class_Generic::unsafeFrom(value));
+  return true;
+}
+} // namespace
+
+container_shape containerShape(const kest::Class_Generic &cls) {
+  if (!cls || cls.hasFlag(kest::class_flags::python_backed) || cls.hasFlag(kest::class_flags::interface))
+    return {};
+  if (cls.hasFlag(kest::class_flags::sequence))
+    return {container_kind::sequence, cls.derivesFrom(kest::I_MutableSequence::getClass())};
+  if (cls.hasFlag(kest::class_flags::map))
+    return {container_kind::map, cls.derivesFrom(kest::I_MutableMap::getClass())};
+  if (cls.hasFlag(kest::class_flags::set))
+    return {container_kind::set, cls.derivesFrom(kest::I_MutableSet::getClass())};
+  return {};
+}
+
+bool isContainerMethodName(container_shape shape, std::string_view name) {
+  switch (shape.kind) {
+  case container_kind::map:
+    return listed(map_methods, name) || (shape.mutable_ && listed(mutable_map_methods, name));
+  case container_kind::sequence:
+    return listed(sequence_methods, name) || (shape.mutable_ && listed(mutable_sequence_methods, name));
+  case container_kind::set:
+    return listed(set_methods, name) || (shape.mutable_ && listed(mutable_set_methods, name));
+  case container_kind::none:
+    break;
+  }
+  return false;
+}
+
+void addContainerProtocol(PyTypeObject *type, const kest::Class_Generic &cls) {
+  const auto shape = containerShape(cls);
+  if (shape.kind == container_kind::none || !type)
+    return;
+  PyObject *install = protocol_function("install");
+  auto done = install ? py::object::steal(PyObject_CallFunction(install, "OsO", reinterpret_cast<PyObject *>(type),
+                                                                kind_name(shape.kind),
+                                                                shape.mutable_ ? Py_True : Py_False))
+                      : py::object();
+  if (!done)
+    PyErr_Clear(); // the type keeps its slots without the interface
+}
+
+PyObject *sequenceSlice(PyObject *self, PyObject *slice) {
+  PyObject *get = protocol_function("get_slice");
+  return get ? PyObject_CallFunctionObjArgs(get, self, slice, nullptr) : nullptr;
+}
+
+int assignSequenceSlice(PyObject *self, PyObject *slice, PyObject *values) {
+  PyObject *function = protocol_function(values ? "set_slice" : "del_slice");
+  if (!function)
+    return -1;
+  auto done = py::object::steal(values ? PyObject_CallFunctionObjArgs(function, self, slice, values, nullptr)
+                                       : PyObject_CallFunctionObjArgs(function, self, slice, nullptr));
+  return done ? 0 : -1;
+}
+
+PyObject *containerRepr(PyObject *self) {
+  PyObject *text = protocol_function("repr_of");
+  return text ? PyObject_CallFunctionObjArgs(text, self, nullptr) : nullptr;
+}
+
+PyObject *repeatSequence(PyObject *self, Py_ssize_t count, bool in_place) {
+  PyObject *repeat = protocol_function("repeat");
+  return repeat ? PyObject_CallFunction(repeat, "OnO", self, count, in_place ? Py_True : Py_False) : nullptr;
+}
+
+PyObject *copyContainer(PyObject *self, bool deep, PyObject *memo) {
+  PyObject *copy = protocol_function("copy_of");
+  return copy ? PyObject_CallFunctionObjArgs(copy, self, deep ? Py_True : Py_False, memo ? memo : Py_None, nullptr)
+              : nullptr;
+}
+
+PyObject *constructContainer(const kest::Class_Generic &cls, PyObject *args, PyObject *kwargs, bool &handled) {
+  const auto kind = container_class(cls);
+  handled = kind != container_kind::none;
+  if (!handled)
+    return nullptr;
+  const auto arguments = cls.genericArguments();
+  auto type_at = [&](std::size_t i) { return i < arguments.size() ? arguments[i] : kest::Type(); };
+  kest::Any empty;
+  if (kind == container_kind::map)
+    empty = kest::HashMap(type_at(0), type_at(1));
+  else if (kind == container_kind::set)
+    empty = kest::HashSet(type_at(0));
+  else
+    empty = kest::List(type_at(0));
+  auto result = py::object::steal(toPythonLocked(empty));
+  auto no_keywords = py::object::steal(kwargs ? nullptr : PyDict_New());
+  PyObject *fill = result ? protocol_function("fill") : nullptr;
+  if (!fill || (!kwargs && !no_keywords))
+    return nullptr;
+  const auto name = kest::qualname(cls).toUtf8();
+  return PyObject_CallFunction(fill, "sOOOs", kind_name(kind), result.get(), args, kwargs ? kwargs : no_keywords.get(),
+                               name.c_str());
+}
+
+PyObject *typedContainerClass(const kest::Class_Generic &cls, PyObject *key, bool &handled) {
+  handled = !cls.hasFlag(kest::class_flags::generic_instance) && container_class(cls) != container_kind::none;
+  if (!handled)
+    return nullptr;
+  const auto kind = container_class(cls);
+  const auto name = kest::qualname(cls).toUtf8();
+  if (kind == container_kind::map) {
+    kest::Type key_type, value_type;
+    if (!PyTuple_Check(key) || PyTuple_Size(key) != 2) {
+      PyErr_Format(PyExc_TypeError, "%s[...] takes a key type and a value type", name.c_str());
+      return nullptr;
+    }
+    if (!type_of_python(PyTuple_GetItem(key, 0), key_type) || !type_of_python(PyTuple_GetItem(key, 1), value_type))
+      return nullptr;
+    return toPythonLocked(kest::HashMap::genericInstance(key_type, value_type));
+  }
+  kest::Type element_type;
+  if (PyTuple_Check(key)) {
+    PyErr_Format(PyExc_TypeError, "%s[...] takes one element type", name.c_str());
+    return nullptr;
+  }
+  if (!type_of_python(key, element_type))
+    return nullptr;
+  return toPythonLocked(kind == container_kind::set ? kest::HashSet::genericInstance(element_type)
+                                                    : kest::List::genericInstance(element_type));
+}
+
+} // namespace sarvode
