@@ -14,6 +14,7 @@
 #include "python_runner.hpp"
 #include "run_timeout.hpp"
 #include "script_runner.hpp"
+#include "stub_writer.hpp"
 #include "text_locale.hpp"
 #include "user_folder.hpp"
 
@@ -74,7 +75,7 @@ int main(int argc, char **argv) {
                "with no arguments on a terminal it opens a console.",
                "sarvode"};
   bool show_version = false, show_model = false, all_modules = false, interactive = false;
-  std::string code, command, expression, module_name;
+  std::string code, command, expression, module_name, stubs_dir;
   sarvode::run_options options;
   std::string extensions_dir = sarvode::default_extensions_directory();
   app.add_flag("--version", show_version, "Print the version and exit");
@@ -82,6 +83,9 @@ int main(int argc, char **argv) {
   app.add_flag("--all-modules", all_modules,
                "With --show-model: first add every installed top-level Python module under \"python\"")
       ->needs("--show-model");
+  auto *stubs = app.add_option("--stubs", stubs_dir,
+                 "Write Python type stubs (.pyi) of the host modules (kest, kest.*) under DIR and exit")
+      ->option_text("DIR");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
   auto *command_option =
       app.add_option("-c", command, "Run CODE as __main__, as python3 -c; the arguments after it are its own");
@@ -154,6 +158,16 @@ int main(int argc, char **argv) {
 
   if (show_version) {
     std::cout << "sarvode " << SARVODE_VERSION << "\n";
+    return 0;
+  }
+  if (stubs->count() > 0) {
+    auto written = sarvode::write_stubs(stubs_dir);
+    if (written.error) {
+      std::cerr << "sarvode: --stubs: " << *written.error << "\n";
+      return 1;
+    }
+    for (auto &file : written.files)
+      std::cout << file.string() << "\n";
     return 0;
   }
   if (show_model) {

@@ -26,6 +26,7 @@ PACKAGES=(
   libcli11-dev
   python3-dev
   libpython3.11-testsuite
+  python3-mypy
   pybind11-dev
   clang-14
   libclang-rt-14-dev
