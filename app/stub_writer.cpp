@@ -358,6 +358,15 @@ std::vector<std::string> collection_members(const protocol &p, const std::string
     return {fmt::format("def __next__(self) -> {}: ...", item),
             fmt::format("def __iter__(self) -> _typing.Iterator[{}]: ...", item)};
   std::vector<std::string> out{"def __len__(self) -> int: ..."};
+  // copy (and a list's sort) are Python's on every host collection.
+  if (abc == "Mapping" || abc == "MutableMapping")
+    out.push_back(fmt::format("def copy(self) -> _typing.{}[{}, {}]: ...", abc, key, value));
+  else if (abc != "Iterable" && abc != "Iterator")
+    out.push_back(fmt::format("def copy(self) -> _typing.{}[{}]: ...", abc, item));
+  if (abc == "MutableSequence")
+    out.push_back(fmt::format(
+        "def sort(self, *, key: _typing.Callable[[{}], _typing.Any] | None = ..., reverse: bool = ...) -> None: ...",
+        item));
   if (abc == "Sequence" || abc == "MutableSequence") {
     out.insert(out.end(), {"@_typing.overload", fmt::format("def __getitem__(self, index: int) -> {}: ...", item),
                            "@_typing.overload",
@@ -610,9 +619,25 @@ bool incompatible_attribute(const kest::Class_Generic &cls, const std::string &n
 
 const std::string ignore_override = "# type: ignore[override]";
 
+/// True when `name` is a method that Python gives the host collections of
+/// this protocol (its abstract collection's, and copy and sort): on the
+/// Python side it wins over a host member of that name, so the stub leaves
+/// the host's out.
+bool python_method_wins(const protocol *p, const std::string &name) {
+  if (!p)
+    return false;
+  const std::string_view abc = p->abc;
+  if (abc != "Mapping" && abc != "MutableMapping" && abc != "Sequence" && abc != "MutableSequence" &&
+      abc != "AbstractSet" && abc != "MutableSet")
+    return false;
+  const auto &methods = abc_methods(abc);
+  return name == "copy" || (abc == "MutableSequence" && name == "sort") ||
+         std::any_of(methods.begin(), methods.end(), [&](const abc_method &m) { return m.name == name; });
+}
+
 void add_fields(class_body &b, const kest::Class_Generic &cls, const protocol *p, module_context &m) {
   for (auto &[name, member] : own_members(cls, &kest::internal::object_value_class::fields)) {
-    if (!kest::Field::isInstance(member) || name.starts_with('_') || !is_identifier(name))
+    if (!kest::Field::isInstance(member) || name.starts_with('_') || !is_identifier(name) || python_method_wins(p, name))
       continue;
     auto field = kest::Field::unsafeFrom(member);
     if (field.flags() & kest::field_flags::hidden)
@@ -629,7 +654,7 @@ void add_fields(class_body &b, const kest::Class_Generic &cls, const protocol *p
 void add_properties(class_body &b, const kest::Class_Generic &cls, const protocol *p, module_context &m) {
   for (auto &property : cls.ownDefinedProperties()) {
     const auto name = property.name().toUtf8();
-    if (property.hidden() || name.starts_with('_') || !is_identifier(name))
+    if (property.hidden() || name.starts_with('_') || !is_identifier(name) || python_method_wins(p, name))
       continue;
     const auto type = property.isValueProperty() // one value for the class
                           ? python_type(kest::Type(kest::class_of(property.storedValue())), m, false)
@@ -660,7 +685,7 @@ void add_methods(class_body &b, const kest::Class_Generic &cls, const protocol *
     auto fn = kest::I_Callable_Generic::unsafeFrom(member);
     if (fn.name().startsWith(u"$") || name.starts_with('_'))
       meta.emplace(name, fn);
-    else if (is_identifier(name))
+    else if (is_identifier(name) && !python_method_wins(p, name))
       plain.emplace_back(name, fn);
   }
   if (auto init = meta.find("__init__"); init != meta.end()) {
