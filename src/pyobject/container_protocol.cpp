@@ -9,6 +9,7 @@
 #include "convert/to_python.hpp"
 #include "pyobject/kest_object.hpp"
 #include "pyobject/slots.hpp"
+#include "pyobject/type_for_class.hpp"
 #include "runtime/sandbox.hpp"
 
 #include <kest/kest.hpp>
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <optional>
 #include <vector>
 
 namespace sarvode {
@@ -25,7 +27,7 @@ using kest::internal::result_unwrap_lazy;
 
 /// The Python methods of each kind, as the Python text defines them (kept in
 /// step with it: the collision rule of attribute lookup reads these lists).
-constexpr std::array<std::string_view, 5> map_methods{"keys", "values", "items", "get", "copy"};
+constexpr std::array<std::string_view, 6> map_methods{"keys", "values", "items", "get", "copy", "fromkeys"};
 constexpr std::array<std::string_view, 5> mutable_map_methods{"pop", "popitem", "setdefault", "update", "clear"};
 constexpr std::array<std::string_view, 3> sequence_methods{"index", "count", "copy"};
 constexpr std::array<std::string_view, 8> mutable_sequence_methods{"insert", "append", "extend", "pop",
@@ -94,6 +96,86 @@ PyObject *new_like(PyObject *, PyObject *object) {
   });
 }
 
+container_kind container_class(const kest::Class_Generic &cls);
+
+/// The host class of a host class's type or of a Python class derived from one.
+std::optional<kest::Class_Generic> host_class_of_type(PyObject *type) {
+  auto mro = py::object::steal(PyObject_GetAttrString(type, "__mro__"));
+  if (!mro || !PyTuple_Check(mro.get())) {
+    PyErr_Clear();
+    return std::nullopt;
+  }
+  for (Py_ssize_t i = 0, n = PyTuple_Size(mro.get()); i < n; ++i)
+    if (auto cls = classOfOwnType(reinterpret_cast<PyTypeObject *>(PyTuple_GetItem(mro.get(), i))))
+      return cls;
+  return std::nullopt;
+}
+
+/// `_new_instance(cls, args, kwargs)`, the __new__ of a host container's type
+/// and of Python classes derived from it: an empty List, HashMap or HashSet
+/// (their __init__ fills it), or what calling another host class gives.
+PyObject *new_instance(PyObject *, PyObject *args) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    PyObject *type = nullptr, *call_args = nullptr, *call_kwargs = nullptr;
+    if (!PyArg_ParseTuple(args, "OOO", &type, &call_args, &call_kwargs) || !PyType_Check(type))
+      return nullptr;
+    auto cls = host_class_of_type(type);
+    if (!cls) {
+      auto name = py::object::steal(PyType_GetName(reinterpret_cast<PyTypeObject *>(type)));
+      PyErr_Clear();
+      PyErr_Format(PyExc_TypeError, "cannot create '%s' instances", std::string(py::utf8(name.get())).c_str());
+      return nullptr;
+    }
+    kest::Any value;
+    if (container_class(*cls) != container_kind::none) {
+      const auto arguments = cls->genericArguments();
+      auto type_at = [&](std::size_t i) { return i < arguments.size() ? arguments[i] : kest::Type(); };
+      const auto kind = container_class(*cls);
+      value = kind == container_kind::map   ? kest::Any(kest::HashMap(type_at(0), type_at(1)))
+              : kind == container_kind::set ? kest::Any(kest::HashSet(type_at(0)))
+                                            : kest::Any(kest::List(type_at(0)));
+    } else {
+      // Another host class: its own constructor takes the arguments.
+      auto made = py::object::steal(
+          callWithPythonArguments(kest::I_Callable_Generic::unsafeFrom(*cls), call_args, call_kwargs, 0));
+      if (!made)
+        return nullptr;
+      value = fromPython(made.get());
+    }
+    return newKestObjectOfType(reinterpret_cast<PyTypeObject *>(type), value);
+  });
+}
+
+/// `_is_built_in_container(obj)`: whether __init__ fills obj from its
+/// arguments (List, HashMap, HashSet) or its constructor took them.
+PyObject *fills_from_arguments(PyObject *, PyObject *object) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const bool fills = isKestObject(object) &&
+                       container_class(kest::raw_class_of(kestObjectValue(object))) != container_kind::none;
+    return PyBool_FromLong(fills ? 1 : 0);
+  });
+}
+
+PyObject *register_subclass(PyObject *, PyObject *type) {
+  if (!PyType_Check(type)) {
+    PyErr_SetString(PyExc_TypeError, "_register_subclass(cls) needs a class");
+    return nullptr;
+  }
+  registerKestSubclass(reinterpret_cast<PyTypeObject *>(type));
+  Py_RETURN_NONE;
+}
+
+/// `__mro_entries__` of a host container class seen from Python: a class
+/// statement that names it derives from the type of its instances.
+PyObject *mro_entries(PyObject *type, PyObject *) { return PyTuple_Pack(1, type); }
+
+PyMethodDef mro_entries_definition{"__mro_entries__", &mro_entries, METH_O,
+                                   "The Python type that a class statement derives from in place of this class."};
+PyMethodDef new_instance_definition{"_new_instance", &new_instance, METH_VARARGS, "A new instance of a host class's type."};
+PyMethodDef fills_definition{"_fills_from_arguments", &fills_from_arguments, METH_O,
+                             "Whether __init__ fills the container from its arguments."};
+PyMethodDef register_subclass_definition{"_register_subclass", &register_subclass, METH_O,
+                                         "Makes a Python class derived from a host class's type known."};
 PyMethodDef host_call_definition{"_host_call", &host_call, METH_VARARGS, "Calls a host method by its host name."};
 PyMethodDef new_like_definition{"_new_like", &new_like, METH_O, "An empty host container like the given one."};
 
@@ -108,13 +190,15 @@ PyObject *protocol_globals() {
   SandboxPause host_work; // the extension's own code, made inside a sandboxed call as outside
   auto code = py::object::steal(Py_CompileString(containerProtocolSource, "<sarvode containers>", Py_file_input));
   auto globals = py::object::steal(code ? PyDict_New() : nullptr);
-  auto call = py::object::steal(globals ? PyCFunction_New(&host_call_definition, nullptr) : nullptr);
-  auto like = py::object::steal(call ? PyCFunction_New(&new_like_definition, nullptr) : nullptr);
-  if (!like || PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) < 0 ||
-      PyDict_SetItemString(globals.get(), "__name__", py::object::steal(PyUnicode_FromString("kest")).get()) < 0 ||
-      PyDict_SetItemString(globals.get(), "_host_call", call.get()) < 0 ||
-      PyDict_SetItemString(globals.get(), "_new_like", like.get()) < 0 ||
-      !py::object::steal(PyEval_EvalCode(code.get(), globals.get(), globals.get()))) {
+  bool ready = globals && PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) == 0;
+  auto name = py::object::steal(PyUnicode_FromString("kest"));
+  ready = ready && name && PyDict_SetItemString(globals.get(), "__name__", name.get()) == 0;
+  for (PyMethodDef *definition : {&host_call_definition, &new_like_definition, &new_instance_definition,
+                                  &fills_definition, &register_subclass_definition}) {
+    auto function = py::object::steal(ready ? PyCFunction_New(definition, nullptr) : nullptr);
+    ready = function && PyDict_SetItemString(globals.get(), definition->ml_name, function.get()) == 0;
+  }
+  if (!ready || !py::object::steal(PyEval_EvalCode(code.get(), globals.get(), globals.get()))) {
     PyErr_Clear();
     return nullptr;
   }
@@ -269,6 +353,26 @@ PyObject *constructContainer(const kest::Class_Generic &cls, PyObject *args, PyO
   const auto name = kest::qualname(cls).toUtf8();
   return PyObject_CallFunction(fill, "sOOOs", kind_name(kind), result.get(), args, kwargs ? kwargs : no_keywords.get(),
                                name.c_str());
+}
+
+PyObject *containerClassAttribute(const kest::Class_Generic &cls, std::string_view name, bool &handled) {
+  handled = (name == "fromkeys" || name == "__mro_entries__") && container_class(cls) != container_kind::none;
+  if (!handled)
+    return nullptr;
+  // The class of the instances: List, HashMap and HashSet themselves make untyped ones.
+  auto instances = cls;
+  if (!cls.hasFlag(kest::class_flags::generic_instance)) {
+    const auto kind = container_class(cls);
+    instances = kind == container_kind::map   ? kest::HashMap::genericInstance(kest::Type(), kest::Type())
+                : kind == container_kind::set ? kest::HashSet::genericInstance(kest::Type())
+                                              : kest::List::genericInstance(kest::Type());
+  }
+  auto type = py::object::steal(reinterpret_cast<PyObject *>(typeForClassLocked(instances)));
+  if (!type)
+    return nullptr;
+  if (name == "__mro_entries__")
+    return PyCFunction_New(&mro_entries_definition, type.get());
+  return PyObject_GetAttrString(type.get(), "fromkeys");
 }
 
 PyObject *typedContainerClass(const kest::Class_Generic &cls, PyObject *key, bool &handled) {

@@ -59,6 +59,11 @@ PyObject *copyContainer(PyObject *self, bool deep, PyObject *memo);
 /// the arguments. `handled` is false for every other class.
 PyObject *constructContainer(const kest::Class_Generic &cls, PyObject *args, PyObject *kwargs, bool &handled);
 
+/// What a host container class has in Python beside its host members:
+/// `fromkeys` of a map class, and `__mro_entries__`, so that a class
+/// statement can derive from it. `handled` is false for other names and classes.
+PyObject *containerClassAttribute(const kest::Class_Generic &cls, std::string_view name, bool &handled);
+
 /// `kest.List[T]`, `kest.HashSet[T]`, `kest.HashMap[K, V]`: the typed class.
 /// `handled` is false for every other class.
 PyObject *typedContainerClass(const kest::Class_Generic &cls, PyObject *key, bool &handled);

@@ -33,6 +33,13 @@ class MapMethods:
     get = Mapping.get
     __eq__ = Mapping.__eq__
 
+    @classmethod
+    def fromkeys(cls, keys, value=None):
+        result = cls()
+        for key in keys:
+            result[key] = value
+        return result
+
     def __ne__(self, other):
         equal = self.__eq__(other)
         return equal if equal is NotImplemented else not equal
@@ -41,8 +48,20 @@ class MapMethods:
         return self.__copy__()
 
 
+_missing = object()
+
+
 class MutableMapMethods(MapMethods):
-    pop = MutableMapping.pop
+    def pop(self, key, default=_missing):
+        try:
+            value = self[key]
+        except KeyError:
+            if default is _missing:
+                raise
+            return default
+        del self[key]
+        return value
+
     popitem = MutableMapping.popitem
     setdefault = MutableMapping.setdefault
     update = MutableMapping.update
@@ -200,6 +219,27 @@ class MutableSetMethods(SetMethods):
     __isub__ = MutableSet.__isub__
 
 
+class Construction:
+    """What makes a host container's type (and Python classes derived from
+    it) callable and derivable as Python's own containers are."""
+
+    def __new__(cls, *args, **kwargs):
+        return _new_instance(cls, args, kwargs)
+
+    def __init__(self, *args, **kwargs):
+        if _fills_from_arguments(self):
+            fill(_kind_of(self), self, args, kwargs, type(self).__name__)
+
+    def __init_subclass__(cls):
+        _register_subclass(cls)
+
+
+def _kind_of(self):
+    if isinstance(self, Mapping):
+        return "map"
+    return "set" if isinstance(self, Set) else "sequence"
+
+
 _KINDS = {
     ("map", False): (MapMethods, Mapping),
     ("map", True): (MutableMapMethods, MutableMapping),
@@ -214,7 +254,7 @@ def install(cls, kind, mutable):
     """Puts the methods of a kind of container on a host class's type, and
     registers the type as that kind's abstract class."""
     methods, abstract = _KINDS[kind, mutable]
-    for klass in reversed(methods.__mro__[:-1]):
+    for klass in (Construction, *reversed(methods.__mro__[:-1])):
         for name, value in vars(klass).items():
             # The host's hash stays: host containers are hashable in the host.
             if name in ("__module__", "__qualname__", "__doc__", "__dict__", "__weakref__", "__hash__"):

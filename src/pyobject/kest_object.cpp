@@ -8,7 +8,9 @@
 #include <kest/callable.hpp>
 #include <kest/reflection.hpp>
 
+#include <atomic>
 #include <new>
+#include <unordered_set>
 #include <utility>
 
 namespace sarvode {
@@ -78,9 +80,51 @@ PyObject *methodObjectFor(KestValue &self, const kest::Any &borrowed_method, std
   return made;
 }
 
+namespace {
+/// The Python classes derived from host classes' types; they are never
+/// freed once registered (their instances may outlive a class statement's
+/// scope), and read with the interpreter lock held.
+struct subclass_registry {
+  std::unordered_set<const PyTypeObject *> types;
+  std::atomic<bool> any{false}; // lets the common check skip the set
+};
+subclass_registry &subclasses() {
+  static auto *r = new subclass_registry;
+  return *r;
+}
+} // namespace
+
+void registerKestSubclass(PyTypeObject *type) {
+  auto &r = subclasses();
+  if (r.types.insert(type).second)
+    Py_IncRef(reinterpret_cast<PyObject *>(type)); // kept: the set holds its address
+  r.any = true;
+}
+
+bool isKestSubclass(const PyTypeObject *type) {
+  auto &r = subclasses();
+  return r.any.load(std::memory_order_relaxed) && r.types.count(type) != 0;
+}
+
 bool isKestObject(PyObject *object) {
-  // Every KestObject type, per-class or shared, has this deallocation slot.
-  return object && PyType_GetSlot(Py_TYPE(object), Py_tp_dealloc) == reinterpret_cast<void *>(&KestObject_dealloc);
+  // Every KestObject type, per-class or shared, has this deallocation slot;
+  // Python's subclasses of them have Python's own and are registered.
+  return object && (PyType_GetSlot(Py_TYPE(object), Py_tp_dealloc) == reinterpret_cast<void *>(&KestObject_dealloc) ||
+                    isKestSubclass(Py_TYPE(object)));
+}
+
+PyObject *newKestObjectOfType(PyTypeObject *type, const kest::Any &value) {
+  auto *object = new_object(type, value);
+  if (object && !isKestSubclass(type) && value.kind() != kest::internal::ObjectType::Class) {
+    // The class's own type: attribute access may use the member cache. A
+    // Python subclass looks names up the general way, its own first.
+    auto [own, members] = typeAndMembersForClassLocked(kest::raw_class_of(value));
+    if (own == type)
+      object->value->members = members;
+    Py_DecRef(reinterpret_cast<PyObject *>(own));
+    PyErr_Clear();
+  }
+  return reinterpret_cast<PyObject *>(object);
 }
 
 kest::Any kestObjectValue(PyObject *object) {

@@ -53,8 +53,20 @@ PyObject *wrapKestObject(const kest::Any &value);
 /// The same, for a caller that holds the interpreter lock.
 PyObject *wrapKestObjectLocked(const kest::Any &value);
 
-/// True when `object` is a KestObject (of the base type or a type derived from it).
+/// True when `object` is a KestObject (of the base type or a type derived from
+/// it, a Python subclass of a host class's type included).
 bool isKestObject(PyObject *object);
+
+/// A new KestObject of `type` (a KestObject type, or a Python subclass of one)
+/// holding `value`; null with a Python error. The caller holds the interpreter lock.
+PyObject *newKestObjectOfType(PyTypeObject *type, const kest::Any &value);
+
+/// Makes the instances of a Python class derived from a host class's type
+/// KestObjects (the class statement calls it, through __init_subclass__).
+void registerKestSubclass(PyTypeObject *type);
+
+/// True when `type` is a Python class derived from a host class's type.
+bool isKestSubclass(const PyTypeObject *type);
 
 /// The host value held by a KestObject (empty when it holds none).
 kest::Any kestObjectValue(PyObject *object);

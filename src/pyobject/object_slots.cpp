@@ -243,6 +243,20 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
       return nullptr;
     const std::string_view name(utf8, static_cast<std::size_t>(size));
     const auto value = kestObjectValue(self);
+    if (isKestSubclass(Py_TYPE(self))) {
+      // A Python subclass's own attributes (and its instances') come first.
+      if (PyObject *own = PyObject_GenericGetAttr(self, py_name))
+        return own;
+      if (!PyErr_ExceptionMatches(PyExc_AttributeError))
+        return nullptr;
+      PyErr_Clear();
+    }
+    if (kest::Class_Generic::isInstance(value)) {
+      bool handled = false;
+      PyObject *attribute = containerClassAttribute(kest::Class_Generic::unsafeFrom(value), name, handled);
+      if (handled)
+        return attribute;
+    }
     if (name.starts_with('_')) {
       // Host members whose names begin with "_" are deliberately unreachable.
       bool handled = false;
@@ -335,9 +349,11 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
         return -1;
       }
       result = result_unwrap_lazy(value.setFieldValue(field_name, fromPython(py_value)));
-    }
-    else
+    } else if (isKestSubclass(Py_TYPE(self))) {
+      return PyObject_GenericSetAttr(self, py_name, py_value); // an instance of a Python subclass keeps its own
+    } else {
       result = result_unwrap_lazy(kest::insert_property_value(value, property_name, fromPython(py_value)));
+    }
     if (kest::Error::isInstance(result)) {
       PyErr_Format(PyExc_RuntimeError, "%U: %s", py_name, kest::Error::unsafeFrom(result).message().toUtf8().c_str());
       return -1;
@@ -528,7 +544,9 @@ void KestObject_dealloc(PyObject *self) {
   }
   PyErr_Restore(type, error, traceback);
   PyTypeObject *own_type = Py_TYPE(self);
-  PyObject_Free(self);
+  // The type's own free: a Python subclass with a __dict__ is collected, and its memory is freed as such.
+  auto *free_memory = reinterpret_cast<freefunc>(PyType_GetSlot(own_type, Py_tp_free));
+  (free_memory ? free_memory : &PyObject_Free)(self);
   Py_DecRef(reinterpret_cast<PyObject *>(own_type)); // instances of heap types own a reference to it
 }
 

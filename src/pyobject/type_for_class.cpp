@@ -14,6 +14,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace sarvode {
@@ -31,6 +32,7 @@ struct type_cache {
     std::unique_ptr<member_cache> members; // used with the interpreter lock held
   };
   std::unordered_map<const void *, kept> by_class;
+  std::unordered_map<const PyTypeObject *, const void *> class_of_type; // a named class's own type -> its class
   std::list<std::string> texts; // names and documentation the types point at
 };
 type_cache &cache() {
@@ -193,6 +195,8 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
       {
         std::lock_guard guard(c.lock);
         kept = c.by_class.try_emplace(cls.get(), type_cache::kept{cls, made, std::move(members)}).first->second.type;
+        if (kept == made)
+          c.class_of_type.emplace(made, cls.get());
       }
       if (kept != made)
         Py_DecRef(reinterpret_cast<PyObject *>(made)); // another thread's type won; released outside the lock
@@ -203,6 +207,15 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
     return {nullptr, nullptr};
   Py_IncRef(reinterpret_cast<PyObject *>(type));
   return {type, cls ? members_of(cls) : nullptr};
+}
+
+std::optional<kest::Class_Generic> classOfOwnType(const PyTypeObject *type) {
+  auto &c = cache();
+  std::lock_guard guard(c.lock);
+  auto it = c.class_of_type.find(type);
+  if (it == c.class_of_type.end())
+    return std::nullopt;
+  return c.by_class.at(it->second).cls;
 }
 
 } // namespace sarvode

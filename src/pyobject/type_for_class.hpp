@@ -5,6 +5,7 @@
 
 #include <kest/class.hpp>
 
+#include <optional>
 #include <utility>
 
 namespace sarvode {
@@ -22,5 +23,9 @@ class member_cache;
 /// mean on them (kept for the process; null for an empty class). The caller
 /// holds the interpreter lock. A null type comes with a Python error.
 std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kest::Class_Generic &cls);
+
+/// The named class whose own type `type` is; nothing for any other type
+/// (shared types, Python subclasses).
+std::optional<kest::Class_Generic> classOfOwnType(const PyTypeObject *type);
 
 } // namespace sarvode
