@@ -42,7 +42,8 @@ struct KestValue {
 /// copy of a host value.
 struct KestObject {
   PyObject_HEAD
-  KestValue *value; // owned; null counts as an empty value
+  KestValue *value;   // owned; null counts as an empty value
+  PyObject *weakrefs; // Python's list of weak references to this object (weakref.ref works)
 };
 
 /// The base type ">KestObject" (created once, never freed).

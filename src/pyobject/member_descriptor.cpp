@@ -8,6 +8,7 @@
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
 #include "pyobject/kest_object.hpp"
+#include "pyobject/python_signature.hpp"
 #include "pyobject/slots.hpp"
 
 #include <kest/kest.hpp>
@@ -124,12 +125,17 @@ PyObject *MethodDescriptor_get_text_signature(PyObject *self, void *) {
   return guarded<PyObject *>(nullptr, [&] { return toPythonLocked(descriptor_method(self).signature().toString()); });
 }
 
+PyObject *MethodDescriptor_get_signature(PyObject *self, void *) {
+  return guarded<PyObject *>(nullptr, [&] { return pythonSignature(descriptor_method(self)); });
+}
+
 PyGetSetDef MethodDescriptor_getset[] = {
     {"__name__", &MemberDescriptor_get_name, nullptr, nullptr, nullptr},
     {"__qualname__", &MemberDescriptor_get_qualname, nullptr, nullptr, nullptr},
     {"__objclass__", &MemberDescriptor_get_objclass, nullptr, nullptr, nullptr},
     {"__doc__", &MethodDescriptor_get_doc, nullptr, nullptr, nullptr},
     {"__text_signature__", &MethodDescriptor_get_text_signature, nullptr, nullptr, nullptr},
+    {"__signature__", &MethodDescriptor_get_signature, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

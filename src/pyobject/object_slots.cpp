@@ -4,6 +4,8 @@
 
 #include "pyobject/slots.hpp"
 
+#include <structmember.h> // T_PYSSIZET and READONLY of the limited API before 3.12
+
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
 #include "language/cpython_language.hpp"
@@ -11,11 +13,13 @@
 #include "pyobject/kest_object.hpp"
 #include "pyobject/member_cache.hpp"
 #include "pyobject/member_descriptor.hpp"
+#include "pyobject/python_signature.hpp"
 #include "pyobject/type_for_class.hpp"
 
 #include <kest/kest.hpp>
 
 #include <array>
+#include <cstddef>
 #include <span>
 #include <string_view>
 
@@ -190,6 +194,9 @@ PyObject *special_attribute(const kest::Any &value, std::string_view name, bool 
   } else if (name == "__text_signature__") {
     if (callable)
       return str_of(kest::I_Callable_Generic::unsafeFrom(value).signature().toString());
+  } else if (name == "__signature__") {
+    if (callable) // inspect.signature and help()
+      return pythonSignature(kest::I_Callable_Generic::unsafeFrom(value));
   }
   handled = false;
   return nullptr;
@@ -504,7 +511,20 @@ PyObject *KestObject_dir(PyObject *self, PyObject *) {
         if (!add(m.name()))
           return nullptr;
     }
-    return names.release();
+    // What the Python type adds to what every object has: its special
+    // methods, a container's Python methods, a Python subclass's own
+    // attributes (dir() sorts; the duplicates of host names go below).
+    auto type_names = py::object::steal(PyObject_Dir(reinterpret_cast<PyObject *>(Py_TYPE(self))));
+    if (!type_names)
+      return nullptr;
+    auto *object_type = reinterpret_cast<PyObject *>(&PyBaseObject_Type);
+    for (Py_ssize_t i = 0, n = PyList_Size(type_names.get()); i < n; ++i) {
+      PyObject *name = PyList_GetItem(type_names.get(), i); // borrowed
+      if (!PyObject_HasAttr(object_type, name) && PyList_Append(names.get(), name) < 0)
+        return nullptr;
+    }
+    auto unique = py::object::steal(PySet_New(names.get()));
+    return unique ? PySequence_List(unique.get()) : nullptr;
   });
 }
 
@@ -524,6 +544,12 @@ PyObject *clone_with(PyObject *self, bool deep, PyObject *memo) {
 PyObject *KestObject_copy(PyObject *self, PyObject *) { return clone_with(self, false, nullptr); }
 PyObject *KestObject_deepcopy(PyObject *self, PyObject *memo) { return clone_with(self, true, memo); }
 
+PyMemberDef KestObject_members[] = {
+    // Where Python keeps the object's weak references.
+    {"__weaklistoffset__", T_PYSSIZET, offsetof(KestObject, weakrefs), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
 PyMethodDef KestObject_methods[] = {
     {"__dir__", &KestObject_dir, METH_NOARGS, "The host members of the value."},
     {"__copy__", &KestObject_copy, METH_NOARGS, "A copy made by the host's clone operation."},
@@ -538,6 +564,8 @@ void KestObject_dealloc(PyObject *self) {
   PyObject *type = nullptr, *error = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &error, &traceback);
   auto *object = reinterpret_cast<KestObject *>(self);
+  if (object->weakrefs)
+    PyObject_ClearWeakRefs(self);
   if (auto *value = std::exchange(object->value, nullptr)) {
     Py_DecRef(std::exchange(value->method_object, nullptr));
     delete value;
@@ -562,6 +590,7 @@ std::vector<PyType_Slot> commonSlots(bool callable, const char *doc) {
       {Py_tp_iter, reinterpret_cast<void *>(&KestObject_iter)},
       {Py_tp_iternext, reinterpret_cast<void *>(&KestObject_iternext)},
       {Py_tp_methods, KestObject_methods},
+      {Py_tp_members, KestObject_members},
       {Py_tp_doc, const_cast<char *>(doc)},
   };
   if (callable)

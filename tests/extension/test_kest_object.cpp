@@ -258,10 +258,11 @@ TEST(KestObject, TheTypeDocumentationIsTheClassDocumentation) {
 
 // --- layout --------------------------------------------------------------------------
 
-TEST(KestObject, AnInstanceIsAHeaderAndOnePointer) {
+TEST(KestObject, AnInstanceIsAHeaderAPointerAndItsWeakReferences) {
   ensurePythonReady();
   py::gil lock;
-  const auto expected = static_cast<long long>(sizeof(PyObject) + sizeof(void *));
+  // The value's pointer, and the list Python keeps of weak references to the object.
+  const auto expected = static_cast<long long>(sizeof(PyObject) + 2 * sizeof(void *));
   auto base_size = py::object::steal(PyObject_GetAttrString(reinterpret_cast<PyObject *>(kestObjectBaseType()), "__basicsize__"));
   ASSERT_TRUE(base_size);
   EXPECT_EQ(long_of(base_size.get()), expected);
