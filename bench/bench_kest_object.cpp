@@ -18,6 +18,7 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <string>
 #include <cstdint>
 #include <cstdlib>
 
@@ -82,6 +83,15 @@ struct loops {
       (void)host_numbers.append(kest::Integer(i));
     set("host_counter", toPython(host_counter));
     set("host_numbers", toPython(host_numbers));
+    // A host map of 1,000 entries and a host list of 1,000 ints, beside Python's own.
+    kest::HashMap host_map(kest::String::getType(), kest::Integer::getType());
+    kest::List host_thousand(kest::Integer::getType());
+    for (long i = 0; i < 1000; ++i) {
+      (void)host_map.setChecked(kest::String::fromUtf8("k" + std::to_string(i)), kest::Integer(i));
+      (void)host_thousand.append(kest::Integer(i));
+    }
+    set("host_map", toPython(host_map));
+    set("host_thousand", toPython(host_thousand));
     set("peer_counter", bench_peer::make_counter());
     set("peer_numbers", bench_peer::make_numbers(items));
     set("host_shape", toPython(host_shape()));
@@ -128,6 +138,17 @@ def iterate(seq):
     for x in seq:
         total += x
     return total
+def subscript(m, n):
+    for i in range(n):
+        m["k500"]
+def length(seq, n):
+    for i in range(n):
+        len(seq)
+def slice_all(seq, n):
+    for i in range(n):
+        seq[:]
+builtin_map = {f"k{i}": i for i in range(1000)}
+builtin_thousand = list(range(1000))
 )",
                                                  globals.get(), globals.get()));
     if (!code)
@@ -198,6 +219,12 @@ void ShapeSize_Nanobind(benchmark::State &s) { data().run(s, "read_size(nano_sha
 void Iterate1M_Host(benchmark::State &s) { data().run(s, "iterate(host_numbers)"); }
 void Iterate1M_Pybind11(benchmark::State &s) { data().run(s, "iterate(peer_numbers)"); }
 void Iterate1M_Builtin(benchmark::State &s) { data().run(s, "iterate(builtin_numbers)"); }
+void MapSubscript_Host(benchmark::State &s) { data().run(s, "subscript(host_map, 100000)"); }
+void MapSubscript_Builtin(benchmark::State &s) { data().run(s, "subscript(builtin_map, 100000)"); }
+void Len_Host(benchmark::State &s) { data().run(s, "length(host_thousand, 100000)"); }
+void Len_Builtin(benchmark::State &s) { data().run(s, "length(builtin_thousand, 100000)"); }
+void Slice1000_Host(benchmark::State &s) { data().run(s, "slice_all(host_thousand, 100)"); }
+void Slice1000_Builtin(benchmark::State &s) { data().run(s, "slice_all(builtin_thousand, 100)"); }
 
 BENCHMARK(EmptyLoop)->Unit(benchmark::kMillisecond);
 BENCHMARK(MethodCall_Host)->Unit(benchmark::kMillisecond);
@@ -220,4 +247,10 @@ BENCHMARK(ShapeSize_Nanobind)->Unit(benchmark::kMillisecond);
 BENCHMARK(Iterate1M_Host)->Unit(benchmark::kMillisecond);
 BENCHMARK(Iterate1M_Pybind11)->Unit(benchmark::kMillisecond);
 BENCHMARK(Iterate1M_Builtin)->Unit(benchmark::kMillisecond);
+BENCHMARK(MapSubscript_Host)->Unit(benchmark::kMillisecond);
+BENCHMARK(MapSubscript_Builtin)->Unit(benchmark::kMillisecond);
+BENCHMARK(Len_Host)->Unit(benchmark::kMillisecond);
+BENCHMARK(Len_Builtin)->Unit(benchmark::kMillisecond);
+BENCHMARK(Slice1000_Host)->Unit(benchmark::kMillisecond);
+BENCHMARK(Slice1000_Builtin)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();
