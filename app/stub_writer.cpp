@@ -745,9 +745,29 @@ std::vector<std::string> class_bases(const kest::Class_Generic &cls, const proto
 const char *type_variables =
     "_T = _typing.TypeVar(\"_T\")\n_K = _typing.TypeVar(\"_K\")\n_V = _typing.TypeVar(\"_V\")\n";
 
+/// The constructors that Python code calls on the host's container classes:
+/// kest.List(iterable), kest.HashSet(iterable), kest.HashMap(mapping or pairs, **kw).
+std::optional<std::string> container_constructor(const kest::Class_Generic &cls) {
+  if (cls.isSame(kest::List::getClass()) || cls.isSame(kest::HashSet::getClass()))
+    return "def __init__(self, iterable: _typing.Iterable[_T] = ..., /) -> None: ...\n";
+  if (cls.isSame(kest::HashMap::getClass()))
+    return "@_typing.overload\n"
+           "def __init__(self, /, **kwargs: _V) -> None: ...\n"
+           "@_typing.overload\n"
+           "def __init__(self, mapping: _typing.Mapping[_K, _V], /, **kwargs: _V) -> None: ...\n"
+           "@_typing.overload\n"
+           "def __init__(self, pairs: _typing.Iterable[tuple[_K, _V]], /, **kwargs: _V) -> None: ...\n";
+  return std::nullopt;
+}
+
 std::string class_text(const std::string &name, const kest::Class_Generic &cls, module_context &m) {
   if (cls.derivesFrom(kest::Error::getClass()))
     return error_class_text(name, cls, m);
+  // The host's plain values reach Python as Python's own (an Integer is an
+  // int), so their classes stand for those types: kest.List[kest.Integer] is
+  // a list of int to a checker as at run time.
+  if (auto python = value_type(cls); python && *python != "None")
+    return fmt::format("{} = {}\n", name, *python);
   const protocol *p = protocol_of(cls);
   bool adds_collection = false;
   std::vector<kest::Type> element_types;
@@ -766,6 +786,8 @@ std::string class_text(const std::string &name, const kest::Class_Generic &cls, 
                                   : fmt::format("_typing.{}[{}]", p->abc, item));
 
   class_body b;
+  if (auto constructor = container_constructor(cls))
+    b.add("__init__", *constructor);
   add_fields(b, cls, p, m);
   add_properties(b, cls, p, m);
   add_methods(b, cls, p, m);

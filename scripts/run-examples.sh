@@ -18,6 +18,7 @@ show "$sarvode" --show-class -e "{'a': 1}['a'] * 2.5"
 show "$sarvode" examples/tour.py first second
 show "$sarvode" examples/demo.py
 show "$sarvode" examples/python_objects.py
+show "$sarvode" examples/containers.py
 show "$sarvode" examples/logging_demo.py
 show "$sarvode" examples/project/main.py Ada
 show "$sarvode" examples/error.py

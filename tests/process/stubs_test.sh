@@ -95,6 +95,12 @@ try:
     kest.demo.fail("boom")
 except kest.demo.DemoError as error:
     print(error.kest)
+ints = kest.List[kest.Integer]([3, 1])
+ints.sort()
+first: int = ints[0]
+table = kest.HashMap({"a": 1}, b=2)
+colours = kest.HashSet(["red"]) | {"blue"}
+print(first, dict(table), palette.get("red", "#000000"), sorted(colours), table.keys())
 EOF
   mypy --strict good.py
   [[ $status == 0 ]] || fail "mypy rejected a correct script: $out"
@@ -104,6 +110,7 @@ import kest.demo
 kest.demo.greet(1, 2)
 kest.demo.Shape("circle", "big")
 kest.demo.numbers()
+kest.List[kest.Integer]([1]).append("x")
 EOF
   mypy bad.py
   echo "$out"
@@ -111,6 +118,8 @@ EOF
   [[ $out == *'bad.py:3: error: Argument 1 to "greet" has incompatible type "int"; expected "str"'* ]] || fail "greet(1, 2) not reported"
   [[ $out == *'bad.py:4: error: Argument 2 to "Shape" has incompatible type "str"; expected "float"'* ]] || fail "Shape(..., 'big') not reported"
   [[ $out == *'bad.py:5: error: Missing positional argument "n" in call to "numbers"'* ]] || fail "numbers() not reported"
+  [[ $out == *'bad.py:6: error: Argument 1 to "append" of "MutableSequence" has incompatible type "str"; expected "int"'* ]] ||
+    fail "a str appended to a List[kest.Integer] not reported"
   ;;
 mypy-over-examples)
   # The examples type-check with the stubs, with mypy's defaults.
