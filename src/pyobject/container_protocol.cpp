@@ -289,7 +289,10 @@ bool isContainerMethodName(container_shape shape, std::string_view name) {
 }
 
 void addContainerProtocol(PyTypeObject *type, const kest::Class_Generic &cls) {
-  const auto shape = containerShape(cls);
+  addContainerProtocol(type, containerShape(cls));
+}
+
+void addContainerProtocol(PyTypeObject *type, container_shape shape) {
   if (shape.kind == container_kind::none || !type)
     return;
   PyObject *install = protocol_function("install");

@@ -34,6 +34,8 @@ bool isContainerMethodName(container_shape shape, std::string_view name);
 /// The caller holds the interpreter lock; an error is cleared (the type
 /// works without the interface).
 void addContainerProtocol(PyTypeObject *type, const kest::Class_Generic &cls);
+/// The same for a type shared by anonymous containers of one shape.
+void addContainerProtocol(PyTypeObject *type, container_shape shape);
 
 /// `self[slice]`, `self[slice] = values` and `del self[slice]` (values null)
 /// on a host sequence. Null / -1 with a Python error on failure.

@@ -10,6 +10,7 @@
 
 #include <kest/kest.hpp>
 
+#include <array>
 #include <atomic>
 #include <list>
 #include <memory>
@@ -105,10 +106,26 @@ template <class Make> PyTypeObject *kept_type(std::atomic<PyTypeObject *> &slot,
   return slot.load(std::memory_order_acquire);
 }
 
+/// The shared types of anonymous containers, one per kind and mutability,
+/// each with its container interface.
+PyTypeObject *shared_container_type(container_shape shape, std::uint64_t flags) {
+  static std::array<std::atomic<PyTypeObject *>, 6> types{};
+  auto &slot = types[(static_cast<std::size_t>(shape.kind) - 1) * 2 + (shape.mutable_ ? 1 : 0)];
+  return kept_type(slot, [shape, flags] {
+    auto [table, mapping] = tables_for(flags);
+    PyTypeObject *made = make_type(">KestObject", base_doc, table, mapping, false, nullptr);
+    addContainerProtocol(made, shape);
+    return made;
+  });
+}
+
 /// The shared types of anonymous classes, each made once on first need.
-PyTypeObject *shared_type(std::uint64_t flags) {
+PyTypeObject *shared_type(const kest::Class_Generic &cls) {
+  const auto flags = cls ? cls.flags() : 0;
   if (flags & kest::class_flags::callable)
     return kestObjectBaseType();
+  if (const auto shape = containerShape(cls); shape.kind != container_kind::none)
+    return shared_container_type(shape, flags);
   const bool sequence = flags & kest::class_flags::sequence;
   const bool map = flags & kest::class_flags::map;
   auto make = [](sequence_table table, bool mapping) {
@@ -154,7 +171,7 @@ std::pair<PyTypeObject *, member_cache *> typeAndMembersForClassLocked(const kes
     }
   }
   if (!type && (!cls || !is_named(cls))) {
-    type = shared_type(cls ? cls.flags() : 0);
+    type = shared_type(cls);
     if (cls && type) {
       Py_IncRef(reinterpret_cast<PyObject *>(type)); // the cache's reference
       bool added = false;

@@ -254,6 +254,25 @@ TEST(Protocols, InPlaceAddCallsExtendWithoutIadd) {
   EXPECT_EQ(log->entries(), (std::vector<std::string>{"extend Integer:8"}));
 }
 
+TEST(Protocols, AnonymousContainerClassesAreRegisteredByKindAndMutability) {
+  // Classes without a module share their Python types; a container's type
+  // still has its kind's interface and abstract class.
+  ensurePythonReady();
+  py::gil lock;
+  auto mutable_map = declare_class({S("LooseMap"), B::base_entry(kest::I_MutableMap::getClass())});
+  auto reading_map = declare_class({S("LooseReadingMap"), B::base_entry(kest::I_Map::getClass())});
+  auto sequence = declare_class({S("LooseSequence"), B::base_entry(kest::I_MutableSequence::getClass())});
+  py_namespace ns;
+  ns.set("m", make_instance(mutable_map));
+  ns.set("r", make_instance(reading_map));
+  ns.set("s", make_instance(sequence));
+  ASSERT_TRUE(ns.run("import collections.abc as abc"));
+  EXPECT_TRUE(ns.truth("isinstance(m, abc.MutableMapping)"));
+  EXPECT_TRUE(ns.truth("isinstance(r, abc.Mapping) and not isinstance(r, abc.MutableMapping)"));
+  EXPECT_TRUE(ns.truth("isinstance(s, abc.MutableSequence)"));
+  EXPECT_TRUE(ns.truth("callable(m.items) and callable(s.index)"));
+}
+
 TEST(Protocols, InPlaceAddOnAHostListExtendsIt) {
   ensurePythonReady();
   py::gil lock;
