@@ -86,6 +86,21 @@ PyObject *host_call(PyObject *, PyObject *args) {
   });
 }
 
+/// `_host_has(obj, name)`: whether obj's value has a host method of that name.
+PyObject *host_has(PyObject *, PyObject *args) {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    PyObject *self = nullptr, *name = nullptr;
+    if (!PyArg_ParseTuple(args, "OU", &self, &name))
+      return nullptr;
+    const char *text = PyUnicode_AsUTF8AndSize(name, nullptr);
+    if (!text)
+      return nullptr;
+    const bool has = isKestObject(self) &&
+                     kest::method_of(kestObjectValue(self), kest::meta_method_untyped(text)).is<kest::I_Callable_Generic>();
+    return PyBool_FromLong(has ? 1 : 0);
+  });
+}
+
 PyObject *new_like(PyObject *, PyObject *object) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     if (!isKestObject(object)) {
@@ -177,6 +192,7 @@ PyMethodDef fills_definition{"_fills_from_arguments", &fills_from_arguments, MET
 PyMethodDef register_subclass_definition{"_register_subclass", &register_subclass, METH_O,
                                          "Makes a Python class derived from a host class's type known."};
 PyMethodDef host_call_definition{"_host_call", &host_call, METH_VARARGS, "Calls a host method by its host name."};
+PyMethodDef host_has_definition{"_host_has", &host_has, METH_VARARGS, "Whether a host method of that name exists."};
 PyMethodDef new_like_definition{"_new_like", &new_like, METH_O, "An empty host container like the given one."};
 
 /// The globals of the Python text, made once and kept for the process
@@ -193,7 +209,7 @@ PyObject *protocol_globals() {
   bool ready = globals && PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) == 0;
   auto name = py::object::steal(PyUnicode_FromString("kest"));
   ready = ready && name && PyDict_SetItemString(globals.get(), "__name__", name.get()) == 0;
-  for (PyMethodDef *definition : {&host_call_definition, &new_like_definition, &new_instance_definition,
+  for (PyMethodDef *definition : {&host_call_definition, &host_has_definition, &new_like_definition, &new_instance_definition,
                                   &fills_definition, &register_subclass_definition}) {
     auto function = py::object::steal(ready ? PyCFunction_New(definition, nullptr) : nullptr);
     ready = function && PyDict_SetItemString(globals.get(), definition->ml_name, function.get()) == 0;

@@ -13,7 +13,8 @@ import operator
 from _collections_abc import (Iterable, Mapping, MutableMapping, Sequence, MutableSequence, Set, MutableSet,
                               KeysView, ValuesView, ItemsView)
 
-# _host_call(obj, name, *args) and _new_like(obj) are put here by the extension.
+# _host_call(obj, name, *args), _host_has(obj, name), _new_like(obj) and the
+# construction primitives are put here by the extension.
 
 
 def _not_text(other):
@@ -117,7 +118,14 @@ class MutableSequenceMethods(SequenceMethods):
             index = max(0, index + size)
         elif index > size:
             index = size
-        _host_call(self, "appendAt", index, value)
+        if _host_has(self, "appendAt"):
+            _host_call(self, "appendAt", index, value)
+            return
+        # A sequence that only appends: append, then move the tail up by one.
+        _host_call(self, "append", value)
+        for position in range(size, index, -1):
+            self[position] = self[position - 1]
+        self[index] = value
 
     def append(self, value):
         _host_call(self, "append", value)

@@ -175,6 +175,15 @@ class Sequences(unittest.TestCase):
         with self.assertRaises(IndexError):
             host_list().pop()
 
+    def test_insert_into_a_sequence_that_only_appends(self):
+        # Drawing has no appendAt: insert appends and moves the tail.
+        drawing = Drawing()
+        for name in ("a", "c"):
+            drawing.append(Shape("circle", 1.0, name))
+        drawing.insert(1, Shape("square", 1.0, "b"))
+        drawing.insert(0, Shape("square", 1.0, "first"))
+        self.assertEqual([shape.name for shape in drawing], ["first", "a", "b", "c"])
+
     def test_extend_with_itself(self):
         n = host_list(1, 2)
         n.extend(n)
