@@ -420,6 +420,11 @@ PyObject *call_unbound_method(KestValue &self, PyObject *args, bool &done) {
   return call_in_slots(self, *target, args, self.arguments.get(), count);
 }
 
+PyObject *KestObject_descr_get(PyObject *self, PyObject *, PyObject *) {
+  Py_IncRef(self);
+  return self;
+}
+
 PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     auto *object = reinterpret_cast<KestObject *>(self)->value;
@@ -558,6 +563,14 @@ PyMethodDef KestObject_methods[] = {
 };
 } // namespace
 
+PyObject *kestObjectDoc(PyObject *self, bool &own) {
+  own = false;
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    PyObject *doc = special_attribute(kestObjectValue(self), "__doc__", own);
+    return own ? doc : nullptr;
+  });
+}
+
 void KestObject_dealloc(PyObject *self) {
   // Python deallocates with the interpreter lock held. Releasing the host value
   // may run host finalisers; a pending exception survives them.
@@ -593,8 +606,12 @@ std::vector<PyType_Slot> commonSlots(bool callable, const char *doc) {
       {Py_tp_members, KestObject_members},
       {Py_tp_doc, const_cast<char *>(doc)},
   };
-  if (callable)
+  if (callable) {
     slots.push_back({Py_tp_call, reinterpret_cast<void *>(&KestObject_call)});
+    // As a class attribute a host callable stays itself, as Python's built-in
+    // functions do; being a descriptor, inspect and help() take it for a routine.
+    slots.push_back({Py_tp_descr_get, reinterpret_cast<void *>(&KestObject_descr_get)});
+  }
   return slots;
 }
 

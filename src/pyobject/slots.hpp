@@ -21,6 +21,12 @@ std::vector<PyType_Slot> kestObjectSlots(sequence_table sequence, bool mapping, 
 /// The slots every KestObject type has (the call slot only when asked).
 std::vector<PyType_Slot> commonSlots(bool callable, const char *doc);
 
+/// The documentation of a KestObject's value of its own (a callable's, a
+/// class's, a module's, what I_HasDoc gives): `own` tells whether it has
+/// one; null with a Python error when reading it failed, null without one
+/// when it has none.
+PyObject *kestObjectDoc(PyObject *self, bool &own);
+
 /// The deallocation slot, shared by every KestObject type (it also tells them apart).
 void KestObject_dealloc(PyObject *self);
 

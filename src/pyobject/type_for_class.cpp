@@ -3,6 +3,7 @@
 #include "pyobject/type_for_class.hpp"
 
 #include "pyobject/container_protocol.hpp"
+#include "pyobject/doc_descriptor.hpp"
 #include "pyobject/kest_object.hpp"
 #include "pyobject/member_cache.hpp"
 #include "pyobject/slots.hpp"
@@ -57,6 +58,8 @@ PyTypeObject *make_type(const char *name, const char *doc, sequence_table sequen
   // held back while the type is made and the module is set afterwards.
   warnings_ignored quiet(PyExc_DeprecationWarning);
   auto *type = reinterpret_cast<PyTypeObject *>(PyType_FromSpecWithBases(&spec, bases));
+  if (type && callable)
+    addDocDescriptor(type, doc); // help() reads a host function's own text
   return type;
 }
 

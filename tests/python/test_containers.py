@@ -364,6 +364,19 @@ class WhatAnyObjectHas(unittest.TestCase):
         with self.assertRaises(TypeError):
             inspect.signature(kest.demo.greet).bind()
 
+    def test_help_shows_signature_and_documentation(self):
+        import pydoc
+
+        text = pydoc.render_doc(kest.demo.greet, renderer=pydoc.plaintext)
+        self.assertIn("greet(name: str, greeting: str = 'Hello') -> str", text)
+        self.assertIn("A greeting; greeting defaults to 'Hello'.", text)
+        self.assertIn("Shape(kind: str, size: float, name: str)", pydoc.render_doc(Shape, renderer=pydoc.plaintext))
+
+        class Holder:
+            greet = kest.demo.greet  # a host function stays itself as a class attribute
+
+        self.assertEqual(Holder().greet("Ada"), "Hello, Ada!")
+
     def test_weak_references(self):
         shape = Shape("circle", 1.0)
         ref = weakref.ref(shape)
