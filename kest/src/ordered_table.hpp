@@ -21,7 +21,15 @@ public:
   };
 
   static bool same_key(const Any &a, const Any &b) {
-    return a.isSame(b) || compare_objects(a, b).value() == 0;
+    if (a.isSame(b))
+      return true;
+    // Text and integer keys, the common ones, compare as themselves; every
+    // other pair (1 and 1.0 included) as the host compares values.
+    if (a.kind() == internal::ObjectType::String && b.kind() == internal::ObjectType::String)
+      return String::unsafeFrom(a).view() == String::unsafeFrom(b).view();
+    if (a.kind() == internal::ObjectType::Integer && b.kind() == internal::ObjectType::Integer)
+      return Integer::unsafeFrom(a).value() == Integer::unsafeFrom(b).value();
+    return compare_objects(a, b).value() == 0;
   }
 
   /// Index of the live entry with this key, or -1.

@@ -18,6 +18,7 @@
 #include <array>
 #include <atomic>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace sarvode {
@@ -112,6 +113,68 @@ PyObject *new_like(PyObject *, PyObject *object) {
 }
 
 container_kind container_class(const kest::Class_Generic &cls);
+
+// --- iterating the host's own lists ---------------------------------------------
+//
+// An iterator by index, as Python's list iterator: it sees what the loop body
+// appends, and ends at the list's end as it is when asked.
+
+struct ListIterator {
+  PyObject_HEAD
+  PyObject *list; // the KestObject of the list; null once the iteration ended
+  Py_ssize_t index;
+};
+
+PyObject *ListIterator_next(PyObject *self) {
+  auto *iterator = reinterpret_cast<ListIterator *>(self);
+  if (!iterator->list)
+    return nullptr;
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto list = kest::List::unsafeFrom(reinterpret_cast<KestObject *>(iterator->list)->value->value);
+    if (iterator->index < list.length()) {
+      auto item = result_unwrap_lazy(list.at(iterator->index));
+      if (!kest::Error::isInstance(item)) { // else shortened meanwhile: the end
+        ++iterator->index;
+        return toPythonLocked(item);
+      }
+    }
+    Py_DecRef(std::exchange(iterator->list, nullptr));
+    return nullptr; // the end, without an exception
+  });
+}
+
+PyObject *ListIterator_iter(PyObject *self) {
+  Py_IncRef(self);
+  return self;
+}
+
+void ListIterator_dealloc(PyObject *self) {
+  Py_DecRef(reinterpret_cast<ListIterator *>(self)->list);
+  PyTypeObject *type = Py_TYPE(self);
+  PyObject_Free(self);
+  Py_DecRef(reinterpret_cast<PyObject *>(type));
+}
+
+PyType_Slot ListIterator_slots[] = {
+    {Py_tp_dealloc, reinterpret_cast<void *>(&ListIterator_dealloc)},
+    {Py_tp_iter, reinterpret_cast<void *>(&ListIterator_iter)},
+    {Py_tp_iternext, reinterpret_cast<void *>(&ListIterator_next)},
+    {0, nullptr},
+};
+
+PyType_Spec ListIterator_spec{"kest.list_iterator", static_cast<int>(sizeof(ListIterator)), 0, Py_TPFLAGS_DEFAULT,
+                              ListIterator_slots};
+
+PyTypeObject *list_iterator_type() {
+  static std::atomic<PyObject *> type{nullptr}; // made once, kept for the process
+  if (PyObject *made = type.load(std::memory_order_acquire))
+    return reinterpret_cast<PyTypeObject *>(made);
+  PyObject *made = PyType_FromSpec(&ListIterator_spec);
+  PyObject *expected = nullptr;
+  if (made && !type.compare_exchange_strong(expected, made, std::memory_order_acq_rel))
+    Py_DecRef(made);
+  return reinterpret_cast<PyTypeObject *>(type.load(std::memory_order_acquire));
+}
 
 /// The host class of a host class's type or of a Python class derived from one.
 std::optional<kest::Class_Generic> host_class_of_type(PyObject *type) {
@@ -320,7 +383,33 @@ void addContainerProtocol(PyTypeObject *type, container_shape shape) {
     PyErr_Clear(); // the type keeps its slots without the interface
 }
 
+PyObject *iterateHostList(PyObject *self) {
+  PyTypeObject *type = list_iterator_type();
+  PyObject *made = type ? PyType_GenericAlloc(type, 0) : nullptr;
+  if (!made)
+    return nullptr;
+  Py_IncRef(self);
+  reinterpret_cast<ListIterator *>(made)->list = self;
+  reinterpret_cast<ListIterator *>(made)->index = 0;
+  return made;
+}
+
 PyObject *sequenceSlice(PyObject *self, PyObject *slice) {
+  const auto value = kestObjectValue(self);
+  if (kest::List::isInstance(value)) {
+    // The host's own list: the elements copied in one step, under its lock.
+    const auto list = kest::List::unsafeFrom(value);
+    const auto items = list.copyItems();
+    Py_ssize_t start = 0, stop = 0, step = 0;
+    if (PySlice_Unpack(slice, &start, &stop, &step) < 0)
+      return nullptr;
+    const auto count = PySlice_AdjustIndices(static_cast<Py_ssize_t>(items.size()), &start, &stop, step);
+    std::vector<kest::Any> part;
+    part.reserve(static_cast<std::size_t>(count));
+    for (Py_ssize_t i = 0, at = start; i < count; ++i, at += step)
+      part.push_back(items[static_cast<std::size_t>(at)]);
+    return guarded<PyObject *>(nullptr, [&] { return toPythonLocked(kest::List(list.elementType(), std::move(part))); });
+  }
   PyObject *get = protocol_function("get_slice");
   return get ? PyObject_CallFunctionObjArgs(get, self, slice, nullptr) : nullptr;
 }

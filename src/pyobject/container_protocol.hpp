@@ -37,6 +37,10 @@ void addContainerProtocol(PyTypeObject *type, const kest::Class_Generic &cls);
 /// The same for a type shared by anonymous containers of one shape.
 void addContainerProtocol(PyTypeObject *type, container_shape shape);
 
+/// An iterator over a KestObject that holds a host List (kest::List): by
+/// index, as Python's list iterator, without a host iterator per loop.
+PyObject *iterateHostList(PyObject *self);
+
 /// `self[slice]`, `self[slice] = values` and `del self[slice]` (values null)
 /// on a host sequence. Null / -1 with a Python error on failure.
 PyObject *sequenceSlice(PyObject *self, PyObject *slice);

@@ -452,6 +452,8 @@ PyObject *KestObject_call(PyObject *self, PyObject *args, PyObject *kwargs) {
 PyObject *KestObject_iter(PyObject *self) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
+    if (kest::List::isInstance(value))
+      return iterateHostList(self);
     if (kest::I_Iterable::isInstance(value))
       return toPythonLocked(result_unwrap_lazy(kest::I_Iterable::unsafeFrom(value).iter()));
     if (kest::I_Iterator::isInstance(value)) {

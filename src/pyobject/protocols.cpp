@@ -172,7 +172,14 @@ Py_ssize_t sq_length(PyObject *self) {
       PyErr_SetString(PyExc_TypeError, "Object is not a Kest sequence.");
       return -1;
     }
-    const auto value = kestObjectValue(self);
+    const auto &value = reinterpret_cast<KestObject *>(self)->value->value;
+    // The host's own containers know their length without a property lookup.
+    if (kest::List::isInstance(value))
+      return static_cast<Py_ssize_t>(kest::List::unsafeFrom(value).length());
+    if (kest::HashMap::isInstance(value))
+      return static_cast<Py_ssize_t>(kest::HashMap::unsafeFrom(value).length());
+    if (kest::HashSet::isInstance(value))
+      return static_cast<Py_ssize_t>(kest::HashSet::unsafeFrom(value).length());
     auto length = result_unwrap_lazy(value.propertyValue(kest::meta_property_untyped("$$__len__")));
     if (kest::Integer::isInstance(length))
       return static_cast<Py_ssize_t>(kest::Integer::unsafeFrom(length).value());
@@ -197,6 +204,19 @@ kest::Any call_method(const kest::Any &value, const char *name, std::initializer
 PyObject *sq_item(PyObject *self, Py_ssize_t index) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     const auto value = kestObjectValue(self);
+    if (kest::List::isInstance(value)) { // the host's own list: one read under its lock
+      const auto list = kest::List::unsafeFrom(value);
+      if (index < 0 || index >= list.length()) {
+        PyErr_SetString(PyExc_IndexError, "Kest sequence index out of range.");
+        return nullptr;
+      }
+      auto item = result_unwrap_lazy(list.at(index));
+      if (kest::Error::isInstance(item)) { // shortened meanwhile by another thread
+        PyErr_SetString(PyExc_IndexError, "Kest sequence index out of range.");
+        return nullptr;
+      }
+      return toPythonLocked(item);
+    }
     auto length = result_unwrap_lazy(value.propertyValue(kest::meta_property_untyped("$$__len__")));
     if (kest::Integer::isInstance(length) && (index < 0 || index >= kest::Integer::unsafeFrom(length).value())) {
       PyErr_SetString(PyExc_IndexError, "Kest sequence index out of range.");
@@ -254,8 +274,29 @@ int sq_contains(PyObject *self, PyObject *item) {
 
 // --- mapping table --------------------------------------------------------------------
 
+/// `map[key]` on the host's own HashMap: one lookup, text and int keys without
+/// the general immutability check (they are immutable).
+PyObject *hash_map_item(const kest::HashMap &map, PyObject *key) {
+  const auto host_key = fromPython(key);
+  const auto kind = host_key.kind();
+  if (kind != kest::internal::ObjectType::String && kind != kest::internal::ObjectType::Integer &&
+      !kest::I_Immutable::isInstance(host_key) && !kest::is_none(host_key)) {
+    PyErr_Format(PyExc_TypeError, "A map key must be immutable, not '%s'.", classDisplay(host_key).c_str());
+    return nullptr;
+  }
+  auto found = map.find(host_key);
+  if (!found && !map.contains(host_key)) { // empty is also what a stored None reads as
+    PyErr_SetObject(PyExc_KeyError, key);
+    return nullptr;
+  }
+  return toPythonLocked(found);
+}
+
 PyObject *mp_subscript(PyObject *self, PyObject *key) {
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
+    const auto &held = reinterpret_cast<KestObject *>(self)->value;
+    if (held && held->value.kind() == kest::internal::ObjectType::HashMap)
+      return hash_map_item(kest::HashMap::unsafeFrom(held->value), key);
     const auto value = kestObjectValue(self);
     if (kest::Class_Generic::isInstance(value)) { // kest.List[kest.Integer]
       bool handled = false;
