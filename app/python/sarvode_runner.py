@@ -282,12 +282,12 @@ def _compiled(source, filename):
 def _runpy_main(name, alter_argv):
     """runpy's entry for -m and for a folder or archive, which python3 calls
     from C: the host calls it with no frame of the runner beneath."""
-    import functools
     import runpy
 
     _main_module()
-    # Positional: a partial with keywords would add a level of recursion.
-    return functools.partial(runpy._run_module_as_main, name, alter_argv)
+    # Called by the host with these arguments (not through functools, which
+    # python3 -m does not import).
+    return (runpy._run_module_as_main, (name, alter_argv))
 
 
 def run_file(path, args):

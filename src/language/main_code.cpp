@@ -34,8 +34,17 @@ int is_code(PyObject *target) {
   return reinterpret_cast<PyObject *>(Py_TYPE(target)) == code_type ? 1 : 0;
 }
 
+/// A staged call with arguments: (callable, tuple of arguments). It is made
+/// from C, so no frame of the stager's lies beneath the callable's.
+bool is_call_with_arguments(PyObject *target) {
+  return PyTuple_Check(target) && PyTuple_Size(target) == 2 && PyCallable_Check(PyTuple_GetItem(target, 0)) &&
+         PyTuple_Check(PyTuple_GetItem(target, 1));
+}
+
 /// The outcome of the staged target: null with the exception pending when it raised.
 py::object run_target(PyObject *target, bool code) {
+  if (!code && is_call_with_arguments(target))
+    return py::object::steal(PyObject_Call(PyTuple_GetItem(target, 0), PyTuple_GetItem(target, 1), nullptr));
   if (!code)
     return py::object::steal(PyObject_CallNoArgs(target));
   PyObject *main = PyImport_AddModule("__main__"); // borrowed
@@ -57,8 +66,9 @@ kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
   const int code = is_code(target.get());
   if (code < 0)
     return errorFromPython(0, 0);
-  if (!code && !PyCallable_Check(target.get()))
-    return kest::Error(kest::String::fromUtf8(holder_name + ".main_target is neither code nor callable"));
+  if (!code && !PyCallable_Check(target.get()) && !is_call_with_arguments(target.get()))
+    return kest::Error(kest::String::fromUtf8(holder_name +
+                                              ".main_target is neither code, nor a callable, nor (callable, arguments)"));
   if (PyObject_SetAttrString(holder.get(), "main_target", Py_None) < 0)
     return errorFromPython(0, 0);
   py::object error;

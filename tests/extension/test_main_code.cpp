@@ -43,8 +43,14 @@ TEST(MainCode, NothingStagedIsAnError) {
 TEST(MainCode, SomethingNeitherCodeNorCallableIsRefusedAndKept) {
   stage("42");
   EXPECT_EQ(message_of(runStagedMain(kest::String(u"main_code_holder"), false)),
-            "main_code_holder.main_target is neither code nor callable");
+            "main_code_holder.main_target is neither code, nor a callable, nor (callable, arguments)");
   EXPECT_EQ(integer_of(holder_says("int(holder.main_target == 42 and holder.main_error == 'unset')")), 1);
+}
+
+TEST(MainCode, ACallableWithItsArgumentsIsCalledWithThem) {
+  stage("(lambda a, b: setattr(sys.modules['main_code_holder'], 'called_with', (a, b)), (1, 'two'))");
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
+  EXPECT_EQ(integer_of(holder_says("int(holder.called_with == (1, 'two') and holder.main_error is None)")), 1);
 }
 
 TEST(MainCode, AMissingHolderIsAnErrorWithNothingPending) {
