@@ -2,6 +2,8 @@
 // Internal helpers for the library's own classes and typed handles.
 
 #include <kest/class.hpp>
+
+#include <string_view>
 #include <kest/computed.hpp>
 #include <kest/instance.hpp>
 #include <kest/none.hpp>
@@ -73,6 +75,10 @@ inline const native_protocol *native_protocol_of(const Any &a) noexcept {
 inline Error wrong_class(const char *expected, const Any &value) {
   return result_error_cast_source(String::fromUtf8(expected), value);
 }
+
+/// The text of a String value without making a handle (no reference count
+/// traffic), for hashing and comparing keys; empty for another kind.
+std::u16string_view text_of(const Any &a) noexcept;
 
 } // namespace kest::internal
 

@@ -270,6 +270,8 @@ std::int64_t combine(std::int64_t seed, std::int64_t h) {
 } // namespace
 
 std::int64_t hash_of(const Any &value) {
+  if (value.kind() == ObjectType::String) // the common key, without a handle copy
+    return static_cast<std::int64_t>(std::hash<std::u16string_view>()(internal::text_of(value)));
   const Any v = unwrap(value);
   switch (v.kind()) {
   case ObjectType::None:

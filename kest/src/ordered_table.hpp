@@ -3,6 +3,8 @@
 // Keys are hashed with `hash_of` and compared with the host comparison; the
 // hash is computed by the caller, outside the container's lock.
 
+#include "builtin.hpp"
+
 #include <kest/reflection.hpp>
 
 #include <cstdint>
@@ -26,7 +28,7 @@ public:
     // Text and integer keys, the common ones, compare as themselves; every
     // other pair (1 and 1.0 included) as the host compares values.
     if (a.kind() == internal::ObjectType::String && b.kind() == internal::ObjectType::String)
-      return String::unsafeFrom(a).view() == String::unsafeFrom(b).view();
+      return internal::text_of(a) == internal::text_of(b);
     if (a.kind() == internal::ObjectType::Integer && b.kind() == internal::ObjectType::Integer)
       return Integer::unsafeFrom(a).value() == Integer::unsafeFrom(b).value();
     return compare_objects(a, b).value() == 0;

@@ -241,4 +241,11 @@ string_builder &string_builder::append(std::int64_t number) {
   return *this;
 }
 
+namespace internal {
+std::u16string_view text_of(const Any &a) noexcept {
+  auto *s = str(a);
+  return s ? std::u16string_view(s->text) : std::u16string_view();
+}
+} // namespace internal
+
 } // namespace kest
