@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -121,7 +122,7 @@ container_kind container_class(const kest::Class_Generic &cls);
 
 struct ListIterator {
   PyObject_HEAD
-  PyObject *list; // the KestObject of the list; null once the iteration ended
+  kest::List *list; // owned; null once the iteration ended
   Py_ssize_t index;
 };
 
@@ -130,15 +131,13 @@ PyObject *ListIterator_next(PyObject *self) {
   if (!iterator->list)
     return nullptr;
   return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
-    const auto list = kest::List::unsafeFrom(reinterpret_cast<KestObject *>(iterator->list)->value->value);
-    if (iterator->index < list.length()) {
-      auto item = result_unwrap_lazy(list.at(iterator->index));
-      if (!kest::Error::isInstance(item)) { // else shortened meanwhile: the end
-        ++iterator->index;
-        return toPythonLocked(item);
-      }
+    // One read under the list's lock: past the end (now) is the end.
+    auto item = iterator->list->at(iterator->index);
+    if (!item.isError()) {
+      ++iterator->index;
+      return toPythonLocked(item); // a Result that is no error is the value itself
     }
-    Py_DecRef(std::exchange(iterator->list, nullptr));
+    delete std::exchange(iterator->list, nullptr);
     return nullptr; // the end, without an exception
   });
 }
@@ -149,7 +148,7 @@ PyObject *ListIterator_iter(PyObject *self) {
 }
 
 void ListIterator_dealloc(PyObject *self) {
-  Py_DecRef(reinterpret_cast<ListIterator *>(self)->list);
+  delete reinterpret_cast<ListIterator *>(self)->list;
   PyTypeObject *type = Py_TYPE(self);
   PyObject_Free(self);
   Py_DecRef(reinterpret_cast<PyObject *>(type));
@@ -388,8 +387,12 @@ PyObject *iterateHostList(PyObject *self) {
   PyObject *made = type ? PyType_GenericAlloc(type, 0) : nullptr;
   if (!made)
     return nullptr;
-  Py_IncRef(self);
-  reinterpret_cast<ListIterator *>(made)->list = self;
+  auto *list = new (std::nothrow) kest::List(kest::List::unsafeFrom(kestObjectValue(self)));
+  if (!list) {
+    Py_DecRef(made);
+    return PyErr_NoMemory();
+  }
+  reinterpret_cast<ListIterator *>(made)->list = list;
   reinterpret_cast<ListIterator *>(made)->index = 0;
   return made;
 }
