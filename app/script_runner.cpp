@@ -25,7 +25,8 @@ if '_sarvode_runner' not in sys.modules:
         exec(compile(text, module.__file__, 'exec'), module.__dict__)
         return module
     (sarvode_first, sarvode_text), *sarvode_later = sarvode_modules
-    sarvode_make(sarvode_first, sarvode_text)._sources = dict(sarvode_later)
+    sarvode_runner = sarvode_make(sarvode_first, sarvode_text)
+    sarvode_runner._sources, sarvode_runner._make_module = dict(sarvode_later), sarvode_make
 runner = sys.modules['_sarvode_runner']
 host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
 return )";

@@ -16,6 +16,7 @@ import sys
 
 INTERRUPTED = -int(_signal.SIGINT)
 _sources = {}  # the text of sarvode's other modules, by name; the host fills it
+_make_module = None  # the host's maker of those modules; the host sets it
 # The host compiles each of its Python modules under a name of this form.
 RUNNER_FILE_PREFIX = "<sarvode "
 
@@ -238,16 +239,11 @@ def after_main():
 
 
 def _own_module(name):
-    """One of sarvode's other modules (the console), made on first use from
-    the text that the host handed over (_sources), so that a script run does
-    not import what it imports."""
+    """One of sarvode's other modules (the console), made on first use, by the
+    host's maker (_make_module), from the text the host handed over
+    (_sources), so that a script run does not import what it imports."""
     module = sys.modules.get(name)
-    if module is None:
-        module = type(sys)(name)
-        module.__file__ = "<sarvode " + name + ">"
-        sys.modules[name] = module
-        exec(compile(_sources[name], module.__file__, "exec"), module.__dict__)
-    return module
+    return module if module is not None else _make_module(name, _sources[name])
 
 
 def _console_after_script(history, host_names):

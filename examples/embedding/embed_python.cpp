@@ -6,11 +6,13 @@
 // Usage: embed_python PATH/TO/sarvode_python.so
 // Exits 0 when every step gave what it should; prints each step.
 
+#include <kest/deferred_modules.hpp>
 #include <kest/kest.hpp>
 
 #include <dlfcn.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -67,6 +69,16 @@ int main(int argc, char **argv) {
   struct sigaction sigint_after {};
   (void)sigaction(SIGINT, nullptr, &sigint_after);
   check(sigint_after.sa_handler == sigint_before.sa_handler, "the host's SIGINT disposition is its own after start-up");
+  // The host modules under "python" are made on first lookup, not at start-up.
+  auto listed = [](const char16_t *name) {
+    auto all = kest::modules();
+    return std::any_of(all.begin(), all.end(), [&](const kest::Module &m) { return m.name() == kest::String(name); });
+  };
+  const bool made_at_start = listed(u"python.datetime");
+  const bool made_on_lookup = kest::find_module(kest::String(u"python.datetime")).is<kest::Module>();
+  kest::load_deferred_modules(); // a complete listing of the module table
+  check(!made_at_start && made_on_lookup && listed(u"python.typing"),
+        "python.datetime is made on first lookup; load_deferred_modules makes the rest");
   auto python = kest::find_language(kest::internal::language_name_python()).as<kest::I_Language>();
 
   // 3. Statements with a scope: locals in, out-locals back, `return` gives the result.

@@ -165,8 +165,9 @@ kest::Any fromPython(PyObject *object) {
     return kest::ByteArray(PyByteArray_AsString(object), static_cast<std::size_t>(PyByteArray_Size(object)));
   if (PyBytes_Check(object))
     return kest::ByteArray(PyBytes_AsString(object), static_cast<std::size_t>(PyBytes_Size(object)));
-  // 7. Decimals through their text, so that every digit is kept.
-  if (is_instance_of(object, python_classes::decimal_if_imported())) {
+  // 7. Decimals through their text, so that every digit is kept (a float is
+  // never one: it goes on without the test).
+  if (!PyFloat_Check(object) && is_instance_of(object, python_classes::decimal_if_imported())) {
     auto text = py::object::steal(PyObject_Str(object));
     if (!text || !PyUnicode_Check(text.get()))
       return error_or(u"Unable to convert Python decimal to string.");
@@ -204,12 +205,15 @@ kest::Any fromPython(PyObject *object) {
   if (PyUnicode_Check(object))
     return text_of(object); // a str that has no UTF-8 form gives the empty String
   // 14. Dates and times; datetime before date, since every datetime is a date.
-  if (is_instance_of(object, python_classes::datetime_if_imported()))
-    return kest::DateTime(date_of(object), time_of(object));
-  if (is_instance_of(object, python_classes::time_if_imported()))
-    return time_of(object);
-  if (is_instance_of(object, python_classes::date_if_imported()))
-    return date_of(object);
+  // All three classes come from one module: without it, none is asked for.
+  if (PyObject *datetime = python_classes::datetime_if_imported()) {
+    if (is_instance_of(object, datetime))
+      return kest::DateTime(date_of(object), time_of(object));
+    if (is_instance_of(object, python_classes::time_if_imported()))
+      return time_of(object);
+    if (is_instance_of(object, python_classes::date_if_imported()))
+      return date_of(object);
+  }
   // 16-17. Containers and every other object stay in Python, behind a wrapper.
   return wrap(object);
 }

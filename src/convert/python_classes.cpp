@@ -20,7 +20,8 @@ public:
 
   /// The value when its module (or its C accelerator, which defines the same
   /// class) was imported already; null when not, without importing it: no
-  /// object can be an instance of a class that was never made.
+  /// object can be an instance of a class that was never made. The caller
+  /// holds the interpreter lock.
   PyObject *get_if_imported() {
     if (m_done.load(std::memory_order_acquire))
       return m_value.load(std::memory_order_acquire);
@@ -46,7 +47,6 @@ private:
   // Conversions of floats and of other objects ask this until the module is
   // imported: the names are kept as interned strings, whose hashes are kept.
   bool imported() {
-    py::gil lock;
     PyObject *modules = PyImport_GetModuleDict(); // borrowed
     if (!modules)
       return false;

@@ -11,7 +11,8 @@ PyObject *time();      ///< datetime.time
 PyObject *datetime();  ///< datetime.datetime
 PyObject *decimal();   ///< decimal.Decimal
 /// The same classes, but null while their module was never imported (then no
-/// object is their instance): tests of a value's class import nothing.
+/// object is their instance): tests of a value's class import nothing. The
+/// caller holds the interpreter lock.
 PyObject *date_if_imported();
 PyObject *time_if_imported();
 PyObject *datetime_if_imported();

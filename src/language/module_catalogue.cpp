@@ -93,11 +93,18 @@ bool make_standard_modules() {
   }
   m.running = true;
   guard.unlock();
+  // Whatever happens in between, the waiters are let go at the end (done,
+  // even when an entry could not be made: it is left out).
+  struct finish {
+    standard_maker &m;
+    ~finish() {
+      std::lock_guard relock(m.lock);
+      m.running = false;
+      m.done = true;
+      m.finished.notify_all();
+    }
+  } finished{m};
   add_standard_modules();
-  guard.lock();
-  m.running = false;
-  m.done = true;
-  m.finished.notify_all();
   return true;
 }
 } // namespace

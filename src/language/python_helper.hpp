@@ -4,6 +4,7 @@
 #include "runtime/python.hpp"
 
 #include <atomic>
+#include <initializer_list>
 
 namespace sarvode {
 
@@ -14,5 +15,12 @@ namespace sarvode {
 /// thread waiting on a guard while holding the lock would deadlock; two first
 /// uses may both compile, and the first result stays. The caller holds the lock.
 PyObject *pythonHelper(std::atomic<PyObject *> &kept, const char *source, const char *name);
+
+/// The same for a helper of several functions: the globals that running
+/// `source` once leaves, with the extension's C `functions` defined in them
+/// first (so that the Python text can call them); `file` names the text in
+/// tracebacks. Borrowed; null, with the error cleared, when they cannot be made.
+PyObject *pythonHelperGlobals(std::atomic<PyObject *> &kept, const char *source, const char *file,
+                              std::initializer_list<PyMethodDef *> functions);
 
 } // namespace sarvode

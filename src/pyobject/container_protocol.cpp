@@ -10,7 +10,7 @@
 #include "pyobject/kest_object.hpp"
 #include "pyobject/slots.hpp"
 #include "pyobject/type_for_class.hpp"
-#include "runtime/sandbox.hpp"
+#include "language/python_helper.hpp"
 
 #include <kest/kest.hpp>
 
@@ -165,14 +165,8 @@ PyType_Spec ListIterator_spec{"kest.list_iterator", static_cast<int>(sizeof(List
                               ListIterator_slots};
 
 PyTypeObject *list_iterator_type() {
-  static std::atomic<PyObject *> type{nullptr}; // made once, kept for the process
-  if (PyObject *made = type.load(std::memory_order_acquire))
-    return reinterpret_cast<PyTypeObject *>(made);
-  PyObject *made = PyType_FromSpec(&ListIterator_spec);
-  PyObject *expected = nullptr;
-  if (made && !type.compare_exchange_strong(expected, made, std::memory_order_acq_rel))
-    Py_DecRef(made);
-  return reinterpret_cast<PyTypeObject *>(type.load(std::memory_order_acquire));
+  static PyTypeObject *type = nullptr; // guarded by the interpreter lock
+  return py::type_from_spec(ListIterator_spec, type);
 }
 
 /// The host class of a host class's type or of a Python class derived from one.
@@ -233,9 +227,23 @@ PyObject *fills_from_arguments(PyObject *, PyObject *object) {
   });
 }
 
+/// `_host_id(obj)`: the identity of obj's host value. Every crossing into
+/// Python makes a new wrapper, so `id()` cannot tell that a container holds itself.
+PyObject *host_id(PyObject *, PyObject *object) {
+  if (!isKestObject(object)) {
+    PyErr_SetString(PyExc_TypeError, "_host_id(obj) needs a host object");
+    return nullptr;
+  }
+  return PyLong_FromLongLong(static_cast<long long>(kest::object_id(kestObjectValue(object))));
+}
+
 PyObject *register_subclass(PyObject *, PyObject *type) {
-  if (!PyType_Check(type)) {
-    PyErr_SetString(PyExc_TypeError, "_register_subclass(cls) needs a class");
+  // Only a class with the KestObject layout: any other would be read as one.
+  PyTypeObject *base = kestObjectBaseType();
+  if (!base)
+    return nullptr;
+  if (!PyType_Check(type) || !PyType_IsSubtype(reinterpret_cast<PyTypeObject *>(type), base)) {
+    PyErr_SetString(PyExc_TypeError, "_register_subclass(cls) needs a class derived from a host class's type");
     return nullptr;
   }
   registerKestSubclass(reinterpret_cast<PyTypeObject *>(type));
@@ -251,6 +259,7 @@ PyMethodDef mro_entries_definition{"__mro_entries__", &mro_entries, METH_O,
 PyMethodDef new_instance_definition{"_new_instance", &new_instance, METH_VARARGS, "A new instance of a host class's type."};
 PyMethodDef fills_definition{"_fills_from_arguments", &fills_from_arguments, METH_O,
                              "Whether __init__ fills the container from its arguments."};
+PyMethodDef host_id_definition{"_host_id", &host_id, METH_O, "The identity of a host object's value."};
 PyMethodDef register_subclass_definition{"_register_subclass", &register_subclass, METH_O,
                                          "Makes a Python class derived from a host class's type known."};
 PyMethodDef host_call_definition{"_host_call", &host_call, METH_VARARGS, "Calls a host method by its host name."};
@@ -258,32 +267,12 @@ PyMethodDef host_has_definition{"_host_has", &host_has, METH_VARARGS, "Whether a
 PyMethodDef new_like_definition{"_new_like", &new_like, METH_O, "An empty host container like the given one."};
 
 /// The globals of the Python text, made once and kept for the process
-/// (borrowed); null with the error cleared when they cannot be made. Two first
-/// uses may both make them (making runs Python, which may switch threads); the
-/// first stays.
+/// (borrowed); null with the error cleared when they cannot be made.
 PyObject *protocol_globals() {
   static std::atomic<PyObject *> kept{nullptr};
-  if (PyObject *globals = kept.load(std::memory_order_acquire))
-    return globals;
-  SandboxPause host_work; // the extension's own code, made inside a sandboxed call as outside
-  auto code = py::object::steal(Py_CompileString(containerProtocolSource, "<sarvode containers>", Py_file_input));
-  auto globals = py::object::steal(code ? PyDict_New() : nullptr);
-  bool ready = globals && PyDict_SetItemString(globals.get(), "__builtins__", PyEval_GetBuiltins()) == 0;
-  auto name = py::object::steal(PyUnicode_FromString("kest"));
-  ready = ready && name && PyDict_SetItemString(globals.get(), "__name__", name.get()) == 0;
-  for (PyMethodDef *definition : {&host_call_definition, &host_has_definition, &new_like_definition, &new_instance_definition,
-                                  &fills_definition, &register_subclass_definition}) {
-    auto function = py::object::steal(ready ? PyCFunction_New(definition, nullptr) : nullptr);
-    ready = function && PyDict_SetItemString(globals.get(), definition->ml_name, function.get()) == 0;
-  }
-  if (!ready || !py::object::steal(PyEval_EvalCode(code.get(), globals.get(), globals.get()))) {
-    PyErr_Clear();
-    return nullptr;
-  }
-  PyObject *expected = nullptr;
-  if (kept.compare_exchange_strong(expected, globals.get(), std::memory_order_acq_rel))
-    (void)globals.release(); // kept for the process
-  return kept.load(std::memory_order_acquire);
+  return pythonHelperGlobals(kept, containerProtocolSource, "<sarvode containers>",
+                             {&host_call_definition, &host_has_definition, &new_like_definition,
+                              &new_instance_definition, &fills_definition, &register_subclass_definition, &host_id_definition});
 }
 
 /// The function `name` of the Python text (borrowed); null with a Python error.

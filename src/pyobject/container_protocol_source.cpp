@@ -9,12 +9,15 @@
 namespace sarvode {
 
 const char *const containerProtocolSource = R"py(
+__name__ = "kest"  # the module its classes and functions show
+
 import operator
+from _thread import get_ident
 from _collections_abc import (Iterable, Mapping, MutableMapping, Sequence, MutableSequence, Set, MutableSet,
                               KeysView, ValuesView, ItemsView)
 
-# _host_call(obj, name, *args), _host_has(obj, name), _new_like(obj) and the
-# construction primitives are put here by the extension.
+# _host_call(obj, name, *args), _host_has(obj, name), _host_id(obj), _new_like(obj)
+# and the construction primitives are put here by the extension.
 
 
 def _not_text(other):
@@ -271,14 +274,25 @@ def install(cls, kind, mutable):
     abstract.register(cls)
 
 
+_in_repr = set()  # (host value id, thread) pairs whose text is being made
+
+
 def repr_of(self):
     """The text Python gives its own containers, for a host container that has
-    no Python text of its own."""
-    if isinstance(self, Mapping):
-        return "{" + ", ".join(f"{key!r}: {value!r}" for key, value in self.items()) + "}"
-    if isinstance(self, Set):
-        return "{" + ", ".join(map(repr, self)) + "}" if len(self) else "kest.HashSet()"
-    return "[" + ", ".join(map(repr, self)) + "]"
+    no Python text of its own; one that holds itself shows as [...] or {...}."""
+    mapping, a_set = isinstance(self, Mapping), isinstance(self, Set)
+    key = (_host_id(self), get_ident())
+    if key in _in_repr:
+        return "{...}" if mapping or a_set else "[...]"
+    _in_repr.add(key)
+    try:
+        if mapping:
+            return "{" + ", ".join(f"{key!r}: {value!r}" for key, value in self.items()) + "}"
+        if a_set:
+            return "{" + ", ".join(map(repr, self)) + "}" if len(self) else "kest.HashSet()"
+        return "[" + ", ".join(map(repr, self)) + "]"
+    finally:
+        _in_repr.discard(key)
 
 
 def get_slice(self, where):

@@ -5,8 +5,6 @@
 #include "pyobject/kest_object.hpp"
 #include "pyobject/slots.hpp"
 
-#include <atomic>
-
 namespace sarvode {
 
 namespace {
@@ -51,14 +49,8 @@ PyType_Spec DocDescriptor_spec{"kest.doc_descriptor", static_cast<int>(sizeof(Do
                                DocDescriptor_slots};
 
 PyTypeObject *descriptor_type() {
-  static std::atomic<PyObject *> type{nullptr}; // made once, kept for the process
-  if (PyObject *made = type.load(std::memory_order_acquire))
-    return reinterpret_cast<PyTypeObject *>(made);
-  PyObject *made = PyType_FromSpec(&DocDescriptor_spec);
-  PyObject *expected = nullptr;
-  if (made && !type.compare_exchange_strong(expected, made, std::memory_order_acq_rel))
-    Py_DecRef(made);
-  return reinterpret_cast<PyTypeObject *>(type.load(std::memory_order_acquire));
+  static PyTypeObject *type = nullptr; // guarded by the interpreter lock
+  return py::type_from_spec(DocDescriptor_spec, type);
 }
 } // namespace
 

@@ -216,16 +216,9 @@ PyType_Slot PropertyDescriptor_slots[] = {
 PyType_Spec PropertyDescriptor_spec{"kest.property_descriptor", static_cast<int>(sizeof(MemberDescriptor)), 0,
                                     Py_TPFLAGS_DEFAULT, PropertyDescriptor_slots};
 
-/// The type made from `spec` on first use (under the interpreter lock), never freed.
-PyTypeObject *type_from(PyType_Spec &spec, PyTypeObject *&cache) {
-  if (!cache)
-    cache = reinterpret_cast<PyTypeObject *>(PyType_FromSpec(&spec));
-  return cache;
-}
-
 PyObject *new_descriptor(PyType_Spec &spec, PyTypeObject *&cache, const kest::Class_Generic &cls,
                          const kest::Any &member, std::string_view name) {
-  PyTypeObject *type = type_from(spec, cache);
+  PyTypeObject *type = py::type_from_spec(spec, cache);
   if (!type)
     return nullptr;
   auto text = py::object::steal(PyUnicode_FromStringAndSize(name.data(), static_cast<Py_ssize_t>(name.size())));

@@ -48,9 +48,11 @@ PyObject *callWithPythonArguments(const kest::I_Callable_Generic &callable, PyOb
 }
 
 void setRuntimeError(const kest::Any &error) {
-  const auto message = kest::Error::isInstance(error) ? kest::Error::unsafeFrom(error).message().toUtf8()
-                                                       : kest::display(error).toUtf8();
-  PyErr_SetString(PyExc_RuntimeError, message.c_str());
+  if (kest::Error::isInstance(error)) {
+    raiseHostError(error); // its own exception class (a RuntimeError), with the host error as `kest`
+    return;
+  }
+  PyErr_SetString(PyExc_RuntimeError, kest::display(error).toUtf8().c_str());
 }
 
 namespace {

@@ -51,7 +51,8 @@ std::string classDisplay(const kest::Any &value);
 PyObject *callWithPythonArguments(const kest::I_Callable_Generic &callable, PyObject *args, PyObject *kwargs,
                                   Py_ssize_t first);
 
-/// Sets RuntimeError with the message of a host error.
+/// Raises a host error as the exception of its class (RuntimeError or one
+/// derived from it, carrying the error as `kest`); any other value's text as RuntimeError.
 void setRuntimeError(const kest::Any &error);
 
 } // namespace sarvode

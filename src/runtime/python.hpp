@@ -75,6 +75,15 @@ private:
   PyObject *m_ptr = nullptr;
 };
 
+/// The extension's own type made from `spec` on first use and kept in `cache`
+/// for the process (never freed); null with a Python error when it cannot be
+/// made. The caller holds the interpreter lock, which guards the cache.
+inline PyTypeObject *type_from_spec(PyType_Spec &spec, PyTypeObject *&cache) {
+  if (!cache)
+    cache = reinterpret_cast<PyTypeObject *>(PyType_FromSpec(&spec));
+  return cache;
+}
+
 /// The UTF-8 text of a str, viewed in the object's own cached form (valid while
 /// the object lives); empty for anything that has none, with no error left pending.
 /// The caller holds the interpreter lock.

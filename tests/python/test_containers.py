@@ -343,6 +343,27 @@ class CopiesAndText(unittest.TestCase):
         deep_map["a"].append(2)
         self.assertEqual(m["a"], [1])
 
+    def test_a_container_that_holds_itself_shows_as_pythons_do(self):
+        items = kest.List()
+        items.append(items)
+        items.append(1)
+        self.assertEqual(repr(items), "[[...], 1]")
+        table = kest.HashMap()
+        table["me"] = table
+        self.assertEqual(repr(table), "{'me': {...}}")
+        items.clear()
+        table.clear()  # the host values held themselves
+
+    def test_the_protocols_primitives_refuse_what_is_no_host_object(self):
+        primitives = type(kest.List()).__init_subclass__.__func__.__globals__
+        with self.assertRaises(TypeError):
+            primitives["_register_subclass"](int)  # an int read as a host object would crash
+        with self.assertRaises(TypeError):
+            primitives["_host_call"]([], "append", 1)
+        with self.assertRaises(TypeError):
+            primitives["_new_instance"](int, (), {})
+        self.assertEqual(int("5"), 5)
+
     def test_repr_as_python_shows_it(self):
         self.assertEqual(repr(numbers(3)), "[0, 1, 2]")
         self.assertEqual(repr(kest.HashMap({"a": "b"})), "{'a': 'b'}")
