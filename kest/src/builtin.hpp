@@ -79,6 +79,10 @@ inline Error wrong_class(const char *expected, const Any &value) {
 /// The text of a String value without making a handle (no reference count
 /// traffic), for hashing and comparing keys; empty for another kind.
 std::u16string_view text_of(const Any &a) noexcept;
+/// The hash of a String's text, computed once per string.
+std::uint64_t text_hash_of(const Any &a) noexcept;
+/// Whether two Strings hold the same text.
+bool same_text(const Any &a, const Any &b) noexcept;
 
 } // namespace kest::internal
 

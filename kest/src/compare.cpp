@@ -271,7 +271,7 @@ std::int64_t combine(std::int64_t seed, std::int64_t h) {
 
 std::int64_t hash_of(const Any &value) {
   if (value.kind() == ObjectType::String) // the common key, without a handle copy
-    return static_cast<std::int64_t>(std::hash<std::u16string_view>()(internal::text_of(value)));
+    return static_cast<std::int64_t>(internal::text_hash_of(value));
   const Any v = unwrap(value);
   switch (v.kind()) {
   case ObjectType::None:
@@ -287,7 +287,7 @@ std::int64_t hash_of(const Any &value) {
   case ObjectType::Float:
     return numeric_hash_double(Float::unsafeFrom(v).value());
   case ObjectType::String:
-    return static_cast<std::int64_t>(std::hash<std::u16string_view>()(String::unsafeFrom(v).view()));
+    return static_cast<std::int64_t>(internal::text_hash_of(v));
   case ObjectType::ByteArray:
     return static_cast<std::int64_t>(std::hash<std::string_view>()(ByteArray::unsafeFrom(v).asChars()));
   case ObjectType::Tuple: {

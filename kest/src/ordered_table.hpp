@@ -28,7 +28,7 @@ public:
     // Text and integer keys, the common ones, compare as themselves; every
     // other pair (1 and 1.0 included) as the host compares values.
     if (a.kind() == internal::ObjectType::String && b.kind() == internal::ObjectType::String)
-      return internal::text_of(a) == internal::text_of(b);
+      return internal::same_text(a, b);
     if (a.kind() == internal::ObjectType::Integer && b.kind() == internal::ObjectType::Integer)
       return Integer::unsafeFrom(a).value() == Integer::unsafeFrom(b).value();
     return compare_objects(a, b).value() == 0;

@@ -8,6 +8,7 @@
 #include <kest/list.hpp>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 
 namespace kest {
@@ -28,6 +29,9 @@ public:
   }
   const std::u16string text;
   mutable std::atomic<std::string *> utf8{nullptr};
+  /// The text's hash once computed (0 until then): map keys are hashed on
+  /// every lookup, and the text never changes.
+  mutable std::atomic<std::uint64_t> hash{0};
 };
 } // namespace internal
 
@@ -245,6 +249,28 @@ namespace internal {
 std::u16string_view text_of(const Any &a) noexcept {
   auto *s = str(a);
   return s ? std::u16string_view(s->text) : std::u16string_view();
+}
+
+std::uint64_t text_hash_of(const Any &a) noexcept {
+  auto *s = str(a);
+  if (!s)
+    return std::hash<std::u16string_view>()(std::u16string_view());
+  auto h = s->hash.load(std::memory_order_relaxed);
+  if (h == 0) { // racing threads compute the same value
+    h = std::hash<std::u16string_view>()(s->text);
+    s->hash.store(h, std::memory_order_relaxed);
+  }
+  return h;
+}
+
+bool same_text(const Any &a, const Any &b) noexcept {
+  auto *x = str(a);
+  auto *y = str(b);
+  if (x == y)
+    return true;
+  const std::u16string_view tx = x ? std::u16string_view(x->text) : std::u16string_view();
+  const std::u16string_view ty = y ? std::u16string_view(y->text) : std::u16string_view();
+  return tx.size() == ty.size() && std::memcmp(tx.data(), ty.data(), tx.size() * sizeof(char16_t)) == 0;
 }
 } // namespace internal
 

@@ -7,12 +7,12 @@
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
 #include "pyobject/kest_object.hpp"
+#include "pyobject/lookup_memo.hpp"
 
 #include <kest/kest.hpp>
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -279,38 +279,10 @@ int sq_contains(PyObject *self, PyObject *item) {
 
 // --- mapping table --------------------------------------------------------------------
 
-/// The host String of a str key, kept for the last keys seen on this thread:
-/// code looks the same keys up again and again, and converting the text
-/// (UTF-8 to UTF-16, an allocation) costs more than the lookup. A slot serves
-/// only when both the str object and its text are the ones it was made from.
-kest::Any host_key_of(PyObject *key) {
-  Py_ssize_t size = 0;
-  const char *utf8 = PyUnicode_CheckExact(key) ? PyUnicode_AsUTF8AndSize(key, &size) : nullptr;
-  if (!utf8) {
-    PyErr_Clear(); // not an exact str, or no UTF-8 form: converted the general way
-    return fromPython(key);
-  }
-  struct memo {
-    const PyObject *str = nullptr; // identity only: never dereferenced
-    std::string text;
-    kest::Any host;
-  };
-  thread_local std::array<memo, 8> slots;
-  auto &slot = slots[(reinterpret_cast<std::uintptr_t>(key) >> 4) % slots.size()];
-  const std::string_view text(utf8, static_cast<std::size_t>(size));
-  if (slot.str == key && slot.text == text)
-    return slot.host;
-  auto host = fromPython(key);
-  slot.str = key;
-  slot.text.assign(text);
-  slot.host = host;
-  return host;
-}
-
 /// `map[key]` on the host's own HashMap: one lookup, text and int keys without
 /// the general immutability check (they are immutable).
 PyObject *hash_map_item(const kest::HashMap &map, PyObject *key) {
-  const auto host_key = host_key_of(key);
+  const auto host_key = hostKeyOf(key);
   const auto kind = host_key.kind();
   if (kind != kest::internal::ObjectType::String && kind != kest::internal::ObjectType::Integer &&
       !kest::I_Immutable::isInstance(host_key) && !kest::is_none(host_key)) {
@@ -322,7 +294,7 @@ PyObject *hash_map_item(const kest::HashMap &map, PyObject *key) {
     PyErr_SetObject(PyExc_KeyError, key);
     return nullptr;
   }
-  return toPythonLocked(found);
+  return pythonValueOf(found);
 }
 
 PyObject *mp_subscript(PyObject *self, PyObject *key) {

@@ -96,6 +96,33 @@ class Maps(unittest.TestCase):
             m["b"] = "one"
         self.assertEqual(m, {"a": 1})
 
+    def test_repeated_lookups_see_every_change(self):
+        # The same key object and the same stored values come back again and
+        # again; each lookup still reads the map as it is now.
+        m = kest.HashMap({"k": 1000, "t": "text", "f": 2.5})
+        key = "k"
+        for expected in (1000, 1001, "now text", 1001):
+            m[key] = expected
+            for _ in range(3):
+                self.assertEqual(m[key], expected)
+                self.assertEqual(type(m[key]), type(expected))
+        del m[key]
+        with self.assertRaises(KeyError):
+            m[key]
+        self.assertEqual((m["t"], m["f"]), ("text", 2.5))
+        # Equal keys that are other objects, long keys, str subclasses.
+        long_key = "x" * 1000
+        m[long_key] = 7
+        self.assertEqual(m["".join(["x"] * 1000)], 7)
+
+        class Text(str):
+            pass
+
+        self.assertEqual(m[Text("t")], "text")
+        for i in range(100):  # more keys than any memo has slots
+            m[f"n{i}"] = i
+        self.assertEqual([m[f"n{i}"] for i in range(100)], list(range(100)))
+
 
 class Sequences(unittest.TestCase):
     def test_indices(self):
