@@ -53,7 +53,7 @@ kest::Class_Generic counter_class() {
     auto made = kest::internal::defclass_impl({B::name_entry(kest::String(u"Counter")), B::module_entry(kest::String(u"bench")),
                                                B::field_entry(kest::String(u"$_v"), 0, &kest::Integer::getType),
                                                B::method_entry(add), B::method_entry(bump), B::property_entry(value)});
-    return made.as<kest::Class_Generic>();
+    return made.unsafeAs<kest::Class_Generic>();
   }();
   return cls;
 }

@@ -201,7 +201,7 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
       if (!property.isValueProperty())
         claim(property.getter());
       if (auto setter = property.setter(); setter.is<I_Callable_Generic>())
-        claim(setter.as<I_Callable_Generic>());
+        claim(setter.unsafeAs<I_Callable_Generic>());
       cls->add_property(meta_property_untyped(e->name, e->hidden), property);
       break;
     }
@@ -230,7 +230,7 @@ Result<Class_Generic> defclass_impl(const std::vector<Any> &entries) {
     auto m = get_module(module);
     if (m.isError())
       return Error::unsafeFrom(m);
-    m.as<Module>().addClass(name, cls);
+    m.unsafeAs<Module>().addClass(name, cls);
     register_class_name(cls);
   }
   return cls;
@@ -264,7 +264,7 @@ Class_Generic class_declaration::get() {
       log_assert_error(Error::unsafeFrom(result).message());
       return;
     }
-    m_class = result.as<Class_Generic>();
+    m_class = result.unsafeAs<Class_Generic>();
   });
   return m_class;
 }

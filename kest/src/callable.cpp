@@ -506,7 +506,7 @@ Result<Any> I_Callable_Generic::callWith(std::span<const Any> args) const {
     auto method = raw_method_of(*this, call_name());
     if (method.is<I_Callable_Generic>()) {
       List list(Type(), std::vector<Any>(args.begin(), args.end()));
-      return method.as<I_Callable_Generic>().callWith({Any(*this), Any(list)});
+      return method.unsafeAs<I_Callable_Generic>().callWith({Any(*this), Any(list)});
     }
   }
   return Error(String::fromUtf8(fmt::format("Non-callable object: {}", display(*this).utf8View())));
@@ -516,10 +516,10 @@ Result<Any> I_Callable_Generic::callWithSequence(const Any &args) const {
   auto iterable = I_Iterable::checkedCast(args);
   if (iterable.isError())
     return Error::unsafeFrom(iterable);
-  auto items = iterable.as<I_Iterable>().collectImpl();
+  auto items = iterable.unsafeAs<I_Iterable>().collectImpl();
   if (items.isError())
     return Error::unsafeFrom(items);
-  auto list = items.as<List>().copyItems();
+  auto list = items.unsafeAs<List>().copyItems();
   return callWith(list);
 }
 
@@ -558,7 +558,7 @@ Result<Any> I_Callable_Generic::callWithNamed(std::span<const Any> positional, c
     std::size_t index = params.size();
     if (name.is<String>())
       for (std::size_t i = 0; i < params.size(); ++i)
-        if (params[i].name().view() == name.as<String>().view())
+        if (params[i].name().view() == name.unsafeAs<String>().view())
           index = i;
     if (index == params.size())
       return BadArgument(String::fromUtf8(fmt::format("Unknown argument '{}' for {}.", display(key).utf8View(),

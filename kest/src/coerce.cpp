@@ -136,7 +136,7 @@ Result<Any> to_decimal(const Any &v) {
   case ObjectType::Integer:
   case ObjectType::Boolean:
     if (auto i = to_integer(v); i.is<Integer>()) {
-      auto n = i.as<Integer>();
+      auto n = i.unsafeAs<Integer>();
       return Decimal::fromString(n.isSigned() ? std::to_string(n.value()) : std::to_string(n.unsignedValue()));
     }
     return {};
@@ -169,7 +169,7 @@ Result<Any> coerce_to_class(const Any &v, const Class_Generic &cls) {
       return Error::unsafeFrom(items);
     auto args = cls.genericArguments();
     List out(args.empty() ? Type() : args.front());
-    for (auto &item : items.as<List>().copyItems()) {
+    for (auto &item : items.unsafeAs<List>().copyItems()) {
       auto r = out.append(item);
       if (r.isError())
         return Error::unsafeFrom(r);

@@ -138,7 +138,7 @@ int compare_sequences(const std::vector<Any> &a, const std::vector<Any> &b, Resu
       error = r;
       return unordered;
     }
-    const int v = r.as<Ordering>().value();
+    const int v = r.unsafeAs<Ordering>().value();
     if (v != 0)
       return v;
   }
@@ -179,7 +179,7 @@ Result<Ordering> internal::compare_objects_value(const Any &left, const Any &rig
     auto found = hook_method(self.get()->class_value(), object_hook::compare);
     if (!found.is<I_Callable_Generic>())
       return helpers::error_method_not_found(hook_name(object_hook::compare).string(), self);
-    auto method = found.as<I_Callable_Generic>();
+    auto method = found.unsafeAs<I_Callable_Generic>();
     auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({other}) : method.callWith({self, other}));
     if (Error::isInstance(r))
       return Error::unsafeFrom(r);
@@ -241,7 +241,7 @@ Result<Ordering> internal::compare_objects_value(const Any &left, const Any &rig
 
 Ordering compare_objects(const Any &a, const Any &b) {
   auto r = compare_objects_value(a, b);
-  return r.is<Ordering>() ? r.as<Ordering>() : Ordering::unordered();
+  return r.is<Ordering>() ? r.unsafeAs<Ordering>() : Ordering::unordered();
 }
 
 bool operator==(const Any &a, const Any &b) { return compare_objects(a, b).value() == 0; }
@@ -299,7 +299,7 @@ std::int64_t hash_of(const Any &value) {
   case ObjectType::Instance: {
     auto *cls = v.get()->class_value();
     if (auto found = overriding_hook(cls, object_hook::hash); found.is<I_Callable_Generic>()) {
-      auto method = found.as<I_Callable_Generic>();
+      auto method = found.unsafeAs<I_Callable_Generic>();
       auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({}) : method.callWith({v}));
       if (Integer::isInstance(r))
         return Integer::unsafeFrom(r).value();

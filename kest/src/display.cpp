@@ -212,7 +212,7 @@ std::string display_utf8(const Any &value, int depth, bool quote) {
   // Instances.
   auto *cls = value.get()->class_value();
   if (auto found = overriding_hook(cls, object_hook::display); found.is<I_Callable_Generic>()) {
-    auto method = found.as<I_Callable_Generic>();
+    auto method = found.unsafeAs<I_Callable_Generic>();
     auto r = result_unwrap_lazy(method.isIndependent() ? method.callWith({}) : method.callWith({value}));
     if (String::isInstance(r))
       return String::unsafeFrom(r).toUtf8();

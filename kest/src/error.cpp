@@ -180,7 +180,7 @@ BadArgument::BadArgument(const String &message)
 namespace {
 std::optional<std::int64_t> position(const Union<Integer, None> &p) {
   if (p.is<Integer>())
-    return p.as<Integer>().value();
+    return p.unsafeAs<Integer>().value();
   return std::nullopt;
 }
 } // namespace

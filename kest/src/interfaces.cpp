@@ -39,7 +39,7 @@ Result<Any> call_member(const Any &self, const char *name, std::initializer_list
     method = method_of(self, member);
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name), self);
-  auto callable = method.as<I_Callable_Generic>();
+  auto callable = method.unsafeAs<I_Callable_Generic>();
   if (!callable.isIndependent()) {
     std::vector<Any> full{self};
     full.insert(full.end(), args.begin(), args.end());
@@ -264,7 +264,7 @@ Result<Any> I_Sequence::indexOf(const Any &value) const {
 
 internal::iterator_sequence I_Sequence::end() const {
   auto n = length();
-  return {*this, n.is<Integer>() ? n.as<Integer>().value() : 0};
+  return {*this, n.is<Integer>() ? n.unsafeAs<Integer>().value() : 0};
 }
 
 Class_Generic I_Sequence::genericInstance(const Type &elementType) {
@@ -299,7 +299,7 @@ Result<None> I_MutableSequence::extend(const Any &iterable) const {
     auto items = I_Iterable::unsafeFrom(iterable).collectImpl();
     if (items.isError())
       return Error::unsafeFrom(items);
-    for (auto &item : items.as<List>().copyItems()) {
+    for (auto &item : items.unsafeAs<List>().copyItems()) {
       auto r = List::unsafeFrom(*this).append(item);
       if (r.isError())
         return r;
@@ -321,8 +321,8 @@ Result<Any> I_MutableSequence::removeAt(std::int64_t index) const {
 Result<Any> I_MutableSequence::removeOne(const Any &value) const {
   if (kind() == ObjectType::List) {
     auto index = I_Sequence::unsafeFrom(*this).indexOf(value);
-    if (index.is<Integer>() && index.as<Integer>().value() >= 0) {
-      List::unsafeFrom(*this).removeAt(index.as<Integer>().value());
+    if (index.is<Integer>() && index.unsafeAs<Integer>().value() >= 0) {
+      List::unsafeFrom(*this).removeAt(index.unsafeAs<Integer>().value());
       return Boolean(true);
     }
     return Boolean(false);

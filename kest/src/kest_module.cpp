@@ -33,7 +33,7 @@ Result<Any> length_of_value(const Any &v) {
     return wrong_class("I_Sequence | I_Map | I_Set", v);
   if (n.isError())
     return Error::unsafeFrom(n);
-  return n.as<Integer>();
+  return n.unsafeAs<Integer>();
 }
 
 Result<Any> at_of_value(const Any &seq, std::int64_t index) {
@@ -72,13 +72,13 @@ I_Callable_Generic call_function() {
 Result<Any> member_of_value(const Any &value, const String &name) {
   const meta_property_untyped property_name(name);
   if (auto property = property_of(value, property_name); property.is<Property>())
-    return property.as<Property>().get(value);
+    return property.unsafeAs<Property>().get(value);
   const meta_field_untyped field_name(property_name.info(), false);
   if (auto field = find_field(value, field_name); field.is<Field>())
     return value.fieldValue(field_name);
   if (auto method = method_of(value, meta_method_untyped(property_name.info(), false));
       method.is<I_Callable_Generic>())
-    return Any(method.as<I_Callable_Generic>().bindInstance(value));
+    return Any(method.unsafeAs<I_Callable_Generic>().bindInstance(value));
   return BadArgument(String::fromUtf8(fmt::format("{} has no member '{}'.", qualname(class_of(value)).toUtf8(),
                                                   name.toUtf8())));
 }
@@ -114,7 +114,7 @@ void populate_kest_module(const Module &kest) {
              auto r = I_Iterable::unsafeFrom(v).collectImpl();
              if (r.isError())
                return Error::unsafeFrom(r);
-             return r.as<List>();
+             return r.unsafeAs<List>();
            }),
            "value", "The elements of an iterable, in a new list.");
   function(kest, "at", make_function([](Any seq, std::int64_t i) { return at_of_value(seq, i); }),

@@ -55,7 +55,7 @@ Result<Any> call_language(const Any &self, const meta_method_untyped &name, std:
   auto method = method_of(self, name);
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name.utf8()), self);
-  auto callable = method.as<I_Callable_Generic>();
+  auto callable = method.unsafeAs<I_Callable_Generic>();
   std::array<Any, 3> full; // the instance and at most two arguments
   std::size_t count = 0;
   if (!callable.isIndependent())

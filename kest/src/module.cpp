@@ -82,7 +82,7 @@ Result<None> register_function(const String &module, const String &name, const I
   auto m = get_module(module);
   if (m.isError())
     return Error::unsafeFrom(m);
-  m.as<Module>().addCallable(name, callable);
+  m.unsafeAs<Module>().addCallable(name, callable);
   return None();
 }
 
@@ -90,7 +90,7 @@ Result<None> register_property(const String &module, const String &name, const P
   auto m = get_module(module);
   if (m.isError())
     return Error::unsafeFrom(m);
-  m.as<Module>().addProperty(name, property);
+  m.unsafeAs<Module>().addProperty(name, property);
   return None();
 }
 
@@ -104,7 +104,7 @@ Module Module::create(const String &name) {
   // Each module gets a class of its own, so members added to one module
   // never appear on another.
   auto cls = Class_Generic::create(String(u"Module"), 0, {Module::getClass()});
-  return createOfClass(name, cls).as<Module>();
+  return createOfClass(name, cls).unsafeAs<Module>();
 }
 
 Result<Module> Module::createOfClass(const String &name, const Class_Generic &moduleClass) {
@@ -154,7 +154,7 @@ bool Module::inlined() const {
   auto p = property_of(*this, meta_property_untyped("$$inlined"));
   if (!p.is<Property>())
     return false;
-  return Boolean::from(result_unwrap_lazy(p.as<Property>().get(*this))).value();
+  return Boolean::from(result_unwrap_lazy(p.unsafeAs<Property>().get(*this))).value();
 }
 
 // Adding members needs a module and a member of the right class; anything else is

@@ -29,7 +29,7 @@ Any call_hook(const Any &self, object_hook hook, std::initializer_list<Any> args
     return helpers::error_method_not_found(hook_name(hook).string(), self);
   std::vector<Any> full{self};
   full.insert(full.end(), args.begin(), args.end());
-  auto callable = method.as<I_Callable_Generic>();
+  auto callable = method.unsafeAs<I_Callable_Generic>();
   if (callable.isIndependent())
     full.erase(full.begin());
   return result_unwrap_lazy(callable.callWith(full));
@@ -239,7 +239,7 @@ Result<Any> Any::propertyValue(const meta_property_untyped &name) const {
     return Result<Any>(unchecked, call_hook(*this, object_hook::property_value, {name.string()}));
   auto property = raw_property_of(*this, name);
   if (property.is<Property>())
-    return property.as<Property>().get(*this);
+    return property.unsafeAs<Property>().get(*this);
   if (auto hook = cls->find_getter_hook())
     return Result<Any>(unchecked, hook(*this, name));
   return helpers::error_property_not_found(name.string(), *this);
@@ -253,7 +253,7 @@ Result<None> Any::setPropertyValue(const meta_property_untyped &name, const Any 
   } else {
     auto property = raw_property_of(*this, name);
     if (property.is<Property>())
-      return property.as<Property>().set(*this, value);
+      return property.unsafeAs<Property>().set(*this, value);
     auto hook = cls->find_setter_hook();
     if (!hook)
       return helpers::error_property_not_found(name.string(), *this);
@@ -268,7 +268,7 @@ Any Any::boundMethod(const meta_method_untyped &name) const {
   auto method = method_of(*this, name);
   if (!method.is<I_Callable_Generic>())
     return None();
-  return method.as<I_Callable_Generic>().bindInstance(*this);
+  return method.unsafeAs<I_Callable_Generic>().bindInstance(*this);
 }
 
 namespace {

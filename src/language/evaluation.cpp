@@ -32,7 +32,7 @@ void copy_entry(PyObject *dict, const kest::Any &key, const kest::Any &value) {
     PyErr_Clear();
     return;
   }
-  if (PyDict_SetItemString(dict, name.as<kest::String>().toUtf8().c_str(), converted.get()) < 0)
+  if (PyDict_SetItemString(dict, name.unsafeAs<kest::String>().toUtf8().c_str(), converted.get()) < 0)
     PyErr_Clear();
 }
 
@@ -190,7 +190,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
 
   auto result = std::make_shared<kest::Any>();
   if (outLocals.is<kest::I_MutableMap>()) {
-    auto target = outLocals.as<kest::I_MutableMap>();
+    auto target = outLocals.unsafeAs<kest::I_MutableMap>();
     auto store_local = kest::make_function([target](kest::String name, kest::Any value) {
       return target.setChecked(name, value);
     });

@@ -115,7 +115,7 @@ PyObject *kest_create_module(PyObject *, PyObject *name) {
       PyErr_SetString(PyExc_RuntimeError, "[export_kest_module] Unable to import the module.");
       return nullptr;
     }
-    auto module = found.as<kest::Module>();
+    auto module = found.unsafeAs<kest::Module>();
     auto created = py::object::steal(PyModule_Create2(new_definition(module), 1013));
     if (!created)
       return nullptr;

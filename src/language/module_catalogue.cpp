@@ -50,7 +50,7 @@ void add_standard_modules() {
       continue; // "python.collections" was not made: nor is its "abc"
     auto made = exportPythonModule(entry.python, kest::String(entry.host), false);
     if (made.is<kest::Module>())
-      addModuleToParent(parent.as<kest::Module>(), made.as<kest::Module>(), kest::String(entry.short_name));
+      addModuleToParent(parent.unsafeAs<kest::Module>(), made.unsafeAs<kest::Module>(), kest::String(entry.short_name));
   }
 }
 
@@ -122,16 +122,16 @@ void importAllModules() {
     if (!sequence.is<kest::I_Sequence>())
       return;
     std::vector<kest::String> names;
-    for (kest::internal::iterator_iterable it(sequence.as<kest::I_Sequence>()), end; it != end; ++it) {
+    for (kest::internal::iterator_iterable it(sequence.unsafeAs<kest::I_Sequence>()), end; it != end; ++it) {
       auto name = kest::String::cast(
           kest::internal::result_unwrap_lazy(it->propertyValue(kest::meta_property_untyped("name"))));
-      if (name.is<kest::String>() && !skipped(name.as<kest::String>().view()))
-        names.push_back(name.as<kest::String>());
+      if (name.is<kest::String>() && !skipped(name.unsafeAs<kest::String>().view()))
+        names.push_back(name.unsafeAs<kest::String>());
     }
     for (const auto &name : names) {
       auto made = exportPythonModule(name.toUtf8(), kest::String(u"python.") + name, false);
       if (made.is<kest::Module>())
-        addModuleToParent(python.as<kest::Module>(), made.as<kest::Module>(), name);
+        addModuleToParent(python.unsafeAs<kest::Module>(), made.unsafeAs<kest::Module>(), name);
     }
   });
 }

@@ -81,7 +81,7 @@ kest::Type typeOfAnnotationName(std::string_view name) {
   auto found = kest::find_type(kest::String::fromUtf8(name));
   if (!found.is<kest::Type>()) // types go by qualified name: "List" is the host's own "kest.List"
     found = kest::find_type(kest::String::fromUtf8(std::string("kest.").append(name)));
-  return found.is<kest::Type>() ? found.as<kest::Type>() : kest::Type();
+  return found.is<kest::Type>() ? found.unsafeAs<kest::Type>() : kest::Type();
 }
 
 kest::Type typeOfAnnotation(PyObject *annotation) {

@@ -39,13 +39,13 @@ kest::Any call(const kest::Any &self, const kest::Any &arguments) {
   auto sequence = kest::I_Sequence::checkedCast(arguments);
   if (sequence.isError())
     return kest::Error::unsafeFrom(sequence);
-  auto length = sequence.as<kest::I_Sequence>().length();
+  auto length = sequence.unsafeAs<kest::I_Sequence>().length();
   if (length.isError())
     return kest::Error::unsafeFrom(length);
   std::vector<kest::Any> args;
-  args.reserve(static_cast<std::size_t>(length.as<kest::Integer>().value()));
-  for (std::int64_t i = 0; i < length.as<kest::Integer>().value(); ++i) {
-    auto item = result_unwrap_lazy(sequence.as<kest::I_Sequence>().at(i));
+  args.reserve(static_cast<std::size_t>(length.unsafeAs<kest::Integer>().value()));
+  for (std::int64_t i = 0; i < length.unsafeAs<kest::Integer>().value(); ++i) {
+    auto item = result_unwrap_lazy(sequence.unsafeAs<kest::I_Sequence>().at(i));
     if (kest::Error::isInstance(item))
       return item;
     args.push_back(item);
@@ -115,10 +115,10 @@ kest::Any set_defaults(const kest::Any &self, const kest::Any &values) {
     auto iterable = kest::I_Iterable::checkedCast(values);
     if (iterable.isError())
       return kest::Error::unsafeFrom(iterable);
-    auto collected = iterable.as<kest::I_Iterable>().collectImpl();
+    auto collected = iterable.unsafeAs<kest::I_Iterable>().collectImpl();
     if (collected.isError())
       return kest::Error::unsafeFrom(collected);
-    items = collected.as<kest::List>().copyItems();
+    items = collected.unsafeAs<kest::List>().copyItems();
   }
   PythonEntry entry(self);
   auto fn = held(self);

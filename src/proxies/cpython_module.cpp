@@ -40,14 +40,14 @@ void walk(PyObject *python, const kest::Module &module, kest::HashMap &classes, 
   Py_ssize_t position = 0;
   while (dict && PyDict_Next(dict, &position, &key, &value)) {
     auto name = kest::String::cast(fromPython(key));
-    if (!name.is<kest::String>() || name.as<kest::String>().empty() || name.as<kest::String>().startsWith(u"_"))
+    if (!name.is<kest::String>() || name.unsafeAs<kest::String>().empty() || name.unsafeAs<kest::String>().startsWith(u"_"))
       continue;
-    const auto text = name.as<kest::String>();
+    const auto text = name.unsafeAs<kest::String>();
     if (PyType_Check(value)) {
       auto cls = kest::Class_Generic::cast(fromPython(value));
       if (!cls.is<kest::Class_Generic>())
         continue;
-      auto c = cls.as<kest::Class_Generic>();
+      auto c = cls.unsafeAs<kest::Class_Generic>();
       if (kest::is_none(c.declaringContext()))
         c.setDeclaringContext(module);
       add_member(module, text, c);
@@ -56,8 +56,8 @@ void walk(PyObject *python, const kest::Module &module, kest::HashMap &classes, 
       auto callable = kest::I_Callable_Generic::cast(fromPython(value));
       if (!callable.is<kest::I_Callable_Generic>())
         continue;
-      add_member(module, text, callable.as<kest::I_Callable_Generic>());
-      (void)callables.setChecked(text, callable.as<kest::I_Callable_Generic>());
+      add_member(module, text, callable.unsafeAs<kest::I_Callable_Generic>());
+      (void)callables.setChecked(text, callable.unsafeAs<kest::I_Callable_Generic>());
     }
     // Module-level data, sub-module objects and instances are left out.
   }
@@ -74,10 +74,10 @@ std::vector<kest::String> submodule_names(PyObject *python) {
   auto sequence = kest::I_Sequence::cast(listed);
   if (!sequence.is<kest::I_Sequence>())
     return names;
-  for (kest::internal::iterator_iterable it(sequence.as<kest::I_Sequence>()), end; it != end; ++it) {
+  for (kest::internal::iterator_iterable it(sequence.unsafeAs<kest::I_Sequence>()), end; it != end; ++it) {
     auto name = kest::String::cast(kest::internal::result_unwrap_lazy(it->propertyValue(kest::meta_property_untyped("name"))));
-    if (name.is<kest::String>() && !name.as<kest::String>().empty() && !name.as<kest::String>().startsWith(u"_"))
-      names.push_back(name.as<kest::String>());
+    if (name.is<kest::String>() && !name.unsafeAs<kest::String>().empty() && !name.unsafeAs<kest::String>().startsWith(u"_"))
+      names.push_back(name.unsafeAs<kest::String>());
   }
   return names;
 }
@@ -101,17 +101,17 @@ kest::Union<kest::Module, kest::None> exportPythonModule(const std::string &pyth
                                             kest::internal::class_builder_base::base_entry(cpythonModuleClass())});
   if (cls.isError())
     return kest::None();
-  auto made = kest::Module::createOfClass(hostName, cls.as<kest::Class_Generic>());
+  auto made = kest::Module::createOfClass(hostName, cls.unsafeAs<kest::Class_Generic>());
   if (made.isError())
     return kest::None();
-  auto module = made.as<kest::Module>();
+  auto module = made.unsafeAs<kest::Module>();
   auto classes = module.classes();
   auto callables = module.callables();
   walk(python.get(), module, classes, callables);
   if (auto doc = py::object::steal(PyObject_GetAttrString(python.get(), "__doc__"))) {
     auto text = kest::String::cast(fromPython(doc.get()));
     if (text.is<kest::String>())
-      module.setDoc(text.as<kest::String>());
+      module.setDoc(text.unsafeAs<kest::String>());
   }
   PyErr_Clear();
   for (auto &[name, c] : module.classes().copyPairs())
@@ -125,7 +125,7 @@ kest::Union<kest::Module, kest::None> exportPythonModule(const std::string &pyth
     for (const auto &name : submodule_names(python.get())) {
       auto child = exportPythonModule(pythonName + "." + name.toUtf8(), hostName + kest::String(u".") + name, true);
       if (child.is<kest::Module>())
-        addModuleToParent(module, child.as<kest::Module>(), name);
+        addModuleToParent(module, child.unsafeAs<kest::Module>(), name);
     }
   }
   PyErr_Clear();

@@ -56,7 +56,7 @@ PyObject *stored_object(const kest::Any &value) {
   auto field = kest::find_field(value, names::pyobj());
   if (!field.is<kest::Field>())
     return nullptr;
-  kest::Any slot = instance->field(field.as<kest::Field>().index());
+  kest::Any slot = instance->field(field.unsafeAs<kest::Field>().index());
   if (!kest::Integer::isInstance(slot))
     return nullptr;
   return reinterpret_cast<PyObject *>(static_cast<std::intptr_t>(kest::Integer::unsafeFrom(slot).value()));
@@ -144,7 +144,7 @@ void setPythonObject(const kest::Any &wrapper, PyObject *object) {
     py::gil lock;
     Py_IncRef(object);
   }
-  kest::Any old = instance->exchange_field(field.as<kest::Field>().index(),
+  kest::Any old = instance->exchange_field(field.unsafeAs<kest::Field>().index(),
                                            kest::Integer(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(object))));
   if (auto *cached = dynamic_cast<python_wrapper_instance *>(instance))
     cached->object.store(object, std::memory_order_release);

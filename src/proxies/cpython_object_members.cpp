@@ -62,13 +62,13 @@ kest::Union<kest::Property, kest::None> declared_property(const kest::Any &self,
 
 kest::Any property_value(const kest::Any &self, const kest::String &name) {
   if (auto property = declared_property(self, name); property.is<kest::Property>())
-    return result_unwrap_lazy(property.as<kest::Property>().get(self));
+    return result_unwrap_lazy(property.unsafeAs<kest::Property>().get(self));
   return python_attribute(self, name);
 }
 
 kest::Any set_property_value(const kest::Any &self, const kest::String &name, const kest::Any &value) {
   if (auto property = declared_property(self, name); property.is<kest::Property>()) {
-    auto p = property.as<kest::Property>();
+    auto p = property.unsafeAs<kest::Property>();
     if (!p.setter().is<kest::I_Callable_Generic>())
       return kest::Error(kest::String::fromUtf8(fmt::format("The property '{}' is read-only for '{}'.",
                                                             name.utf8View(), kest::display(self).utf8View())));
@@ -113,15 +113,15 @@ kest::Any accessor_property(const kest::String &name, PyObject *property, PyObje
   if (!getter.is<kest::I_Callable_Generic>())
     return {};
   if (setter.is<kest::I_Callable_Generic>())
-    return kest::Property(name, getter.as<kest::I_Callable_Generic>(), setter.as<kest::I_Callable_Generic>());
-  return kest::Property(name, getter.as<kest::I_Callable_Generic>());
+    return kest::Property(name, getter.unsafeAs<kest::I_Callable_Generic>(), setter.unsafeAs<kest::I_Callable_Generic>());
+  return kest::Property(name, getter.unsafeAs<kest::I_Callable_Generic>());
 }
 
 bool is_property(PyObject *object) { return object && PyObject_TypeCheck(object, &PyProperty_Type); }
 
 kest::Any python_property(const kest::Any &self, const kest::String &name) {
   if (auto p = declared_property(self, name); p.is<kest::Property>())
-    return p.as<kest::Property>();
+    return p.unsafeAs<kest::Property>();
   PythonEntry entry(self);
   auto object = held_object(self);
   if (!object)
@@ -147,7 +147,7 @@ kest::Any python_property(const kest::Any &self, const kest::String &name) {
 
 kest::Any python_method(const kest::Any &self, const kest::String &name) {
   if (auto m = kest::raw_method_of(self, kest::meta_method_untyped(name)); m.is<kest::I_Callable_Generic>())
-    return m.as<kest::I_Callable_Generic>();
+    return m.unsafeAs<kest::I_Callable_Generic>();
   PythonEntry entry(self);
   auto object = held_object(self);
   if (!object)
@@ -170,7 +170,7 @@ kest::Any python_insert_method(const kest::Any &self, const kest::String &name, 
   auto c = kest::I_Callable_Generic::checkedCast(callable);
   if (c.isError())
     return kest::Error::unsafeFrom(c);
-  auto fn = c.as<kest::I_Callable_Generic>();
+  auto fn = c.unsafeAs<kest::I_Callable_Generic>();
   // Python will call it without the host instance: bind it to this one first.
   if (!fn.isIndependent() && fn.parameterCount() > 0)
     fn = fn.bindInstance(self);
@@ -181,10 +181,10 @@ kest::Any python_insert_property(const kest::Any &self, const kest::String &name
   auto p = kest::Property::checkedCast(property);
   if (p.isError())
     return kest::Error::unsafeFrom(p);
-  if (!p.as<kest::Property>().isValueProperty())
+  if (!p.unsafeAs<kest::Property>().isValueProperty())
     return kest::Error(kest::String(
         u"Unable to insert non-value property to a python object, use 'raw_insert_property' instead."));
-  return assign(self, name, p.as<kest::Property>().storedValue());
+  return assign(self, name, p.unsafeAs<kest::Property>().storedValue());
 }
 
 kest::Any display_text(const kest::Any &self) {
@@ -232,7 +232,7 @@ kest::Any python_compare(const kest::Any &self, const kest::Any &other) {
   auto sign = kest::Integer::checkedCast(fromPython(result.get()));
   if (sign.isError())
     return kest::Error::unsafeFrom(sign);
-  return kest::Ordering::fromSign(sign.as<kest::Integer>().value());
+  return kest::Ordering::fromSign(sign.unsafeAs<kest::Integer>().value());
 }
 
 kest::HashMap empty_map(const kest::Type &values) { return kest::HashMap(kest::String::getType(), values); }

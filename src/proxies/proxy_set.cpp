@@ -43,7 +43,7 @@ kest::Any extend(const kest::Any &self, const kest::Any &values) {
   auto iterable = kest::I_Iterable::checkedCast(values);
   if (iterable.isError())
     return kest::Error::unsafeFrom(iterable);
-  kest::internal::iterator_iterable it(iterable.as<kest::I_Iterable>()), end;
+  kest::internal::iterator_iterable it(iterable.unsafeAs<kest::I_Iterable>()), end;
   for (; it != end; ++it) {
     auto added = callPythonMethod(self, "add", {*it});
     if (kest::Error::isInstance(added))

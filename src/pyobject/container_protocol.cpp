@@ -79,7 +79,7 @@ PyObject *host_call(PyObject *, PyObject *args) {
     for (Py_ssize_t i = 2; i < count; ++i)
       arguments.push_back(fromPython(PyTuple_GetItem(args, i)));
     auto result = result_unwrap_lazy(
-        method.as<kest::I_Callable_Generic>().bindInstance(value).callWith(std::span<const kest::Any>(arguments)));
+        method.unsafeAs<kest::I_Callable_Generic>().bindInstance(value).callWith(std::span<const kest::Any>(arguments)));
     if (kest::Error::isInstance(result)) {
       raiseHostError(result);
       return nullptr;

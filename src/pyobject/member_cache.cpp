@@ -61,14 +61,14 @@ member_cache::entry member_cache::resolve(PyObject *name) const {
   e.info = property_name.info();
   if (auto property = cls.definedProperty(property_name); property.is<kest::Property>()) {
     e.what = meaning::property;
-    e.member = property.as<kest::Property>();
-    e.getter = applicable_getter(property.as<kest::Property>(), m_class);
+    e.member = property.unsafeAs<kest::Property>();
+    e.getter = applicable_getter(property.unsafeAs<kest::Property>(), m_class);
   } else if (auto field = cls.definedField(kest::meta_field_untyped(e.info, false)); field.is<kest::Field>()) {
     e.what = meaning::field;
-    e.member = field.as<kest::Field>();
+    e.member = field.unsafeAs<kest::Field>();
   } else if (auto method = cls.definedMethod(kest::meta_method_untyped(e.info, false));
              method.is<kest::I_Callable_Generic>()) {
-    auto callable = method.as<kest::I_Callable_Generic>();
+    auto callable = method.unsafeAs<kest::I_Callable_Generic>();
     // Native methods that take the instance, and apply to the values of this
     // class, are called without a bound method and without checking the
     // receiver again; any other is bound the general way.

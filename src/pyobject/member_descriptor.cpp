@@ -245,7 +245,7 @@ PyObject *instanceMemberDescriptor(const kest::Class_Generic &cls, std::string_v
   found = false;
   const kest::meta_property_untyped property_name(name);
   if (auto property = cls.definedProperty(property_name); property.is<kest::Property>()) {
-    auto p = property.as<kest::Property>();
+    auto p = property.unsafeAs<kest::Property>();
     if (p.isValueProperty() || !needs_instance(p.getter()))
       return nullptr; // a value the class itself can give
     found = true;
@@ -253,7 +253,7 @@ PyObject *instanceMemberDescriptor(const kest::Class_Generic &cls, std::string_v
   }
   const kest::meta_method_untyped method_name(property_name.info(), false);
   if (auto method = cls.definedMethod(method_name); method.is<kest::I_Callable_Generic>()) {
-    auto m = method.as<kest::I_Callable_Generic>();
+    auto m = method.unsafeAs<kest::I_Callable_Generic>();
     if (!needs_instance(m))
       return nullptr; // a function the class itself can call
     found = true;

@@ -288,13 +288,13 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
         return descriptor;
     }
     if (auto property = kest::property_of(value, property_name); property.is<kest::Property>())
-      return toPythonLocked(result_unwrap_lazy(property.as<kest::Property>().get(value)));
+      return toPythonLocked(result_unwrap_lazy(property.unsafeAs<kest::Property>().get(value)));
     const kest::meta_field_untyped field_name(property_name.info(), false);
     if (auto field = kest::find_field(value, field_name); field.is<kest::Field>())
       return toPythonLocked(result_unwrap_lazy(value.fieldValue(field_name)));
     const kest::meta_method_untyped method_name(property_name.info(), false);
     if (auto method = kest::method_of(value, method_name); method.is<kest::I_Callable_Generic>())
-      return toPythonLocked(method.as<kest::I_Callable_Generic>().bindInstance(value));
+      return toPythonLocked(method.unsafeAs<kest::I_Callable_Generic>().bindInstance(value));
     if (auto *cls = value.get() ? value.get()->class_value() : nullptr; cls && cls->find_getter_hook())
       return toPythonLocked(result_unwrap_lazy(value.propertyValue(property_name)));
     PyErr_Format(PyExc_AttributeError, "'%s' object has no attribute '%s'", classDisplay(value).c_str(),
@@ -337,7 +337,7 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
       return 0;
     }
     if (auto property = kest::property_of(value, property_name); property.is<kest::Property>()) {
-      auto p = property.as<kest::Property>();
+      auto p = property.unsafeAs<kest::Property>();
       if (!p.setter().is<kest::I_Callable_Generic>()) {
         PyErr_Format(PyExc_RuntimeError, "Read-only attribute: %U.", py_name);
         return -1;
@@ -353,7 +353,7 @@ int KestObject_setattro(PyObject *self, PyObject *py_name, PyObject *py_value) {
     const kest::meta_field_untyped field_name(property_name.info(), false);
     kest::Any result;
     if (auto field = kest::raw_class_of(value).definedField(field_name); field.is<kest::Field>()) {
-      if (field.as<kest::Field>().flags() & kest::field_flags::read_only) {
+      if (field.unsafeAs<kest::Field>().flags() & kest::field_flags::read_only) {
         PyErr_Format(PyExc_RuntimeError, "Read-only attribute: %U.", py_name);
         return -1;
       }

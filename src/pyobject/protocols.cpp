@@ -49,7 +49,7 @@ PyObject *call_operator(const kest::Any &value, const char *primary, const char 
     PyErr_SetString(PyExc_NotImplementedError, message.c_str());
     return nullptr;
   }
-  auto bound = method.as<kest::I_Callable_Generic>().bindInstance(value);
+  auto bound = method.unsafeAs<kest::I_Callable_Generic>().bindInstance(value);
   auto result = result_unwrap_lazy(bound.callWith(std::span<const kest::Any>(args.begin(), args.size())));
   if (kest::Error::isInstance(result)) {
     setRuntimeError(result);
@@ -202,7 +202,7 @@ kest::Any call_method(const kest::Any &value, const char *name, std::initializer
   auto method = kest::method_of(value, kest::meta_method_untyped(name));
   if (!method.is<kest::I_Callable_Generic>())
     return kest::internal::helpers::error_method_not_found(kest::String::fromUtf8(name), value);
-  return result_unwrap_lazy(method.as<kest::I_Callable_Generic>().bindInstance(value).callWith(
+  return result_unwrap_lazy(method.unsafeAs<kest::I_Callable_Generic>().bindInstance(value).callWith(
       std::span<const kest::Any>(args.begin(), args.size())));
 }
 

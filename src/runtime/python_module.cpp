@@ -22,7 +22,7 @@ void fillPythonModule() {
   auto module = kest::get_module(kest::String(u"python"));
   if (module.isError())
     return;
-  auto python = module.as<kest::Module>();
+  auto python = module.unsafeAs<kest::Module>();
   python.setDoc(kest::String::fromUtf8(language_description));
   (void)kest::insert_property_value(python, kest::meta_property_untyped("$$icon"),
                                     kest::String(u":/kest/icons/py.svg"));

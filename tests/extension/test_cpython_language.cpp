@@ -132,6 +132,24 @@ TEST(CPythonLanguage, EvaluateExpressionWithoutScopeYieldsTheList) {
   expect_python_list(evaluate_expression("[1, 2, 3]"), 3);
 }
 
+TEST(CPythonLanguage, AWholeNumberFloatIsReadAsANumberNotReinterpreted) {
+  // 0.5 * 4 is the float 2.0, which arrives as the Integer 2.
+  const auto result = python_language().evaluateExpression(kest::String(u"0.5 * 4"));
+  EXPECT_TRUE(result.is<kest::Integer>());
+  EXPECT_THROW((void)result.as<kest::Float>(), kest::bad_access);
+  EXPECT_EQ(kest::to<double>(result), 2.0);
+  EXPECT_EQ(kest::to<int>(result), 2);
+  EXPECT_EQ(kest::to<double>(python_language().evaluateExpression(kest::String(u"0.5 * 5"))), 2.5);
+  EXPECT_THROW((void)kest::to<int>(python_language().evaluateExpression(kest::String(u"0.5 * 5"))), kest::bad_access);
+  // A failed evaluation is an error, and reading it says so.
+  try {
+    (void)kest::to<double>(python_language().evaluateExpression(kest::String(u"1 / 0")));
+    ADD_FAILURE() << "an error was read as a number";
+  } catch (const kest::bad_access &e) {
+    EXPECT_NE(std::string(e.what()).find("ZeroDivisionError: division by zero"), std::string::npos) << e.what();
+  }
+}
+
 TEST(CPythonLanguage, ScopeThatIsNoEvaluationScopeMeansNoSelfAndNoMaps) {
   ensurePythonReady();
   ASSERT_FALSE(kest::globals().setChecked(kest::String(u"host_value"), kest::Integer(11)).isError());

@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -83,11 +85,14 @@ struct conversion {
   std::function<bool(const Any &)> is_instance;
   std::function<Any(const Any &)> checked_cast;
   std::set<std::string> accepts;
+  std::function<Any(const Any &)> checked_as;
+  std::string class_name;
 };
 
 template <class X> conversion conversion_to(std::string handle, std::set<std::string> accepts) {
   return {std::move(handle), [](const Any &a) { return X::isInstance(a); },
-          [](const Any &a) -> Any { return X::checkedCast(a); }, std::move(accepts)};
+          [](const Any &a) -> Any { return X::checkedCast(a); }, std::move(accepts),
+          [](const Any &a) -> Any { return a.as<X>(); }, qualname(X::getClass()).toUtf8()};
 }
 
 const std::set<std::string> containers{"List", "HashMap", "HashSet", "Tuple"};
@@ -159,6 +164,114 @@ TEST(CheckedConversions, CheckedCastConvertsTheRightClassAndNamesBothClassesOthe
       }
     }
   }
+}
+
+TEST(CheckedAccess, AsReadsOnlyItsOwnClassAndThrowsNamingBothClassesOtherwise) {
+  for (const auto &c : conversions()) {
+    for (const auto &s : samples()) {
+      SCOPED_TRACE(c.handle + " from " + s.kind);
+      const bool accepted = c.accepts.count(s.kind) != 0;
+      EXPECT_EQ(s.value.is<Any>(), true);
+      if (accepted) {
+        EXPECT_TRUE(c.checked_as(s.value).isSame(s.value));
+        continue;
+      }
+      try {
+        (void)c.checked_as(s.value);
+        ADD_FAILURE() << "read as the wrong class";
+      } catch (const bad_access &e) {
+        const std::string message = e.what();
+        EXPECT_NE(message.find(c.class_name), std::string::npos) << message;
+        if (s.kind == "Error")
+          EXPECT_NE(message.find("from an error: boom"), std::string::npos) << message;
+        else
+          EXPECT_NE(message.find(s.class_name), std::string::npos) << message;
+      }
+    }
+  }
+}
+
+TEST(CheckedAccess, AResultIsReadThroughItsComputedValue) {
+  const Result<Any> lazy(internal::unchecked, Computed<Float>::create([] { return Result<Float>(Float(2.5)); }));
+  EXPECT_FALSE(lazy.is<Float>()); // asks about the value as it stands
+  EXPECT_TRUE(lazy.is<Computed_Generic>());
+  EXPECT_EQ(lazy.as<Float>().value(), 2.5);
+  EXPECT_EQ(to<double>(lazy), 2.5);
+  EXPECT_EQ(lazy.get<Float>()->value(), 2.5);
+  EXPECT_FALSE(lazy.get<String>().has_value());
+  EXPECT_THROW((void)lazy.as<Integer>(), bad_access);
+  EXPECT_EQ(lazy.as<Any>().kind(), internal::ObjectType::Float);
+  const Result<Any> failing(internal::unchecked, Computed<Float>::create([] { return Result<Float>(Error("late")); }));
+  EXPECT_FALSE(failing.isError()); // not computed yet
+  EXPECT_TRUE(failing.get<Error>().has_value());
+  EXPECT_THROW((void)failing.as<Float>(), bad_access);
+}
+
+TEST(CheckedAccess, NumbersReadFromEitherHostNumberClassWithRangeChecks) {
+  EXPECT_EQ(to<double>(Integer(4)), 4.0);
+  EXPECT_EQ(to<float>(Float(0.5)), 0.5f);
+  EXPECT_EQ(to<int>(Float(2.0)), 2);
+  EXPECT_EQ(to<std::int64_t>(Integer(-7)), -7);
+  EXPECT_EQ(to<std::uint64_t>(Integer::fromUnsigned(UINT64_MAX)), UINT64_MAX);
+  EXPECT_EQ(to<std::int64_t>(Float(-9223372036854775808.0)), INT64_MIN);
+  EXPECT_EQ(to<std::int8_t>(Integer(-128)), -128);
+  EXPECT_EQ(to<std::uint8_t>(Float(255.0)), 255);
+  EXPECT_THROW((void)to<int>(Float(2.5)), bad_access);
+  EXPECT_THROW((void)to<int>(Float(std::numeric_limits<double>::quiet_NaN())), bad_access);
+  EXPECT_THROW((void)to<int>(Float(std::numeric_limits<double>::infinity())), bad_access);
+  EXPECT_THROW((void)to<std::int8_t>(Integer(128)), bad_access);
+  EXPECT_THROW((void)to<std::int8_t>(Integer(-129)), bad_access);
+  EXPECT_THROW((void)to<std::uint8_t>(Integer(-1)), bad_access);
+  EXPECT_THROW((void)to<std::uint8_t>(Float(256.0)), bad_access);
+  EXPECT_THROW((void)to<std::int64_t>(Integer::fromUnsigned(UINT64_MAX)), bad_access);
+  EXPECT_THROW((void)to<std::int64_t>(Float(9223372036854775808.0)), bad_access);
+  EXPECT_THROW((void)to<std::uint64_t>(Float(18446744073709551616.0)), bad_access);
+  EXPECT_THROW((void)to<std::uint32_t>(Float(-1.0)), bad_access);
+  try {
+    (void)to<std::int16_t>(Integer(70000));
+    ADD_FAILURE() << "70000 was read as a 16-bit integer";
+  } catch (const bad_access &e) {
+    EXPECT_STREQ(e.what(), "The number 70000 does not fit in a 16-bit signed integer.");
+  }
+  EXPECT_EQ(to<bool>(Boolean(true)), true);
+  EXPECT_EQ(to<std::string>(String(u"gr\u00fc\u00df")), "gr\xc3\xbc\xc3\x9f");
+  EXPECT_EQ(to<std::u16string>(S("x")), u"x");
+}
+
+TEST(CheckedAccess, EveryKindReadAsEachCppTypeIsReadOrRefused) {
+  const std::set<std::string> numbers{"Integer", "Float"};
+  for (const auto &s : samples()) {
+    SCOPED_TRACE(s.kind);
+    auto expect = [&](bool accepted, const std::function<void()> &read) {
+      if (accepted)
+        EXPECT_NO_THROW(read());
+      else
+        EXPECT_THROW(read(), bad_access);
+    };
+    const bool whole = s.kind == "Integer"; // the Float sample is 1.5
+    expect(numbers.count(s.kind) != 0, [&] { (void)to<double>(s.value); });
+    expect(whole, [&] { (void)to<std::int64_t>(s.value); });
+    expect(whole, [&] { (void)to<std::uint16_t>(s.value); });
+    expect(s.kind == "Boolean", [&] { (void)to<bool>(s.value); });
+    expect(s.kind == "String", [&] { (void)to<std::string>(s.value); });
+    expect(s.kind == "String", [&] { (void)to<std::u16string>(s.value); });
+  }
+}
+
+TEST(CheckedAccess, CallsTakeCppValuesDirectly) {
+  auto describe = make_function([](double d, std::int64_t i, String s, bool b, const Any &any) {
+    return String::fromUtf8(std::to_string(d) + "|" + std::to_string(i) + "|" + s.toUtf8() + "|" + (b ? "yes" : "no") +
+                            "|" + display(any).toUtf8());
+  });
+  EXPECT_EQ(to<std::string>(describe(2.5, 3, "x", true, Integer(9))), "2.500000|3|x|yes|9");
+  const std::string text = "std";
+  const std::string_view view = "view";
+  EXPECT_EQ(to<std::string>(describe(1.0f, 7u, text, false, view)), "1.000000|7|std|no|view");
+  EXPECT_EQ(to<std::string>(describe(0, std::int8_t{-2}, u"wide", true, std::uint64_t{UINT64_MAX})),
+            "0.000000|-2|wide|yes|18446744073709551615");
+  EXPECT_EQ(to<double>(host_value(3)), 3.0);
+  EXPECT_TRUE(host_value(std::uint64_t{5}).is<Integer>());
+  EXPECT_TRUE(Integer(5) == host_value(5u));
 }
 
 /// A function of the module "kest" called with `args`.

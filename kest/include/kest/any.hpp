@@ -6,6 +6,9 @@
 #include <cassert>
 #include <compare>
 #include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
 #include <utility>
 
 namespace kest {
@@ -19,6 +22,23 @@ class String;
 class meta_property_untyped;
 class meta_method_untyped;
 class meta_field_untyped;
+class Class_Generic;
+class Any;
+
+/// Thrown by the checked accessors (`as<T>()`, `kest::to<T>()`) when the value
+/// is of another class, is an error, or is a number that the C++ type cannot
+/// hold. The message names what was wanted and what was found.
+class KEST_API bad_access : public std::runtime_error {
+public:
+  explicit bad_access(const std::string &what) : std::runtime_error(what) {}
+};
+
+namespace internal {
+/// Evaluates a computed value (waiting for a concurrent first evaluation).
+KEST_API Any evaluate_computed(const Any &computed);
+/// Throws `bad_access` for a value that is not an instance of the class.
+[[noreturn]] KEST_API void throw_bad_access(const Class_Generic &(*expected)(), const Any &found);
+} // namespace internal
 
 /// The result of a fallible operation: a value, a lazily computed value or an error.
 template <class T> using Result = Union<T, Computed<T>, Error>;
@@ -78,6 +98,33 @@ public:
 
   /// The type of the value (its class).
   [[nodiscard]] Type getType() const;
+
+  /// True when the value is an instance of `T`. It asks about the value as it
+  /// stands: a value computed on first use is a `Computed` until it is read.
+  template <class T> [[nodiscard]] bool is() const noexcept {
+    if constexpr (std::is_same_v<T, Any>)
+      return true;
+    else
+      return T::isInstance(*this);
+  }
+  /// The value as `T`, checked: a computed value is computed first, and a
+  /// value of another class (an error included) throws `bad_access`; it is
+  /// never read as a `T`. `T::cast` returns None instead of throwing.
+  template <class T> [[nodiscard]] T as() const {
+    if constexpr (std::is_same_v<T, Any>) {
+      return kind() == internal::ObjectType::Computed ? internal::evaluate_computed(*this) : *this;
+    } else {
+      if (T::isInstance(*this))
+        return T(internal::unchecked, *this);
+      if (kind() == internal::ObjectType::Computed) {
+        Any value = internal::evaluate_computed(*this);
+        if (T::isInstance(value))
+          return T(internal::unchecked, std::move(value));
+        internal::throw_bad_access(&T::getClass, value);
+      }
+      internal::throw_bad_access(&T::getClass, *this);
+    }
+  }
 
   /// Reads a property through its getter (or the class's fallback hook).
   [[nodiscard]] Result<Any> propertyValue(const meta_property_untyped &name) const;

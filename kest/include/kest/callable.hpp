@@ -8,6 +8,7 @@
 
 #include <kest/class.hpp>
 #include <kest/computed.hpp>
+#include <kest/convert.hpp>
 
 #include <functional>
 #include <initializer_list>
@@ -58,7 +59,7 @@ class KEST_API I_Callable_Generic : public Any {
   /// Calls with positional and named arguments (names are parameter names).
   Result<Any> callWithNamed(std::span<const Any> positional, const HashMap &named) const;
   template <class... A> Result<Any> operator()(A &&...args) const {
-    return callWith({Any(std::forward<A>(args))...});
+    return callWith({host_value(std::forward<A>(args))...});
   }
 
   /// This callable with its instance parameter fixed to `self`; an independent
@@ -87,7 +88,7 @@ public:
   I_Callable(const I_Callable_Generic &c) noexcept : I_Callable_Generic(c) {}
   static bool isInstance(const Any &a) noexcept { return I_Callable_Generic::isInstance(a); }
   template <class... A> Result<T> call(A &&...args) const {
-    return Result<T>(internal::unchecked, callWith({Any(std::forward<A>(args))...}));
+    return Result<T>(internal::unchecked, callWith({host_value(std::forward<A>(args))...}));
   }
 };
 

@@ -8,6 +8,7 @@
 #include <kest/callable.hpp>
 #include <kest/class.hpp>
 #include <kest/computed.hpp>
+#include <kest/convert.hpp>
 #include <kest/date_time.hpp>
 #include <kest/decimal.hpp>
 #include <kest/error.hpp>

@@ -42,25 +42,25 @@ public:
 
   Union(internal::unchecked_t u, Any a) noexcept : Any(u, std::move(a)) {}
 
-  /// True when the value is an instance of `T`.
-  template <class T> [[nodiscard]] bool is() const noexcept {
+  /// The value as `T` when it is one (a computed value is computed first).
+  template <class T> [[nodiscard]] std::optional<T> get() const {
+    if (this->template is<T>())
+      return T(internal::unchecked, static_cast<const Any &>(*this));
+    if (kind() != internal::ObjectType::Computed)
+      return std::nullopt;
+    Any value = internal::evaluate_computed(*this);
     if constexpr (std::is_same_v<T, Any>)
-      return true;
-    else
-      return T::isInstance(*this);
+      return value;
+    else if (T::isInstance(value))
+      return T(internal::unchecked, std::move(value));
+    return std::nullopt;
   }
-  /// The value as `T`, without a check.
-  template <class T> [[nodiscard]] T as() const noexcept {
+  /// The value as `T` without a check, for code that has just checked it.
+  template <class T> [[nodiscard]] T unsafeAs() const noexcept {
     if constexpr (std::is_same_v<T, Any>)
       return static_cast<const Any &>(*this);
     else
       return T(internal::unchecked, static_cast<const Any &>(*this));
-  }
-  /// The value as `T` when it is one.
-  template <class T> [[nodiscard]] std::optional<T> get() const {
-    if (!is<T>())
-      return std::nullopt;
-    return as<T>();
   }
   /// True when the value is a host error.
   [[nodiscard]] bool isError() const noexcept { return internal::is_error_value(*this); }
