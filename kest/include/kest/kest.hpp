@@ -11,6 +11,7 @@
 #include <kest/convert.hpp>
 #include <kest/date_time.hpp>
 #include <kest/decimal.hpp>
+#include <kest/declare.hpp>
 #include <kest/error.hpp>
 #include <kest/external.hpp>
 #include <kest/float.hpp>
