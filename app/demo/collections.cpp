@@ -1,5 +1,6 @@
 // kest.demo.Drawing (a mutable sequence of shapes), Palette (a mutable map from
-// names to colours) and Countdown (an iterator).
+// names to colours), Countdown (an iterator), Scaler (a callable object) and
+// DemoError.
 
 #include "demo_support.hpp"
 
@@ -8,183 +9,167 @@
 namespace sarvode::demo {
 
 namespace {
-kest::List shapes(const kest::Any &drawing) { return field_as<kest::List>(drawing, "$_shapes"_field); }
-kest::HashMap colours(const kest::Any &palette) { return field_as<kest::HashMap>(palette, "$_colours"_field); }
+using kest::Any;
+using kest::String;
 
-kest::Any new_drawing(const std::vector<kest::Any> &items) {
-  auto d = kest::internal::result_unwrap_lazy(drawing_class().allocateInstance());
-  set_field(d, "$_shapes"_field, kest::List(kest::Type(shape_class()), items));
-  return d;
+kest::List shapes(const Any &drawing) { return field_as<kest::List>(drawing, "$_shapes"_field); }
+kest::HashMap colours(const Any &palette) { return field_as<kest::HashMap>(palette, "$_colours"_field); }
+
+Any fill_drawing(const Any &drawing, const std::vector<Any> &items) {
+  set_field(drawing, "$_shapes"_field, kest::List(kest::Type(shape_class()), items));
+  return drawing;
 }
 
-kest::Result<kest::None> add_shape(const kest::Any &drawing, const kest::Any &shape) {
+kest::Result<kest::None> add_shape(const Any &drawing, const Any &shape) {
   if (!is_a(shape, shape_class()))
-    return kest::BadArgument(kest::String(u"A drawing holds shapes only."));
+    return kest::BadArgument(String(u"A drawing holds shapes only."));
   return shapes(drawing).append(shape);
 }
 
-void build_drawing(builder &b) {
-  b.add_entry(builder::name_entry(kest::String(u"Drawing")));
-  b.add_entry(builder::module_entry(module_name));
-  b.add_entry(builder::doc_entry(kest::String(u"A mutable sequence of shapes: Drawing().")));
-  b.add_entry(builder::base_entry(kest::I_MutableSequence::getClass()));
-  b.add_entry(builder::field_entry(kest::String(u"$_shapes"), 0, &kest::List::getType));
-  b.add_entry(method("$__init__", kest::make_function([] { return new_drawing({}); }), "", "An empty drawing."));
-  b.add_entry(property("$$__len__", kest::make_method([](const kest::Any &self) { return shapes(self).length(); }),
-                       "The number of shapes."));
-  b.add_entry(method("at", kest::make_method([](const kest::Any &self, std::int64_t i) { return shapes(self).at(i); }), "index",
-                     "The shape at an index."));
-  b.add_entry(method("set", kest::make_method([](const kest::Any &self, std::int64_t i, kest::Any shape) -> kest::Result<kest::None> {
-                       if (!is_a(shape, shape_class()))
-                         return kest::BadArgument(kest::String(u"A drawing holds shapes only."));
-                       return shapes(self).set(i, shape);
-                     }),
-                     "index, shape", "Replaces the shape at an index."));
-  b.add_entry(method("append", kest::make_method([](const kest::Any &self, kest::Any shape) { return add_shape(self, shape); }),
-                     "shape", "Adds a shape at the end."));
-  b.add_entry(method("extend", kest::make_method([](const kest::Any &self, kest::Any items) -> kest::Result<kest::None> {
-                       if (!kest::I_Iterable::isInstance(items))
-                         return kest::BadArgument(kest::String(u"extend() needs an iterable of shapes."));
-                       // A snapshot first: extending a drawing with itself doubles it once.
-                       auto snapshot = kest::I_Iterable::unsafeFrom(items).collectImpl();
-                       if (snapshot.isError())
-                         return kest::Error::unsafeFrom(snapshot);
-                       for (const auto &item : snapshot.as<kest::List>().copyItems()) {
-                         auto r = add_shape(self, item);
-                         if (r.isError())
-                           return r;
-                       }
-                       return kest::None();
-                     }),
-                     "shapes", "Adds several shapes."));
-  b.add_entry(method("concat", kest::make_method([](const kest::Any &self, kest::Any other) -> kest::Any {
-                       if (!is_a(other, drawing_class()))
-                         return kest::BadArgument(kest::String(u"A drawing concatenates with a drawing."));
-                       auto items = shapes(self).copyItems();
-                       for (auto &s : shapes(other).copyItems())
-                         items.push_back(s);
-                       return new_drawing(items);
-                     }),
-                     "other", "A new drawing with the shapes of both."));
-  b.add_entry(method("removeAt", kest::make_method([](const kest::Any &self, std::int64_t i) { return shapes(self).removeAt(i); }),
-                     "index", "Removes and returns the shape at an index."));
-  b.add_entry(method("clear", kest::make_method([](const kest::Any &self) { shapes(self).clear(); }), "", "Removes every shape."));
-  b.add_entry(method("iter", kest::make_method([](const kest::Any &self) { return kest::I_Iterable::unsafeFrom(shapes(self)).iter(); }),
-                     "", "The shapes, in order."));
-  b.add_entry(method("contains", kest::make_method([](const kest::Any &self, kest::Any shape) {
-                       return kest::I_Iterable::unsafeFrom(shapes(self)).contains(shape);
-                     }),
-                     "shape", "Whether the drawing holds the shape."));
-  b.add_entry(method("totalArea", kest::make_method([](const kest::Any &self) {
-                       double total = 0;
-                       for (auto &s : shapes(self).copyItems())
-                         total += number(kest::internal::result_unwrap_lazy(
-                             kest::I_Callable_Generic::unsafeFrom(s.boundMethod(kest::meta_method_untyped("area"))).callWith({})));
-                       return total;
-                     }),
-                     "", "The sum of the shapes' areas."));
+kest::Result<kest::None> extend(const Any &self, const Any &items) {
+  if (!kest::I_Iterable::isInstance(items))
+    return kest::BadArgument(String(u"extend() needs an iterable of shapes."));
+  // A snapshot first: extending a drawing with itself doubles it once.
+  auto snapshot = kest::I_Iterable::unsafeFrom(items).collectImpl();
+  if (snapshot.isError())
+    return kest::Error::unsafeFrom(snapshot);
+  for (const auto &item : snapshot.as<kest::List>().copyItems()) {
+    auto r = add_shape(self, item);
+    if (r.isError())
+      return r;
+  }
+  return kest::None();
 }
 
-void build_palette(builder &b) {
-  b.add_entry(builder::name_entry(kest::String(u"Palette")));
-  b.add_entry(builder::module_entry(module_name));
-  b.add_entry(builder::doc_entry(kest::String(u"A mutable map from colour names to '#rrggbb' texts: Palette().")));
-  b.add_entry(builder::base_entry(kest::I_MutableMap::getClass()));
-  b.add_entry(builder::field_entry(kest::String(u"$_colours"), 0, &kest::HashMap::getType));
-  b.add_entry(method("$__init__", kest::make_function([] {
-                       auto p = kest::internal::result_unwrap_lazy(palette_class().allocateInstance());
-                       kest::HashMap map(kest::String::getType(), kest::String::getType());
-                       (void)map.setChecked(kest::String(u"black"), kest::String(u"#000000"));
-                       (void)map.setChecked(kest::String(u"white"), kest::String(u"#ffffff"));
-                       set_field(p, "$_colours"_field, map);
-                       return p;
-                     }),
-                     "", "A palette holding black and white."));
-  b.add_entry(property("$$__len__", kest::make_method([](const kest::Any &self) { return colours(self).length(); }),
-                       "The number of colours."));
-  b.add_entry(method("get", kest::make_method([](const kest::Any &self, kest::Any name) {
-                       return kest::I_Map::unsafeFrom(colours(self)).get(name);
-                     }),
-                     "name", "The colour of a name."));
-  b.add_entry(method("set", kest::make_method([](const kest::Any &self, kest::Any name, kest::Any colour) -> kest::Result<kest::None> {
-                       if (!kest::String::isInstance(colour) || !kest::String::unsafeFrom(colour).startsWith(u"#") ||
-                           kest::String::unsafeFrom(colour).length() != 7)
-                         return kest::BadArgument(kest::String(u"A colour is written '#rrggbb'."));
-                       return colours(self).setChecked(name, colour);
-                     }),
-                     "name, colour", "Sets the colour of a name."));
-  b.add_entry(method("contains", kest::make_method([](const kest::Any &self, kest::Any name) { return colours(self).contains(name); }),
-                     "name", "Whether the palette has the name."));
-  b.add_entry(method("remove", kest::make_method([](const kest::Any &self, kest::Any name) { return colours(self).remove(name); }),
-                     "name", "Removes a name."));
-  b.add_entry(method("iter", kest::make_method([](const kest::Any &self) { return kest::I_Iterable::unsafeFrom(colours(self)).iter(); }),
-                     "", "The names."));
-  b.add_entry(property("$$keys", kest::make_method([](const kest::Any &self) { return kest::I_Map::unsafeFrom(colours(self)).keys(); }),
-                       "The names."));
-  b.add_entry(property("$$values", kest::make_method([](const kest::Any &self) { return kest::I_Map::unsafeFrom(colours(self)).values(); }),
-                       "The colours."));
+Any concat(const Any &self, const Any &other) {
+  if (!is_a(other, drawing_class()))
+    return kest::BadArgument(String(u"A drawing concatenates with a drawing."));
+  auto items = shapes(self).copyItems();
+  for (auto &s : shapes(other).copyItems())
+    items.push_back(s);
+  return fill_drawing(new_instance(drawing_class()), items);
 }
 
-void build_countdown(builder &b) {
-  b.add_entry(builder::name_entry(kest::String(u"Countdown")));
-  b.add_entry(builder::module_entry(module_name));
-  b.add_entry(builder::doc_entry(kest::String(u"An iterator: Countdown(n) gives n, n-1, ..., 1 and then stops.")));
-  b.add_entry(builder::base_entry(kest::I_Iterator::getClass()));
-  b.add_entry(builder::field_entry(kest::String(u"$_next"), 0, &kest::Integer::getType));
-  b.add_entry(method("$__init__", kest::make_function([](std::int64_t n) {
-                       auto c = kest::internal::result_unwrap_lazy(countdown_class().allocateInstance());
-                       set_field(c, "$_next"_field, kest::Integer(n));
-                       return c;
-                     }),
-                     "n", "Counts down from n."));
-  b.add_entry(method("next", kest::make_method([](const kest::Any &self) -> kest::Any {
-                       const auto n = field_as<kest::Integer>(self, "$_next"_field).value();
-                       if (n <= 0)
-                         return kest::StopIteration();
-                       set_field(self, "$_next"_field, kest::Integer(n - 1));
-                       return kest::Integer(n);
-                     }),
-                     "", "The next number, or the end of the iteration."));
+double total_area(const Any &self) {
+  double total = 0;
+  for (auto &s : shapes(self).copyItems())
+    total += number(kest::I_Callable_Generic::unsafeFrom(s.boundMethod(kest::meta_method_untyped("area")))().as<Any>());
+  return total;
 }
 
-void build_scaler(builder &b) {
-  b.add_entry(builder::name_entry(kest::String(u"Scaler")));
-  b.add_entry(builder::module_entry(module_name));
-  b.add_entry(builder::doc_entry(kest::String(u"A callable object: Scaler(k)(x) is k * x.")));
-  b.add_entry(builder::base_entry(kest::I_Callable_Generic::getClass()));
-  b.add_entry(builder::field_entry(kest::String(u"$_factor"), 0, &kest::Float::getType));
-  b.add_entry(method("$__init__", kest::make_function([](double k) {
-                       auto s = kest::internal::result_unwrap_lazy(scaler_class().allocateInstance());
-                       set_field(s, "$_factor"_field, kest::Float(k));
-                       return s;
-                     }),
-                     "factor", "A scaler by a factor."));
-  b.add_entry(method("$call", kest::make_method([](const kest::Any &self, kest::List args) -> kest::Any {
-                       if (args.length() != 1)
-                         return kest::BadArgument(kest::String(u"A scaler takes one number."));
-                       return kest::Float(number(field(self, "$_factor"_field)) * number(kest::internal::result_unwrap_lazy(args.at(0))));
-                     }),
-                     "arguments", "Scales its one argument."));
+kest::Class_Generic declare_drawing() {
+  kest::module_ demo(module_name);
+  return kest::class_(demo, "Drawing", "A mutable sequence of shapes: Drawing().")
+      .base(kest::I_MutableSequence::getClass())
+      .field<kest::List>("$_shapes")
+      .init([](const Any &self) { return fill_drawing(self, {}); }, "An empty drawing.")
+      .property("$$__len__", [](const Any &self) { return shapes(self).length(); }, "The number of shapes.")
+      .def("at", [](const Any &self, std::int64_t i) { return shapes(self).at(i); }, "index"_a, "The shape at an index.")
+      .def("set", [](const Any &self, std::int64_t i, Any shape) -> kest::Result<kest::None> {
+             if (!is_a(shape, shape_class()))
+               return kest::BadArgument(String(u"A drawing holds shapes only."));
+             return shapes(self).set(i, shape);
+           }, "index"_a, "shape"_a, "Replaces the shape at an index.")
+      .def("append", [](const Any &self, Any shape) { return add_shape(self, shape); }, "shape"_a, "Adds a shape at the end.")
+      .def("extend", [](const Any &self, Any items) { return extend(self, items); }, "shapes"_a, "Adds several shapes.")
+      .def("concat", [](const Any &self, Any other) { return concat(self, other); }, "other"_a,
+           "A new drawing with the shapes of both.")
+      .def("removeAt", [](const Any &self, std::int64_t i) { return shapes(self).removeAt(i); }, "index"_a,
+           "Removes and returns the shape at an index.")
+      .def("clear", [](const Any &self) { shapes(self).clear(); }, "Removes every shape.")
+      .def("iter", [](const Any &self) { return kest::I_Iterable::unsafeFrom(shapes(self)).iter(); }, "The shapes, in order.")
+      .def("contains", [](const Any &self, Any shape) { return kest::I_Iterable::unsafeFrom(shapes(self)).contains(shape); },
+           "shape"_a, "Whether the drawing holds the shape.")
+      .def("totalArea", [](const Any &self) { return total_area(self); }, "The sum of the shapes' areas.")
+      .declare();
 }
 
-void build_error(builder &b) {
-  b.add_entry(builder::name_entry(kest::String(u"DemoError")));
-  b.add_entry(builder::module_entry(module_name));
-  b.add_entry(builder::doc_entry(kest::String(u"The error of the demo module.")));
-  b.add_entry(builder::base_entry(kest::Error::getClass()));
+kest::Class_Generic declare_palette() {
+  kest::module_ demo(module_name);
+  return kest::class_(demo, "Palette", "A mutable map from colour names to '#rrggbb' texts: Palette().")
+      .base(kest::I_MutableMap::getClass())
+      .field<kest::HashMap>("$_colours")
+      .init([](const Any &self) {
+              kest::HashMap map(String::getType(), String::getType());
+              (void)map.setChecked(String(u"black"), String(u"#000000"));
+              (void)map.setChecked(String(u"white"), String(u"#ffffff"));
+              set_field(self, "$_colours"_field, map);
+            }, "A palette holding black and white.")
+      .property("$$__len__", [](const Any &self) { return colours(self).length(); }, "The number of colours.")
+      .def("get", [](const Any &self, Any name) { return kest::I_Map::unsafeFrom(colours(self)).get(name); }, "name"_a,
+           "The colour of a name.")
+      .def("set", [](const Any &self, Any name, Any colour) -> kest::Result<kest::None> {
+             if (!String::isInstance(colour) || !String::unsafeFrom(colour).startsWith(u"#") ||
+                 String::unsafeFrom(colour).length() != 7)
+               return kest::BadArgument(String(u"A colour is written '#rrggbb'."));
+             return colours(self).setChecked(name, colour);
+           }, "name"_a, "colour"_a, "Sets the colour of a name.")
+      .def("contains", [](const Any &self, Any name) { return colours(self).contains(name); }, "name"_a,
+           "Whether the palette has the name.")
+      .def("remove", [](const Any &self, Any name) { return colours(self).remove(name); }, "name"_a, "Removes a name.")
+      .def("iter", [](const Any &self) { return kest::I_Iterable::unsafeFrom(colours(self)).iter(); }, "The names.")
+      .property("$$keys", [](const Any &self) { return kest::I_Map::unsafeFrom(colours(self)).keys(); }, "The names.")
+      .property("$$values", [](const Any &self) { return kest::I_Map::unsafeFrom(colours(self)).values(); }, "The colours.")
+      .declare();
 }
 
-kest::internal::class_declaration g_drawing("Drawing", &build_drawing);
-kest::internal::class_declaration g_palette("Palette", &build_palette);
-kest::internal::class_declaration g_countdown("Countdown", &build_countdown);
-kest::internal::class_declaration g_scaler("Scaler", &build_scaler);
-kest::internal::class_declaration g_error("DemoError", &build_error);
+kest::Class_Generic declare_countdown() {
+  kest::module_ demo(module_name);
+  return kest::class_(demo, "Countdown", "An iterator: Countdown(n) gives n, n-1, ..., 1 and then stops.")
+      .base(kest::I_Iterator::getClass())
+      .field<kest::Integer>("$_next")
+      .init([](const Any &self, std::int64_t n) { set_field(self, "$_next"_field, kest::Integer(n)); }, "n"_a,
+            "Counts down from n.")
+      .def("next", [](const Any &self) -> Any {
+             const auto n = field_as<kest::Integer>(self, "$_next"_field).value();
+             if (n <= 0)
+               return kest::StopIteration();
+             set_field(self, "$_next"_field, kest::Integer(n - 1));
+             return kest::Integer(n);
+           }, "The next number, or the end of the iteration.")
+      .declare();
+}
+
+kest::Class_Generic declare_scaler() {
+  kest::module_ demo(module_name);
+  return kest::class_(demo, "Scaler", "A callable object: Scaler(k)(x) is k * x.")
+      .base(kest::I_Callable_Generic::getClass())
+      .field<kest::Float>("$_factor")
+      .init([](const Any &self, double k) { set_field(self, "$_factor"_field, kest::Float(k)); }, "factor"_a,
+            "A scaler by a factor.")
+      .def("$call", [](const Any &self, kest::List args) -> Any {
+             if (args.length() != 1)
+               return kest::BadArgument(String(u"A scaler takes one number."));
+             return kest::Float(number(field(self, "$_factor"_field)) * number(args.at(0).as<Any>()));
+           }, "arguments"_a, "Scales its one argument.")
+      .declare();
+}
+
+kest::Class_Generic declare_error() {
+  kest::module_ demo(module_name);
+  return kest::class_(demo, "DemoError", "The error of the demo module.").base(kest::Error::getClass()).declare();
+}
 } // namespace
 
-kest::Class_Generic drawing_class() { return g_drawing.get(); }
-kest::Class_Generic palette_class() { return g_palette.get(); }
-kest::Class_Generic countdown_class() { return g_countdown.get(); }
-kest::Class_Generic scaler_class() { return g_scaler.get(); }
-kest::Class_Generic demo_error_class() { return g_error.get(); }
+kest::Class_Generic drawing_class() {
+  static const kest::Class_Generic cls = declare_drawing();
+  return cls;
+}
+kest::Class_Generic palette_class() {
+  static const kest::Class_Generic cls = declare_palette();
+  return cls;
+}
+kest::Class_Generic countdown_class() {
+  static const kest::Class_Generic cls = declare_countdown();
+  return cls;
+}
+kest::Class_Generic scaler_class() {
+  static const kest::Class_Generic cls = declare_scaler();
+  return cls;
+}
+kest::Class_Generic demo_error_class() {
+  static const kest::Class_Generic cls = declare_error();
+  return cls;
+}
 
 } // namespace sarvode::demo

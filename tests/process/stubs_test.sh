@@ -43,7 +43,7 @@ demo-module)
     '    def __init__(self, kind: str, size: float, name: str = ...) -> None:' \
     '    size: float' \
     '    position: Vector' \
-    '    def kind(self) -> _typing.Any:' \
+    '    def kind(self) -> str:' \
     '    def describe(self, prefix: str = ..., suffix: str = ...) -> str:' \
     '    def explode(self) -> _typing.NoReturn:' \
     'class Palette(_typing.MutableMapping[_typing.Any, _typing.Any]):' \
