@@ -1,9 +1,9 @@
-// A host that embeds Python through the extension, as docs/embedding.md
+// A host that embeds Python through the extension by hand, as docs/embedding.md
 // describes it: load the extension, run the start-up, evaluate with a scope
 // and out-locals, read an error's position, use the compiled-code cache,
 // cancel a runaway evaluation from another thread and capture printed output.
 //
-// Usage: embed_python PATH/TO/sarvode_python.so
+// Usage: embedding_host PATH/TO/sarvode_python.so
 // Exits 0 when every step gave what it should; prints each step.
 
 #include <kest/deferred_modules.hpp>
@@ -57,7 +57,7 @@ kest::Any unwrap(const kest::Result<kest::Any> &result) { return kest::internal:
 
 int main(int argc, char **argv) {
   if (argc != 2) {
-    std::cerr << "usage: embed_python PATH/TO/sarvode_python.so\n";
+    std::cerr << "usage: embedding_host PATH/TO/sarvode_python.so\n";
     return 2;
   }
   struct sigaction sigint_before {};
