@@ -1,0 +1,179 @@
+// The facade kest::python from an application's side: starting from several
+// threads at once, evaluation with inline scopes from 8 threads, out-locals,
+// the sandbox, modules and calls with C++ arguments, errors as values,
+// interrupting and capturing output per thread.
+
+#include <kest/python.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace py = kest::python;
+
+namespace {
+
+constexpr int thread_count = 8;
+
+void start_python() {
+  auto started = py::start();
+  ASSERT_FALSE(started.isError()) << started.as<kest::Any>().getType().name().toUtf8();
+}
+
+template <class F> void on_threads(F body) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < thread_count; ++t)
+    threads.emplace_back([t, &body] { body(t); });
+  for (auto &thread : threads)
+    thread.join();
+}
+
+std::string headline(const kest::Any &value) {
+  return kest::Error::isInstance(value) ? kest::Error::unsafeFrom(value).headline().toUtf8() : "<not an error>";
+}
+
+} // namespace
+
+TEST(Facade, CallsBeforeStartAreErrorsNotCrashes) {
+  EXPECT_EQ(headline(py::exec("return 1").as<kest::Any>()), "Python is not started: call kest::python::start() first.");
+  EXPECT_TRUE(py::eval("1").isError());
+  EXPECT_TRUE(py::import_module("json").isError());
+  EXPECT_EQ(py::capture_output([] {}), "");
+  EXPECT_FALSE(py::interrupt(kest::Integer(1)));
+}
+
+TEST(Facade, StartWithAPathThatIsNoExtensionIsAClearError) {
+  auto started = py::start("/no/such/folder/sarvode_python.so");
+  ASSERT_TRUE(started.isError());
+  EXPECT_NE(headline(started.as<kest::Any>()).find("Unable to load the Python extension /no/such/folder/sarvode_python.so"),
+            std::string::npos)
+      << headline(started.as<kest::Any>());
+  start_python(); // the default path still works afterwards
+  EXPECT_EQ(kest::to<int>(py::eval("1 + 1")), 2);
+}
+
+TEST(Facade, StartFromEightThreadsAtOnceStartsOnce) {
+  std::atomic<int> failures{0};
+  on_threads([&](int) {
+    if (py::start().isError())
+      ++failures;
+  });
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_FALSE(py::start().isError()); // and again, later
+  EXPECT_EQ(kest::to<int>(py::eval("6 * 7")), 42);
+}
+
+TEST(Facade, EvaluationFromEightThreadsWithInlineScopes) {
+  start_python();
+  std::atomic<int> wrong{0};
+  on_threads([&](int t) {
+    for (int i = 0; i < 50; ++i) {
+      py::scope names{{"t", t}, {"i", i}, {"label", "n"}};
+      names.out("total", 0);
+      auto text = py::exec("total = t * 1000 + i\nreturn label + str(total)", names);
+      if (kest::to<std::string>(text) != "n" + std::to_string(t * 1000 + i) ||
+          kest::to<int>(names["total"]) != t * 1000 + i || kest::to<double>(py::eval("x / 2", {{"x", i}})) != i / 2.0)
+        ++wrong;
+    }
+  });
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST(Facade, OutLocalsAndSelf) {
+  start_python();
+  py::scope names;
+  names.out("a", 1).out("b", "x").set("c", 2.5).self(kest::String(u"me"));
+  auto result = py::exec("a = a + 1\nb = b * 2\nreturn self + str(c)", names);
+  EXPECT_EQ(kest::to<std::string>(result), "me2.5");
+  EXPECT_EQ(kest::to<int>(names["a"]), 2);
+  EXPECT_EQ(kest::to<std::string>(names["b"]), "xx");
+  EXPECT_TRUE(names["c"].is<kest::None>()); // an ordinary name, not an out-local
+  // An error leaves the out-locals as they were.
+  EXPECT_TRUE(py::exec("a = 100\nraise ValueError('no')", names).isError());
+  EXPECT_EQ(kest::to<int>(names["a"]), 2);
+}
+
+TEST(Facade, ErrorsAreValuesWithTypeMessageAndLine) {
+  start_python();
+  auto error = py::exec("x = 1\ny = x / 0");
+  ASSERT_TRUE(error.isError());
+  auto e = error.as<kest::Error>();
+  EXPECT_EQ(e.typeName().toUtf8(), "ZeroDivisionError");
+  EXPECT_EQ(e.line(), 2);
+  EXPECT_THROW((void)kest::to<double>(error), kest::bad_access);
+}
+
+TEST(Facade, TheSandboxedForms) {
+  start_python();
+  EXPECT_TRUE(py::exec_sandboxed("open('/tmp/facade-sandbox-test.txt', 'w')").isError());
+  EXPECT_TRUE(py::eval_sandboxed("__import__('os').remove('/tmp/facade-sandbox-test.txt')").isError());
+  EXPECT_EQ(kest::to<int>(py::eval_sandboxed("n * 2", {{"n", 21}})), 42);
+  EXPECT_EQ(kest::to<int>(py::exec_sandboxed("return len(text)", {{"text", "four"}})), 4);
+}
+
+TEST(Facade, ModulesAttributesAndCallsWithCppArguments) {
+  start_python();
+  auto json = py::import_module("json");
+  ASSERT_FALSE(json.isError());
+  EXPECT_EQ(kest::to<std::string>(py::call(json.as<kest::Any>(), "dumps", "x")), "\"x\"");
+  auto path = py::import_module("os.path").as<kest::Any>();
+  EXPECT_EQ(kest::to<std::string>(py::call(path, "join", "a", std::string("b"), std::string_view("c"))), "a/b/c");
+  auto dumps = py::attr(json.as<kest::Any>(), "dumps");
+  EXPECT_EQ(kest::to<std::string>(py::call(dumps.as<kest::Any>(), 1.5)), "1.5");
+  EXPECT_EQ(kest::to<std::string>(py::call(dumps.as<kest::Any>(), true)), "true");
+  auto missing = py::import_module("no_such_module_here");
+  EXPECT_EQ(missing.as<kest::Error>().typeName().toUtf8(), "ModuleNotFoundError");
+  EXPECT_TRUE(py::attr(json.as<kest::Any>(), "no_such_function").isError());
+  EXPECT_TRUE(py::call(kest::Integer(3), 1).isError()); // not callable: an error, no crash
+  EXPECT_TRUE(py::call(json.as<kest::Any>(), "dumps").isError()); // too few arguments
+}
+
+TEST(Facade, CaptureOutputPerThread) {
+  start_python();
+  std::vector<std::string> outputs(thread_count);
+  on_threads([&](int t) {
+    outputs[static_cast<std::size_t>(t)] = py::capture_output([t] {
+      for (int i = 0; i < 20; ++i)
+        (void)py::exec("import sys\nprint(t, i)\nsys.stderr.write('e\\n')", {{"t", t}, {"i", i}});
+    });
+  });
+  for (int t = 0; t < thread_count; ++t) {
+    std::string expected;
+    for (int i = 0; i < 20; ++i)
+      expected += std::to_string(t) + " " + std::to_string(i) + "\ne\n";
+    EXPECT_EQ(outputs[static_cast<std::size_t>(t)], expected) << "thread " << t;
+  }
+  // Nested: the inner capture takes what the inner function prints.
+  std::string inner;
+  const auto outer = py::capture_output([&] {
+    (void)py::exec("print('outer')");
+    inner = py::capture_output([] { (void)py::exec("print('inner', end='')"); });
+  });
+  EXPECT_EQ(outer, "outer\n");
+  EXPECT_EQ(inner, "inner");
+}
+
+TEST(Facade, InterruptFromAnotherThread) {
+  start_python();
+  std::atomic<bool> ready{false};
+  kest::Any worker;
+  kest::Any stopped;
+  std::thread runaway([&] {
+    worker = py::current_thread();
+    ready = true;
+    stopped = py::exec("while True:\n    pass").as<kest::Any>();
+  });
+  while (!ready)
+    std::this_thread::yield();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!py::interrupt(worker) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  runaway.join();
+  EXPECT_EQ(kest::qualname(kest::raw_class_of(stopped)).toUtf8(), "kest.cpython.KeyboardInterrupt");
+  EXPECT_FALSE(py::interrupt(worker)); // nothing runs there now
+  EXPECT_EQ(kest::to<int>(py::eval("1")), 1);
+}
