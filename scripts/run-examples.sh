@@ -25,8 +25,20 @@ show "$sarvode" examples/error.py
 show "$sarvode" -c $'x = 1\ny = x +'
 show "$sarvode" --sandbox examples/sandbox.py
 show "$sarvode" --timeout 1 -c "while True: pass"
-# A C++ host of its own that embeds Python through the extension (docs/embedding.md).
-show "$bin/embed_python" "$bin/../lib/sarvode/extensions/sarvode_python.so"
+# A C++ application that embeds Python (docs/embedding.md), built as any
+# application is: against the installed package, with find_package(kest).
+build_dir=$(cd "$bin/.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+echo
+echo "\$ cmake --install $build_dir --prefix PREFIX && cmake -S examples/embedding -DCMAKE_PREFIX_PATH=PREFIX ..."
+if cmake --install "$build_dir" --prefix "$work/prefix" >/dev/null &&
+  cmake -S examples/embedding -B "$work/shop" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null &&
+  cmake --build "$work/shop" >/dev/null; then
+  show "$work/shop/shop"
+else
+  echo "(the embedding example did not build against the installed tree)"
+fi
 echo
 echo "\$ printf 'x = 20\\nx * 2 + 2\\n' | $sarvode -i"
 printf 'x = 20\nx * 2 + 2\n' | "$sarvode" -i

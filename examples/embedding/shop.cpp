@@ -26,38 +26,30 @@ void check(bool ok, const std::string &what) {
   failures += ok ? 0 : 1;
 }
 
-// [declare]
-/// A host class kest.shop.Order and a module function, for scripts.
+/// A host module kest.shop with a function and a class Order, for scripts.
 void declare_shop() {
+  // [declare]
   kest::module_ shop("kest.shop", "Orders and prices.");
   shop.def("vat", [](double net, double rate) { return net * rate; }, "net"_a, "rate"_a = 0.19, "The tax on a price.");
   static const auto order = kest::class_(shop, "Order", "An order of some pieces at a price.")
-      .field<std::string>("customer")
-      .field<double>("price")
-      .field<std::int64_t>("quantity")
+      .field<std::string>("customer").field<double>("price").field<std::int64_t>("quantity")
       .init([](const kest::Any &self, std::string customer, double price, std::int64_t quantity) {
-              (void)self.setFieldValue("customer"_field, kest::host_value(customer));
-              (void)self.setFieldValue("price"_field, kest::host_value(price));
-              (void)self.setFieldValue("quantity"_field, kest::host_value(quantity));
+              kest::set_field(self, "customer"_field, customer);
+              kest::set_field(self, "price"_field, price);
+              return kest::set_field(self, "quantity"_field, quantity);
             }, "customer"_a, "price"_a, "quantity"_a = 1)
       .def("total", [](const kest::Any &self) {
-             return kest::to<double>(self.fieldValue("price"_field)) * kest::to<double>(self.fieldValue("quantity"_field));
+             return kest::field<double>(self, "price"_field) * kest::field<double>(self, "quantity"_field);
            }, "The price of all pieces.")
       .declare();
-}
-// [declare]
-
-void task_a_a_script_uses_the_class() {
-  // [script]
-  auto total = py::exec("import kest.shop\n"
-                        "o = kest.shop.Order('ann', 2.5, quantity=4)\n"
-                        "return o.total() + kest.shop.vat(o.total())");
-  // [script]
-  check(kest::to<double>(total) == 11.9, "a script makes an Order and calls its methods: 11.9");
+  // [declare]
 }
 
-void task_b_evaluate_with_a_scope() {
+void task_ab_scripts_use_the_class_and_a_scope() {
   // [scope]
+  auto total_of_order = py::exec("import kest.shop\n"
+                                 "o = kest.shop.Order('ann', 2.5, quantity=4)\n"
+                                 "return o.total() + kest.shop.vat(o.total())");
   py::scope names{{"price", 12.5}, {"count", 3}};
   names.out("total", 0.0);
   auto label = py::exec("total = price * count\nreturn f'{count} items'", names);
@@ -65,6 +57,7 @@ void task_b_evaluate_with_a_scope() {
   double half = kest::to<double>(py::eval("0.5 * 4"));               // 2.0 (it arrives as the Integer 2)
   auto error = py::eval("{}['missing']").as<kest::Error>();          // KeyError: 'missing', line 1
   // [scope]
+  check(kest::to<double>(total_of_order) == 11.9, "a script makes an Order and calls its methods: 11.9");
   check(kest::to<std::string>(label) == "3 items" && total == 37.5 && half == 2.0, "statements and expressions with a scope");
   check(error.headline().toUtf8() == "KeyError: 'missing'" && error.line() == 1, "an error: " + error.headline().toUtf8());
 }
@@ -146,8 +139,7 @@ int main() {
     return 1;
   }
   // [start]
-  task_a_a_script_uses_the_class();
-  task_b_evaluate_with_a_scope();
+  task_ab_scripts_use_the_class_and_a_scope();
   task_c_call_python_and_walk_the_result();
   task_d_the_sandbox();
   task_e_interrupt_and_capture();

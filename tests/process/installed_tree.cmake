@@ -35,5 +35,20 @@ execute_process(COMMAND ${WORK_DIR}/consumer/consumer RESULT_VARIABLE rc OUTPUT_
 if(NOT rc EQUAL 0 OR NOT out STREQUAL "[1, 'two'] kest\n")
   message(FATAL_ERROR "the consumer printed '${out}' (${rc})")
 endif()
+# The embedding example, as an application built against the installed package.
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${EXAMPLE_DIR} -B ${WORK_DIR}/shop
+    -DCMAKE_PREFIX_PATH=${WORK_DIR}/moved -DCMAKE_BUILD_TYPE=Release
+  RESULT_VARIABLE rc OUTPUT_QUIET ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "find_package(kest) for examples/embedding failed: ${err}")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/shop RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "examples/embedding did not build against the installed tree: ${out}${err}")
+endif()
+execute_process(COMMAND ${WORK_DIR}/shop/shop RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0 OR NOT out MATCHES "all steps passed")
+  message(FATAL_ERROR "examples/embedding failed (${rc}): ${out}${err}")
+endif()
 file(REMOVE_RECURSE ${WORK_DIR})
-message(STATUS "installed tree works after moving")
+message(STATUS "installed tree works after moving; examples/embedding builds and runs against it")

@@ -10,11 +10,11 @@
 ///             .field<std::string>("customer")
 ///             .field<double>("price")
 ///             .init([](const kest::Any &self, std::string customer, double price) {
-///                     (void)self.setFieldValue("customer"_field, kest::host_value(customer));
-///                     (void)self.setFieldValue("price"_field, kest::host_value(price)); },
+///                     kest::set_field(self, "customer"_field, customer);
+///                     kest::set_field(self, "price"_field, price); },
 ///                   "customer"_a, "price"_a = 0.0)
 ///             .def("total", [](const kest::Any &self, std::int64_t n) {
-///                     return n * kest::to<double>(self.fieldValue("price"_field)); }, "n"_a = 1)
+///                     return n * kest::field<double>(self, "price"_field); }, "n"_a = 1)
 ///             .declare();
 ///
 /// Functions are plain C++ callables: each parameter is checked and converted
@@ -147,6 +147,17 @@ KEST_API Any method_entry_of(const char *name, I_Callable_Generic fn, const memb
 KEST_API Any property_entry_of(const char *name, I_Callable_Generic getter, I_Callable_Generic setter,
                                const member_extras &extras);
 } // namespace internal
+
+/// Field `name` of an instance as the C++ type `T` (checked, as `kest::to`).
+template <class T> [[nodiscard]] T field(const Any &self, const meta_field_untyped &name) {
+  return to<T>(self.fieldValue(name));
+}
+
+/// Writes field `name` of an instance from a C++ value (converted as call
+/// arguments are, and checked against the field's type): None or the error.
+template <class T> Result<None> set_field(const Any &self, const meta_field_untyped &name, T &&value) {
+  return self.setFieldValue(name, host_value(std::forward<T>(value)));
+}
 
 /// A host module: where functions and classes are declared.
 class KEST_API module_ {
