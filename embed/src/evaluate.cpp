@@ -48,32 +48,38 @@ EvaluationScope scope::evaluation_scope() const {
   return EvaluationScope(m_self, None(), I_Map::unsafeFrom(m_locals), I_MutableMap::unsafeFrom(m_out));
 }
 
-Result<Any> exec(std::string_view code, const scope &names) {
+namespace {
+/// One of the language's four evaluations, or the error before start.
+template <class Evaluate> Result<Any> evaluate_with(std::string_view text, const scope &names, Evaluate evaluate) {
   auto python = language();
   if (!python.is<PythonLanguage>())
     return not_started();
-  return python.unsafeAs<PythonLanguage>().evaluate(text_of(code), names.evaluation_scope());
+  return evaluate(python.unsafeAs<PythonLanguage>(), text_of(text), names.evaluation_scope());
+}
+} // namespace
+
+Result<Any> exec(std::string_view code, const scope &names) {
+  return evaluate_with(code, names, [](const PythonLanguage &l, const String &t, const EvaluationScope &s) {
+    return l.evaluate(t, s);
+  });
 }
 
 Result<Any> eval(std::string_view expression, const scope &names) {
-  auto python = language();
-  if (!python.is<PythonLanguage>())
-    return not_started();
-  return python.unsafeAs<PythonLanguage>().evaluateExpression(text_of(expression), names.evaluation_scope());
+  return evaluate_with(expression, names, [](const PythonLanguage &l, const String &t, const EvaluationScope &s) {
+    return l.evaluateExpression(t, s);
+  });
 }
 
 Result<Any> exec_sandboxed(std::string_view code, const scope &names) {
-  auto python = language();
-  if (!python.is<PythonLanguage>())
-    return not_started();
-  return python.unsafeAs<PythonLanguage>().evaluateInSandbox(text_of(code), names.evaluation_scope());
+  return evaluate_with(code, names, [](const PythonLanguage &l, const String &t, const EvaluationScope &s) {
+    return l.evaluateInSandbox(t, s);
+  });
 }
 
 Result<Any> eval_sandboxed(std::string_view expression, const scope &names) {
-  auto python = language();
-  if (!python.is<PythonLanguage>())
-    return not_started();
-  return python.unsafeAs<PythonLanguage>().evaluateExpressionInSandbox(text_of(expression), names.evaluation_scope());
+  return evaluate_with(expression, names, [](const PythonLanguage &l, const String &t, const EvaluationScope &s) {
+    return l.evaluateExpressionInSandbox(t, s);
+  });
 }
 
 Result<Any> import_module(std::string_view name) {

@@ -2,7 +2,9 @@
 //
 // Two native functions, _kest_has_module and _kest_create_module, and a small
 // finder/loader at the front of sys.meta_path. Every host module imports as a
-// package, so that a dotted host module imports below its parent.
+// package, so that a dotted host module imports below its parent. A last
+// finder turns a failed import of a host module whose name Python cannot
+// import (outside "kest.…") into an error that says so.
 
 #include "language/host_importer.hpp"
 
@@ -36,6 +38,17 @@ class _KestModuleImporter:
         pass
 
 sys.meta_path.insert(0, _KestModuleImporter())
+
+class _KestModuleNameHint:
+    # Last on the meta path: asked only when no other finder found the name.
+    def find_spec(self, fullname, path=None, target=None):
+        if _kest_unreachable_module(fullname):
+            raise ModuleNotFoundError(
+                f"No module named {fullname!r}: a host module of that name exists, but Python "
+                f"imports only host modules named 'kest' or 'kest.\u2026'", name=fullname)
+        return None
+
+sys.meta_path.append(_KestModuleNameHint())
 )";
 
 /// Module definitions must outlive their modules: one per created module,
@@ -100,6 +113,25 @@ PyObject *kest_has_module(PyObject *, PyObject *name) {
   Py_RETURN_FALSE;
 }
 
+/// True for the name of a host module that Python cannot import: one outside
+/// "kest" and "kest.…". The host's mirrors of Python modules ("python.…")
+/// are left alone, and looking them up would make them.
+PyObject *kest_unreachable_module(PyObject *, PyObject *name) {
+  if (!PyUnicode_Check(name))
+    Py_RETURN_FALSE;
+  Py_ssize_t size = 0;
+  const char *utf8 = PyUnicode_AsUTF8AndSize(name, &size);
+  if (!utf8)
+    return nullptr;
+  const std::string_view text(utf8, static_cast<std::size_t>(size));
+  if (text == "python" || text.starts_with("python."))
+    Py_RETURN_FALSE;
+  const auto host_name = kest::String::fromUtf8(text);
+  if (!is_host_module_name(host_name) && kest::find_module(host_name).is<kest::Module>())
+    Py_RETURN_TRUE;
+  Py_RETURN_FALSE;
+}
+
 PyObject *kest_create_module(PyObject *, PyObject *name) {
   try {
     if (!PyUnicode_Check(name)) {
@@ -140,6 +172,8 @@ PyObject *kest_create_module(PyObject *, PyObject *name) {
 }
 
 PyMethodDef has_module_def{"_kest_has_module", &kest_has_module, METH_O, "Whether a host module of that name exists."};
+PyMethodDef unreachable_module_def{"_kest_unreachable_module", &kest_unreachable_module, METH_O,
+                                  "Whether a host module of that name exists that Python cannot import."};
 PyMethodDef create_module_def{"_kest_create_module", &kest_create_module, METH_O, "The Python module of a host module."};
 } // namespace
 
@@ -148,8 +182,11 @@ void installHostImporter() {
   auto dict = py::object::steal(PyDict_New());
   auto has_module = py::object::steal(PyCFunction_NewEx(&has_module_def, nullptr, nullptr));
   auto create_module = py::object::steal(PyCFunction_NewEx(&create_module_def, nullptr, nullptr));
-  if (!dict || !has_module || !create_module || PyDict_SetItemString(dict.get(), "_kest_has_module", has_module.get()) < 0 ||
-      PyDict_SetItemString(dict.get(), "_kest_create_module", create_module.get()) < 0) {
+  auto unreachable = py::object::steal(PyCFunction_NewEx(&unreachable_module_def, nullptr, nullptr));
+  if (!dict || !has_module || !create_module || !unreachable ||
+      PyDict_SetItemString(dict.get(), "_kest_has_module", has_module.get()) < 0 ||
+      PyDict_SetItemString(dict.get(), "_kest_create_module", create_module.get()) < 0 ||
+      PyDict_SetItemString(dict.get(), "_kest_unreachable_module", unreachable.get()) < 0) {
     PyErr_Clear();
     return;
   }

@@ -58,6 +58,13 @@ TEST(HostImporter, ANameThatOnlyBeginsWithKestIsNotClaimed) {
   EXPECT_FALSE(ns.truth("has_module('kestrel')"));
   auto error = ns.run_raising("import kestrel");
   EXPECT_TRUE(error.is_exactly(PyExc_ModuleNotFoundError)) << error.type_name() << ": " << error.message();
+  EXPECT_EQ(error.message(), "No module named 'kestrel': a host module of that name exists, but Python imports only "
+                             "host modules named 'kest' or 'kest.\u2026'");
+  // A name that is no host module fails as in python3; python.* mirrors are not looked up.
+  auto plain = ns.run_raising("import no_such_module_anywhere_here");
+  EXPECT_TRUE(plain.is_exactly(PyExc_ModuleNotFoundError));
+  EXPECT_EQ(plain.message(), "No module named 'no_such_module_anywhere_here'");
+  EXPECT_TRUE(ns.truth("type(__import__('sys').meta_path[-1]).__name__ == '_KestModuleNameHint'"));
 }
 
 TEST(HostImporter, HasModuleAnswersFalseForANonString) {

@@ -164,6 +164,18 @@ TEST(Declare, ModuleFunctionsTakeNamesDefaultsAndDocumentation) {
   EXPECT_EQ(to<int>(twice(21)), 42);
 }
 
+TEST(Declare, AnErrorClass) {
+  module_ m(module_name);
+  static const Class_Generic overdrawn =
+      class_(m, "Overdrawn", "An account went below zero.").base(Error::getClass()).declare();
+  ASSERT_TRUE(Class_Generic::isInstance(overdrawn));
+  EXPECT_TRUE(overdrawn.derivesFrom(Error::getClass()));
+  auto error = Error::create(overdrawn, S("below zero"));
+  EXPECT_TRUE(Error::isInstance(error));
+  EXPECT_EQ(error_text(error), "below zero");
+  EXPECT_EQ(qualname(raw_class_of(error)).toUtf8(), "kest.declaretest.Overdrawn");
+}
+
 TEST(Declare, ExtrasAreCheckedAtCompileTime) {
   // Names for every parameter or for none; a method's instance is not named.
   static_assert(std::is_same_v<decltype(internal::extras_of("x"_a, "y"_a = 1, "doc")), internal::member_extras>);
