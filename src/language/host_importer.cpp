@@ -16,6 +16,8 @@
 
 #include <list>
 #include <mutex>
+#include <optional>
+#include <string_view>
 
 namespace sarvode {
 
@@ -100,14 +102,29 @@ bool store_properties(PyObject *dict, const kest::Any &module, const std::vector
   return true;
 }
 
-PyObject *kest_has_module(PyObject *, PyObject *name) {
+/// The text of a module name: nothing for an object that is no str, and
+/// nothing with `failed` set (and the exception set) for a str without UTF-8.
+std::optional<std::string_view> name_text(PyObject *name, bool &failed) {
+  failed = false;
   if (!PyUnicode_Check(name))
-    Py_RETURN_FALSE;
+    return std::nullopt;
   Py_ssize_t size = 0;
   const char *utf8 = PyUnicode_AsUTF8AndSize(name, &size);
-  if (!utf8)
+  if (!utf8) {
+    failed = true;
+    return std::nullopt;
+  }
+  return std::string_view(utf8, static_cast<std::size_t>(size));
+}
+
+PyObject *kest_has_module(PyObject *, PyObject *name) {
+  bool failed = false;
+  const auto text = name_text(name, failed);
+  if (failed)
     return nullptr;
-  const auto host_name = kest::String::fromUtf8(std::string_view(utf8, static_cast<std::size_t>(size)));
+  if (!text)
+    Py_RETURN_FALSE;
+  const auto host_name = kest::String::fromUtf8(*text);
   if (is_host_module_name(host_name) && kest::find_module(host_name).is<kest::Module>())
     Py_RETURN_TRUE;
   Py_RETURN_FALSE;
@@ -117,16 +134,13 @@ PyObject *kest_has_module(PyObject *, PyObject *name) {
 /// "kest" and "kest.…". The host's mirrors of Python modules ("python.…")
 /// are left alone, and looking them up would make them.
 PyObject *kest_unreachable_module(PyObject *, PyObject *name) {
-  if (!PyUnicode_Check(name))
-    Py_RETURN_FALSE;
-  Py_ssize_t size = 0;
-  const char *utf8 = PyUnicode_AsUTF8AndSize(name, &size);
-  if (!utf8)
+  bool failed = false;
+  const auto text = name_text(name, failed);
+  if (failed)
     return nullptr;
-  const std::string_view text(utf8, static_cast<std::size_t>(size));
-  if (text == "python" || text.starts_with("python."))
+  if (!text || *text == "python" || text->starts_with("python."))
     Py_RETURN_FALSE;
-  const auto host_name = kest::String::fromUtf8(text);
+  const auto host_name = kest::String::fromUtf8(*text);
   if (!is_host_module_name(host_name) && kest::find_module(host_name).is<kest::Module>())
     Py_RETURN_TRUE;
   Py_RETURN_FALSE;
