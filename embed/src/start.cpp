@@ -3,6 +3,7 @@
 
 #include <kest/python.hpp>
 
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -83,7 +84,14 @@ Result<None> load(const fs::path &path) {
 } // namespace
 
 Result<None> start(const std::string &extension) {
-  static std::mutex lock;
+  // Once started, only handlers registered since run, without the lock below:
+  // the caller may hold the interpreter lock, which a first start takes.
+  static std::atomic<bool> started{false};
+  if (started.load(std::memory_order_acquire)) {
+    internal::run_init_handlers();
+    return None();
+  }
+  static std::mutex lock; // the first start: one thread loads, the others wait for it
   std::lock_guard guard(lock);
   if (!python_is_registered()) {
     const fs::path path = extension.empty() ? default_extension() : fs::path(extension);
@@ -94,6 +102,7 @@ Result<None> start(const std::string &extension) {
   internal::run_init_handlers(); // runs only the handlers that have not run
   if (!python_is_registered())
     return Error(String(u"The Python extension was loaded, but no Python language was registered."));
+  started.store(true, std::memory_order_release);
   return None();
 }
 

@@ -3,8 +3,8 @@
 
 #include <kest/python.hpp>
 
+#include <atomic>
 #include <cstdio>
-#include <mutex>
 
 namespace kest::python {
 
@@ -28,12 +28,12 @@ Result<Any> call_cpython(const char16_t *name, std::vector<Any> args) {
 thread_local std::string *t_capture = nullptr;
 
 /// Sends each thread's output to its capture, and other threads' output to
-/// the process's streams, as it went before.
+/// the process's streams, as it went before. No lock is held while Python
+/// runs (a caller may hold the interpreter lock): two first calls at once
+/// both install the same routing, which is harmless.
 Result<None> route_output() {
-  static std::mutex lock;
-  static bool routed = false;
-  std::lock_guard guard(lock);
-  if (routed)
+  static std::atomic<bool> routed{false};
+  if (routed.load(std::memory_order_acquire))
     return None();
   auto sink = make_function([](String stream, String text) {
     if (t_capture) {
@@ -48,7 +48,7 @@ Result<None> route_output() {
   auto done = call_cpython(u"redirect_output", {sink});
   if (done.isError())
     return done.as<Error>();
-  routed = true;
+  routed.store(true, std::memory_order_release);
   return None();
 }
 } // namespace

@@ -2,8 +2,6 @@
 // Internal helpers for the library's own classes and typed handles.
 
 #include <kest/class.hpp>
-
-#include <string_view>
 #include <kest/computed.hpp>
 #include <kest/instance.hpp>
 #include <kest/none.hpp>
@@ -76,10 +74,8 @@ inline Error wrong_class(const char *expected, const Any &value) {
   return result_error_cast_source(String::fromUtf8(expected), value);
 }
 
-/// The text of a String value without making a handle (no reference count
-/// traffic), for hashing and comparing keys; empty for another kind.
-std::u16string_view text_of(const Any &a) noexcept;
-/// The hash of a String's text, computed once per string.
+/// The hash of a String's text, computed once per string (no handle made:
+/// map keys are hashed on every lookup).
 std::uint64_t text_hash_of(const Any &a) noexcept;
 /// Whether two Strings hold the same text.
 bool same_text(const Any &a, const Any &b) noexcept;

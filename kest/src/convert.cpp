@@ -20,11 +20,6 @@
 namespace kest::internal {
 
 namespace {
-/// The value itself, or what a computed value yields.
-Any resolved(const Any &value) {
-  return value.kind() == ObjectType::Computed ? evaluate_computed(value) : value;
-}
-
 std::string class_name_of(const Any &value) { return std::string(qualname(raw_class_of(value)).utf8View()); }
 
 [[noreturn]] void refuse(const Any &value, std::string_view wanted) {
@@ -52,16 +47,15 @@ double whole_number(double d, int bits, bool is_signed) {
 } // namespace
 
 void throw_bad_access(const Class_Generic &(*expected)(), const Any &found) {
-  const auto wanted = fmt::format("a value of class '{}'", qualname(expected()).utf8View());
+  const auto wanted = qualname(expected());
   if (is_error_value(found))
-    throw bad_access(fmt::format("Unable to read {} from an error: {}", wanted,
-                                 Error::unsafeFrom(found).headline().utf8View()));
-  throw bad_access(fmt::format("Unable to cast a value of class '{}' to '{}'.", class_name_of(found),
-                               qualname(expected()).utf8View()));
+    refuse(found, fmt::format("a value of class '{}'", wanted.utf8View()));
+  // The same text as a checked cast's error.
+  throw bad_access(fmt::format("Unable to cast a value of class '{}' to '{}'.", class_name_of(found), wanted.utf8View()));
 }
 
 double read_double(const Any &raw) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() == ObjectType::Float)
     return Float::unsafeFrom(value).value();
   if (value.kind() == ObjectType::Integer) {
@@ -72,7 +66,7 @@ double read_double(const Any &raw) {
 }
 
 std::int64_t read_signed(const Any &raw, std::int64_t min, std::int64_t max, int bits) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() == ObjectType::Integer) {
     const auto i = Integer::unsafeFrom(value);
     if (!i.isSigned() && i.unsignedValue() > static_cast<std::uint64_t>(max))
@@ -93,7 +87,7 @@ std::int64_t read_signed(const Any &raw, std::int64_t min, std::int64_t max, int
 }
 
 std::uint64_t read_unsigned(const Any &raw, std::uint64_t max, int bits) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() == ObjectType::Integer) {
     const auto i = Integer::unsafeFrom(value);
     if (i.isSigned() && i.value() < 0)
@@ -113,21 +107,21 @@ std::uint64_t read_unsigned(const Any &raw, std::uint64_t max, int bits) {
 }
 
 bool read_bool(const Any &raw) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() != ObjectType::Boolean)
     refuse(value, "a bool");
   return Boolean::unsafeFrom(value).value();
 }
 
 std::string read_utf8(const Any &raw) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() != ObjectType::String)
     refuse(value, "text");
   return String::unsafeFrom(value).toUtf8();
 }
 
 std::u16string read_utf16(const Any &raw) {
-  const Any value = resolved(raw);
+  const Any value = raw.as<Any>(); // what a computed value yields
   if (value.kind() != ObjectType::String)
     refuse(value, "text");
   return std::u16string(String::unsafeFrom(value).view());

@@ -15,7 +15,8 @@ namespace internal {
 namespace {
 /// Reports a declaration mistake of `member` through the host log.
 void report(std::string_view owner, const char *member, std::string_view problem) {
-  log_assert_error(String::fromUtf8(fmt::format("{}.{}: {}", owner, member, problem)));
+  log_assert_error(String::fromUtf8(owner.empty() ? fmt::format("{}: {}", member, problem)
+                                                  : fmt::format("{}.{}: {}", owner, member, problem)));
 }
 
 I_Callable_Generic declared(const char *name, I_Callable_Generic fn, const member_extras &extras) {

@@ -246,10 +246,11 @@ string_builder &string_builder::append(std::int64_t number) {
 }
 
 namespace internal {
-std::u16string_view text_of(const Any &a) noexcept {
-  auto *s = str(a);
+namespace {
+std::u16string_view text_view(const object_value_string *s) noexcept {
   return s ? std::u16string_view(s->text) : std::u16string_view();
 }
+} // namespace
 
 std::uint64_t text_hash_of(const Any &a) noexcept {
   auto *s = str(a);
@@ -268,8 +269,9 @@ bool same_text(const Any &a, const Any &b) noexcept {
   auto *y = str(b);
   if (x == y)
     return true;
-  const std::u16string_view tx = x ? std::u16string_view(x->text) : std::u16string_view();
-  const std::u16string_view ty = y ? std::u16string_view(y->text) : std::u16string_view();
+  const auto tx = text_view(x);
+  const auto ty = text_view(y);
+  // memcmp: char16_t's traits compare one unit at a time.
   return tx.size() == ty.size() && std::memcmp(tx.data(), ty.data(), tx.size() * sizeof(char16_t)) == 0;
 }
 } // namespace internal

