@@ -200,6 +200,7 @@ TEST(CheckedAccess, AResultIsReadThroughItsComputedValue) {
   EXPECT_FALSE(lazy.get<String>().has_value());
   EXPECT_THROW((void)lazy.as<Integer>(), bad_access);
   EXPECT_EQ(lazy.as<Any>().kind(), internal::ObjectType::Float);
+  EXPECT_EQ(lazy.get<Any>()->kind(), internal::ObjectType::Float); // computed, as with every other class
   const Result<Any> failing(internal::unchecked, Computed<Float>::create([] { return Result<Float>(Error("late")); }));
   EXPECT_FALSE(failing.isError()); // not computed yet
   EXPECT_TRUE(failing.get<Error>().has_value());
@@ -208,6 +209,9 @@ TEST(CheckedAccess, AResultIsReadThroughItsComputedValue) {
 
 TEST(CheckedAccess, NumbersReadFromEitherHostNumberClassWithRangeChecks) {
   EXPECT_EQ(to<double>(Integer(4)), 4.0);
+  EXPECT_EQ(to<double>(Integer::fromUnsigned(UINT64_MAX)), 18446744073709551615.0);
+  const auto halve = make_function([](double x) { return x / 2; });
+  EXPECT_EQ(to<double>(halve(Integer::fromUnsigned(UINT64_MAX))), 9223372036854775808.0); // 2^63, not -0.5
   EXPECT_EQ(to<float>(Float(0.5)), 0.5f);
   EXPECT_EQ(to<int>(Float(2.0)), 2);
   EXPECT_EQ(to<std::int64_t>(Integer(-7)), -7);

@@ -74,7 +74,6 @@ struct member_extras {
   std::vector<Any> defaults;
   std::string doc;
   bool default_before_plain = false; // a parameter without default after one with
-  std::size_t names = 0;
 
   void add(const char *text) { doc = text; }
   void add(const arg &a) {
@@ -87,7 +86,6 @@ struct member_extras {
   }
   void name(const char *n) {
     params += params.empty() ? n : std::string(", ") + n;
-    ++names;
   }
 };
 

@@ -94,8 +94,10 @@ template <> struct arg_traits<double> {
     return a.kind() == ObjectType::Float || a.kind() == ObjectType::Integer;
   }
   static double from(const Any &a) noexcept {
-    if (a.kind() == ObjectType::Integer)
-      return static_cast<double>(static_cast<std::int64_t>(integer_parts_of(a).bits));
+    if (a.kind() == ObjectType::Integer) {
+      const auto i = integer_parts_of(a);
+      return i.is_signed ? static_cast<double>(static_cast<std::int64_t>(i.bits)) : static_cast<double>(i.bits);
+    }
     return float_value_of(a);
   }
 };

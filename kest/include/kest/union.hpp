@@ -44,16 +44,18 @@ public:
 
   /// The value as `T` when it is one (a computed value is computed first).
   template <class T> [[nodiscard]] std::optional<T> get() const {
-    if (this->template is<T>())
-      return T(internal::unchecked, static_cast<const Any &>(*this));
-    if (kind() != internal::ObjectType::Computed)
+    if constexpr (std::is_same_v<T, Any>) {
+      return this->template as<Any>();
+    } else {
+      if (this->template is<T>())
+        return T(internal::unchecked, static_cast<const Any &>(*this));
+      if (kind() != internal::ObjectType::Computed)
+        return std::nullopt;
+      Any value = internal::evaluate_computed(*this);
+      if (T::isInstance(value))
+        return T(internal::unchecked, std::move(value));
       return std::nullopt;
-    Any value = internal::evaluate_computed(*this);
-    if constexpr (std::is_same_v<T, Any>)
-      return value;
-    else if (T::isInstance(value))
-      return T(internal::unchecked, std::move(value));
-    return std::nullopt;
+    }
   }
   /// The value as `T` without a check, for code that has just checked it.
   template <class T> [[nodiscard]] T unsafeAs() const noexcept {
