@@ -19,6 +19,7 @@
 #include "user_folder.hpp"
 
 #include <kest/init.hpp>
+#include <kest/python.hpp>
 
 #include <CLI/CLI.hpp>
 
@@ -87,6 +88,11 @@ int main(int argc, char **argv) {
                  "Write Python type stubs (.pyi) of the host modules (kest, kest.*) under DIR and exit")
       ->option_text("DIR");
   app.add_option("--extensions", extensions_dir, "Folder to load extensions from")->capture_default_str();
+  std::string python_path;
+  app.add_option("--python", python_path,
+                 "Run with this Python: a python3 program, a virtual environment's bin/python, or a "
+                 "libpython3.X.so (default: $SARVODE_PYTHON, else $VIRTUAL_ENV's, else the build's)")
+      ->option_text("PATH");
   auto *command_option =
       app.add_option("-c", command, "Run CODE as __main__, as python3 -c; the arguments after it are its own");
   auto *c = app.add_option("--exec", code,
@@ -148,6 +154,11 @@ int main(int argc, char **argv) {
   sarvode::coerce_c_locale(); // before Python starts, as python3 does
   if (c->count() == 0 && e->count() == 0 && !show_model && !options.host_log)
     sarvode::leave_python_logging_alone(); // a script's logging is python3's, and logging is not imported for it
+  // The Python library first: the extension links none and uses this one.
+  if (auto python = kest::python::load_interpreter(python_path); python.isError()) {
+    std::cerr << "sarvode: " << python.as<kest::Error>().message().toUtf8() << "\n";
+    return 1; // python3's status when it cannot start
+  }
   auto loaded = sarvode::load_extensions(extensions_dir);
   if (!loaded.error.empty()) {
     std::cerr << "sarvode: " << loaded.error << "\n";
@@ -157,7 +168,10 @@ int main(int argc, char **argv) {
   kest::internal::run_init_handlers();
 
   if (show_version) {
-    std::cout << "sarvode " << SARVODE_VERSION << "\n";
+    const auto python = kest::python::loaded_interpreter();
+    std::cout << "sarvode " << SARVODE_VERSION << "\n"
+              << "serves Python " << kest::python::oldest_python() << " and later (stable ABI)\n"
+              << "running Python " << python.version << " (" << python.library << ")\n";
     return 0;
   }
   if (stubs->count() > 0) {

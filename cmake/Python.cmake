@@ -9,11 +9,10 @@
 # FindPython3 as hints, with the LOCATION strategy, so headers/libraries of a
 # different installation (e.g. Debian's) are never mixed in.
 #
-# Result: imported target Python3::Python (plus the usual Python3_* variables)
-# and the helper
-#   sarvode_use_python_limited_api(<target>)
-# which links Python3::Python and compiles <target> against the stable ABI
-# (Py_LIMITED_API = 3.11).
+# Result: imported target Python3::Python (plus the usual Python3_* variables),
+# SARVODE_DEFAULT_PYTHON_LIBRARY/_EXECUTABLE, and the helpers
+#   sarvode_use_python_headers(<target>)       stable ABI (3.11), no library
+#   sarvode_use_python_limited_api(<target>)   the same, linking Python3::Python
 include_guard(GLOBAL)
 
 set(SARVODE_PYTHON_MIN_VERSION 3.11)
@@ -131,19 +130,40 @@ message(STATUS "Python ${Python3_VERSION}: ${Python3_EXECUTABLE}")
 message(STATUS "  include: ${Python3_INCLUDE_DIRS}")
 message(STATUS "  library: ${Python3_LIBRARIES}")
 
-# sarvode_use_python_limited_api(<target>)
-# Links <target> against libpython and restricts it to the stable ABI of
-# Python 3.11 so the same binary works with any later 3.x.
-function(sarvode_use_python_limited_api target)
-  if(NOT TARGET ${target})
-    message(FATAL_ERROR "sarvode_use_python_limited_api: '${target}' is not a target")
-  endif()
+# The Python a build runs with when the host chooses none: its library (the
+# file itself, not the development link) and its program.
+list(GET Python3_LIBRARIES 0 _py_library)
+get_filename_component(SARVODE_DEFAULT_PYTHON_LIBRARY "${_py_library}" REALPATH)
+set(SARVODE_DEFAULT_PYTHON_EXECUTABLE "${_sarvode_py}")
+message(STATUS "  default at run time: ${SARVODE_DEFAULT_PYTHON_LIBRARY}")
+
+# sarvode_use_python_headers(<target>)
+# Compiles <target> against the stable ABI of Python 3.11 without linking a
+# Python library: the host loads the Python it chooses before <target>, whose
+# Python symbols resolve to it, so one binary serves every later 3.x.
+function(sarvode_use_python_headers target)
   get_target_property(_type ${target} TYPE)
   if(_type STREQUAL "INTERFACE_LIBRARY")
     set(_scope INTERFACE)
   else()
     set(_scope PUBLIC)
   endif()
-  target_link_libraries(${target} ${_scope} Python3::Python)
+  target_include_directories(${target} SYSTEM ${_scope} ${Python3_INCLUDE_DIRS})
   target_compile_definitions(${target} ${_scope} Py_LIMITED_API=${SARVODE_PY_LIMITED_API})
+endfunction()
+
+# sarvode_use_python_limited_api(<target>)
+# The same, and links the build's Python library: for programs that start
+# Python themselves (benchmarks, fuzzers).
+function(sarvode_use_python_limited_api target)
+  if(NOT TARGET ${target})
+    message(FATAL_ERROR "sarvode_use_python_limited_api: '${target}' is not a target")
+  endif()
+  sarvode_use_python_headers(${target})
+  get_target_property(_type ${target} TYPE)
+  if(_type STREQUAL "INTERFACE_LIBRARY")
+    target_link_libraries(${target} INTERFACE Python3::Python)
+  else()
+    target_link_libraries(${target} PUBLIC Python3::Python)
+  endif()
 endfunction()

@@ -57,6 +57,8 @@ def _prepare():
             _signal.signal(_signal.SIGINT, _signal.default_int_handler)
         except ValueError:
             pass
+    if sys.prefix != sys.base_prefix:
+        return  # a virtual environment's program is sys.executable, as in python3
     executable = _python_of_this_installation()
     sys.executable = executable
     if hasattr(sys, "_base_executable"):

@@ -3,16 +3,13 @@
 
 #include <kest/python.hpp>
 
+#include "platform/loader.hpp"
+
 #include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <string>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
 
 namespace kest::python {
 
@@ -21,40 +18,8 @@ namespace fs = std::filesystem;
 
 #if defined(_WIN32)
 constexpr const char *extension_file = "sarvode_python.dll";
-/// The folder of the library that holds `address`.
-fs::path folder_of(const void *address) {
-  HMODULE module = nullptr;
-  if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                          static_cast<LPCWSTR>(address), &module))
-    return {};
-  wchar_t buffer[MAX_PATH];
-  const auto n = GetModuleFileNameW(module, buffer, MAX_PATH);
-  return fs::path(std::wstring(buffer, n)).parent_path();
-}
-void *open_library(const fs::path &path, std::string &error) {
-  HMODULE m = LoadLibraryW(path.wstring().c_str());
-  if (!m)
-    error = "error " + std::to_string(GetLastError());
-  return reinterpret_cast<void *>(m);
-}
-void *find_symbol(void *library, const char *name) {
-  return reinterpret_cast<void *>(GetProcAddress(static_cast<HMODULE>(library), name));
-}
 #else
 constexpr const char *extension_file = "sarvode_python.so";
-fs::path folder_of(const void *address) {
-  Dl_info info{};
-  if (!dladdr(address, &info) || !info.dli_fname)
-    return {};
-  return fs::absolute(fs::path(info.dli_fname)).parent_path();
-}
-void *open_library(const fs::path &path, std::string &error) {
-  void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); // as any host loads an extension
-  if (!library)
-    error = dlerror();
-  return library;
-}
-void *find_symbol(void *library, const char *name) { return dlsym(library, name); }
 #endif
 
 bool python_is_registered() {
@@ -63,18 +28,18 @@ bool python_is_registered() {
 
 /// The installed extension: lib/sarvode/extensions beside the object model's library.
 fs::path default_extension() {
-  const auto lib = folder_of(reinterpret_cast<const void *>(&find_language));
+  const auto lib = platform::library_of(reinterpret_cast<const void *>(&find_language)).parent_path();
   return lib.empty() ? fs::path() : lib / "sarvode" / "extensions" / extension_file;
 }
 
 Result<None> load(const fs::path &path) {
   std::string why;
-  void *library = open_library(path, why);
+  void *library = platform::open_local(path, why); // as any host loads an extension
   if (!library)
     return Error(String::fromUtf8("Unable to load the Python extension " + path.string() + ": " + why));
   using entry = void (*)();
-  auto bind = reinterpret_cast<entry>(find_symbol(library, "sarvode_extension_bind_api"));
-  auto init = reinterpret_cast<entry>(find_symbol(library, "sarvode_extension_init"));
+  auto bind = reinterpret_cast<entry>(platform::find_symbol(library, "sarvode_extension_bind_api"));
+  auto init = reinterpret_cast<entry>(platform::find_symbol(library, "sarvode_extension_init"));
   if (!bind || !init)
     return Error(String::fromUtf8(path.string() + " is not the Python extension."));
   bind();
@@ -83,7 +48,9 @@ Result<None> load(const fs::path &path) {
 }
 } // namespace
 
-Result<None> start(const std::string &extension) {
+Result<None> start(const std::string &extension) { return start(options{{}, extension}); }
+
+Result<None> start(const options &options) {
   // Once started, only handlers registered since run, without the lock below:
   // the caller may hold the interpreter lock, which a first start takes.
   static std::atomic<bool> started{false};
@@ -94,7 +61,10 @@ Result<None> start(const std::string &extension) {
   static std::mutex lock; // the first start: one thread loads, the others wait for it
   std::lock_guard guard(lock);
   if (!python_is_registered()) {
-    const fs::path path = extension.empty() ? default_extension() : fs::path(extension);
+    auto python = load_interpreter(options.python);
+    if (python.isError())
+      return python;
+    const fs::path path = options.extension.empty() ? default_extension() : fs::path(options.extension);
     auto loaded = load(path);
     if (loaded.isError())
       return loaded;

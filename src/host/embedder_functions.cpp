@@ -12,6 +12,7 @@
 #include "language/output_capture.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/python_shutdown.hpp"
+#include "runtime/python_version.hpp"
 
 #include <kest/builders.hpp>
 #include <kest/error.hpp>
@@ -106,6 +107,8 @@ struct embedder_functions {
 const bool g_registered = [] {
   static embedder_functions functions;
   kest::internal::add_init_handler(5, [] {
+    if (!pythonRefusal().empty())
+      return;
     for (auto *builder : {&functions.clear, &functions.resize, &functions.info, &functions.current_thread,
                           &functions.interrupt, &functions.redirect, &functions.shutdown,
                           &functions.standard_sleep, &functions.run_main})

@@ -10,6 +10,7 @@
 #include "proxies/cpython_module.hpp"
 #include "runtime/log_bridge.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/python_version.hpp"
 
 #include <kest/builders.hpp>
 #include <kest/init.hpp>
@@ -82,14 +83,23 @@ const bool g_registered = [] {
       (void)names::import_all_modules();
   (void)members();
   kest::internal::add_init_handler(2, [] {
+    if (!pythonRefusal().empty())
+      return;
     (void)cpythonLanguageClass();
     (void)cpythonModuleClass();
   });
-  kest::internal::add_init_handler(3, startPythonWithLogBridge);
+  kest::internal::add_init_handler(3, [] {
+    if (pythonRefusal().empty())
+      startPythonWithLogBridge();
+  });
   kest::internal::add_init_handler(4, [] {
+    if (!pythonRefusal().empty())
+      return;
     (void)kest::internal::register_property(module_name, members().doc.name().string(), members().doc.build());
   });
   kest::internal::add_init_handler(5, [] {
+    if (!pythonRefusal().empty())
+      return;
     for (auto *builder : {&members().add_sys_path, &members().evaluate, &members().evaluate_expr})
       (void)kest::internal::register_function(module_name, builder->name().string(), builder->callable());
   });

@@ -8,6 +8,7 @@
 
 #include <kest/deferred_modules.hpp>
 #include <kest/kest.hpp>
+#include <kest/python.hpp>
 
 #include <dlfcn.h>
 #include <signal.h>
@@ -30,6 +31,10 @@ void check(bool ok, const std::string &what) {
 
 /// 1. Loading: open the library, then its two entry points, in this order.
 bool load_extension(const char *path) {
+  if (auto python = kest::python::load_interpreter(); python.isError()) {
+    std::cerr << python.as<kest::Error>().message().toUtf8() << "\n";
+    std::exit(2);
+  }
   void *library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
   if (!library) {
     std::cerr << "cannot load " << path << ": " << dlerror() << "\n";

@@ -6,6 +6,7 @@
 // extension loaded through the loader.
 
 #include <kest/init.hpp>
+#include <kest/python.hpp>
 
 #include <fmt/format.h>
 
@@ -209,6 +210,10 @@ void set_env(const char *name, const std::string *value) {
 }
 
 void load_extension(const fs::path &path, int times = 1) {
+  if (auto python = kest::python::load_interpreter(); python.isError()) {
+    std::cerr << python.as<kest::Error>().message().toUtf8() << "\n";
+    std::exit(2);
+  }
   void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library) {
     std::cerr << "cannot load " << path << ": " << dlerror() << "\n";

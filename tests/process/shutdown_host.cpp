@@ -12,6 +12,7 @@
 
 #include <kest/init.hpp>
 #include <kest/kest.hpp>
+#include <kest/python.hpp>
 
 #include <dlfcn.h>
 
@@ -26,6 +27,10 @@
 namespace {
 
 void *load_extension(const char *path) {
+  if (auto python = kest::python::load_interpreter(); python.isError()) {
+    std::cerr << python.as<kest::Error>().message().toUtf8() << "\n";
+    std::exit(2);
+  }
   void *library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
   if (!library) {
     std::cerr << "cannot load " << path << ": " << dlerror() << "\n";

@@ -25,12 +25,38 @@
 
 namespace kest::python {
 
-/// Loads the Python extension and runs the host's start-up handlers, which
-/// start Python. `extension` is the path of sarvode_python.so; empty means the
-/// one installed beside the object model's library
-/// (`<libdir>/sarvode/extensions`). Idempotent and thread-safe: later calls,
-/// and calls in a host that has already loaded the extension itself, return
-/// None at once.
+/// The Python a process runs with.
+struct interpreter {
+  std::string version;    ///< "3.12.1"; empty before one is loaded
+  std::string library;    ///< the Python library file
+  std::string executable; ///< the program Python takes as sys.executable; empty when the host loaded Python itself
+};
+
+/// Loads the Python library, once: `python` when given (a python3 program, a
+/// virtual environment's bin/python, or a libpython3.X.so), else the one
+/// named by the environment variable SARVODE_PYTHON, else the activated
+/// virtual environment's (VIRTUAL_ENV), else the Python this build was made
+/// with. A process that has loaded Python itself keeps it. A Python older
+/// than `oldest_python()` is refused. `start` calls it.
+Result<None> load_interpreter(const std::string &python = {});
+/// The Python loaded so far.
+interpreter loaded_interpreter();
+/// The oldest Python this build serves: "3.11".
+const char *oldest_python() noexcept;
+
+/// What `start` loads.
+struct options {
+  std::string python;    ///< as for `load_interpreter`; empty: the environment's choice
+  std::string extension; ///< the path of sarvode_python.so; empty: the installed one
+};
+
+/// Loads Python (`load_interpreter(options.python)`) and the Python
+/// extension, and runs the host's start-up handlers, which start Python. The
+/// installed extension is `<libdir>/sarvode/extensions` beside the object
+/// model's library. Idempotent and thread-safe: later calls, and calls in a
+/// host that has already loaded the extension itself, return None at once.
+Result<None> start(const options &options);
+/// `start` with the extension at `extension` (empty: the installed one).
 Result<None> start(const std::string &extension = {});
 
 /// What an evaluation sees: names with values (converted as call arguments
