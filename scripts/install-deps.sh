@@ -25,6 +25,7 @@ PACKAGES=(
   libfmt-dev
   libcli11-dev
   python3-dev
+  python3-venv
   libpython3.11-testsuite
   python3-mypy
   pybind11-dev

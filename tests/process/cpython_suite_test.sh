@@ -4,7 +4,7 @@
 # Usage: cpython_suite_test.sh SARVODE PYTHON MODULE [-m PATTERN]
 set -uo pipefail
 sarvode=$1
-python=$2
+python=${SARVODE_PYTHON:-$2} # the Python sarvode runs with: the one chosen for this run, else the build's
 shift 2
 
 # The closing lines of unittest: "Ran N tests" and "OK (skipped=K)" or "FAILED (...)".

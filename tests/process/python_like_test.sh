@@ -5,7 +5,7 @@
 # Usage: python_like_test.sh SARVODE PYTHON CASE TMPDIR
 set -uo pipefail
 sarvode=$1
-python=$2
+python=${SARVODE_PYTHON:-$2} # the Python sarvode runs with: the one chosen for this run, else the build's
 case_name=$3
 source "$(dirname "${BASH_SOURCE[0]}")/test_folder.sh"
 enter_test_folder "$4" py

@@ -5,7 +5,7 @@
 # Usage: stubs_test.sh SARVODE PYTHON CASE TMPDIR EXAMPLES
 set -uo pipefail
 sarvode=$1
-python=$2
+python=${SARVODE_PYTHON:-$2} # the Python sarvode runs with: the one chosen for this run, else the build's
 case_name=$3
 examples=$5
 source "$(dirname "${BASH_SOURCE[0]}")/test_folder.sh"
