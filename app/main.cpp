@@ -155,7 +155,7 @@ int main(int argc, char **argv) {
   if (c->count() == 0 && e->count() == 0 && !show_model && !options.host_log)
     sarvode::leave_python_logging_alone(); // a script's logging is python3's, and logging is not imported for it
   // The Python library first: the extension links none and uses this one.
-  if (auto python = kest::python::load_interpreter(python_path); python.isError()) {
+  if (auto python = kest::python::load_interpreter(python_path, "--python"); python.isError()) {
     std::cerr << "sarvode: " << python.as<kest::Error>().message().toUtf8() << "\n";
     return 1; // python3's status when it cannot start
   }

@@ -237,7 +237,7 @@ void name_the_program(void *library, const fs::path &executable) {
 
 const char *oldest_python() noexcept { return "3.11"; }
 
-Result<None> load_interpreter(const std::string &python) {
+Result<None> load_interpreter(const std::string &python, std::string_view named_as) {
   auto &s = state();
   std::lock_guard guard(s.lock);
   if (s.loaded)
@@ -254,7 +254,7 @@ Result<None> load_interpreter(const std::string &python) {
     s.loaded = true;
     return None();
   }
-  std::string chosen = python, origin = "--python";
+  std::string chosen = python, origin(named_as);
   if (chosen.empty() && !(chosen = environment("SARVODE_PYTHON")).empty())
     origin = "SARVODE_PYTHON";
   if (chosen.empty() && !environment("VIRTUAL_ENV").empty()) {

@@ -56,6 +56,26 @@ TEST(Facade, StartWithAPathThatIsNoExtensionIsAClearError) {
   EXPECT_EQ(kest::to<int>(py::eval("1 + 1")), 2);
 }
 
+TEST(Facade, StartWithAPythonThatDoesNotExistIsAClearError) {
+  auto started = py::start(py::options{.python = "/no/such/python3"});
+  ASSERT_TRUE(started.isError());
+  EXPECT_EQ(headline(started.as<kest::Any>()), "Python /no/such/python3 does not exist.");
+  EXPECT_TRUE(py::loaded_interpreter().version.empty());
+  start_python(); // the environment's choice still works afterwards
+  EXPECT_EQ(py::loaded_interpreter().version, kest::to<std::string>(py::eval("__import__('platform').python_version()")));
+}
+
+TEST(Facade, StartWithAChosenPythonProgram) {
+  auto started = py::start(py::options{.python = SARVODE_TEST_PYTHON});
+  ASSERT_FALSE(started.isError()) << headline(started.as<kest::Any>());
+  const auto python = py::loaded_interpreter();
+  EXPECT_EQ(python.executable, SARVODE_TEST_PYTHON);
+  EXPECT_NE(python.library.find("libpython"), std::string::npos) << python.library;
+  EXPECT_EQ(python.version, kest::to<std::string>(py::eval("__import__('platform').python_version()")));
+  auto again = py::start(py::options{.python = "/no/such/python3"}); // started: the choice is made once
+  EXPECT_FALSE(again.isError());
+}
+
 TEST(Facade, StartFromEightThreadsAtOnceStartsOnce) {
   std::atomic<int> failures{0};
   on_threads([&](int) {

@@ -37,8 +37,9 @@ struct interpreter {
 /// named by the environment variable SARVODE_PYTHON, else the activated
 /// virtual environment's (VIRTUAL_ENV), else the Python this build was made
 /// with. A process that has loaded Python itself keeps it. A Python older
-/// than `oldest_python()` is refused. `start` calls it.
-Result<None> load_interpreter(const std::string &python = {});
+/// than `oldest_python()` is refused. `start` calls it. Messages name
+/// `python` as `named_as` ("--python /bin/ls is not a Python 3 program...").
+Result<None> load_interpreter(const std::string &python = {}, std::string_view named_as = "Python");
 /// The Python loaded so far.
 interpreter loaded_interpreter();
 /// The oldest Python this build serves: "3.11".
@@ -46,8 +47,8 @@ const char *oldest_python() noexcept;
 
 /// What `start` loads.
 struct options {
-  std::string python;    ///< as for `load_interpreter`; empty: the environment's choice
-  std::string extension; ///< the path of sarvode_python.so; empty: the installed one
+  std::string python{};    ///< as for `load_interpreter`; empty: the environment's choice
+  std::string extension{}; ///< the path of sarvode_python.so; empty: the installed one
 };
 
 /// Loads Python (`load_interpreter(options.python)`) and the Python
