@@ -156,7 +156,14 @@ int main(int argc, char **argv) {
     sarvode::leave_python_logging_alone(); // a script's logging is python3's, and logging is not imported for it
   // The Python library first: the extension links none and uses this one.
   if (auto python = kest::python::load_interpreter(python_path, "--python"); python.isError()) {
-    std::cerr << "sarvode: " << python.as<kest::Error>().message().toUtf8() << "\n";
+    const auto why = python.as<kest::Error>().message().toUtf8();
+    if (show_version) { // what it can say, and why no Python runs
+      std::cout << "sarvode " << SARVODE_VERSION << "\n"
+                << "serves Python " << kest::python::oldest_python() << " and later (stable ABI)\n"
+                << "running no Python: " << why << "\n";
+      return 1;
+    }
+    std::cerr << "sarvode: " << why << "\n";
     return 1; // python3's status when it cannot start
   }
   auto loaded = sarvode::load_extensions(extensions_dir);

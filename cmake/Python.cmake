@@ -132,9 +132,16 @@ message(STATUS "  library: ${Python3_LIBRARIES}")
 
 # The Python a build runs with when the host chooses none: its library (the
 # file itself, not the development link) and its program.
-list(GET Python3_LIBRARIES 0 _py_library)
-get_filename_component(SARVODE_DEFAULT_PYTHON_LIBRARY "${_py_library}" REALPATH)
+if(WIN32)
+  # The DLL beside python.exe (Python3_LIBRARIES names the import library).
+  string(REPLACE "." "" _py_nodot "${_py_ver}")
+  set(SARVODE_DEFAULT_PYTHON_LIBRARY "${_py_prefix}/python${_py_nodot}.dll")
+else()
+  list(GET Python3_LIBRARIES 0 _py_library)
+  get_filename_component(SARVODE_DEFAULT_PYTHON_LIBRARY "${_py_library}" REALPATH)
+endif()
 set(SARVODE_DEFAULT_PYTHON_EXECUTABLE "${_sarvode_py}")
+set(SARVODE_DEFAULT_PYTHON_VERSION "${_py_ver}")
 message(STATUS "  default at run time: ${SARVODE_DEFAULT_PYTHON_LIBRARY}")
 
 # sarvode_use_python_headers(<target>)

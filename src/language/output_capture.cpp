@@ -97,6 +97,12 @@ def flush_all():
             stream.flush_all()
 
 
+def flush_thread():
+    if saved is not None:
+        for stream in saved[2]:
+            stream.flush()
+
+
 def redirect(sink):
     global saved
     with lock:
@@ -183,7 +189,7 @@ void flushRedirectedOutput() {
     return;
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &value, &traceback); // the evaluation's own error waits meanwhile
-  if (!call_in_namespace("flush_all", nullptr))
+  if (!call_in_namespace("flush_thread", nullptr))
     PyErr_Clear(); // the sink failed: its error must not replace the evaluation's
   PyErr_Restore(type, value, traceback);
 }

@@ -14,9 +14,11 @@ namespace sarvode {
 /// Takes the interpreter lock.
 kest::Result<kest::None> redirectOutput(const kest::Any &sink);
 
-/// Hands every text still waiting for a newline to the sink; nothing when
-/// output is not redirected. Needs the interpreter lock; a Python error that
-/// is set stays set.
+/// Hands the text that the calling thread wrote and that still waits for a
+/// newline to the sink; nothing when output is not redirected. Another
+/// thread's unfinished line stays with that thread (print writes a line's
+/// text and its newline apart), so an evaluation that ends never takes it.
+/// Needs the interpreter lock; a Python error that is set stays set.
 void flushRedirectedOutput();
 
 } // namespace sarvode

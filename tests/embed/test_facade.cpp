@@ -177,6 +177,24 @@ TEST(Facade, CaptureOutputPerThread) {
   EXPECT_EQ(inner, "inner");
 }
 
+TEST(Facade, AnEvaluationThatEndsLeavesAnotherThreadsUnfinishedLine) {
+  start_python();
+  const char *sync = "import sys, threading\nsync = sys.__dict__.setdefault('_facade_sync', "
+                     "(threading.Event(), threading.Event()))\n";
+  std::string half_written;
+  std::thread writer([&] {
+    half_written = py::capture_output([&] {
+      (void)py::exec(std::string(sync) + "sys.stdout.write('half')\nsync[0].set()\nsync[1].wait(30)\nprint(' line')");
+    });
+  });
+  ASSERT_TRUE(kest::to<bool>(py::exec(std::string(sync) + "return sync[0].wait(30)")));
+  // The writer's line waits for its newline while this thread's evaluation ends.
+  EXPECT_EQ(py::capture_output([] { (void)py::exec("print('other')"); }), "other\n");
+  (void)py::exec(std::string(sync) + "sync[1].set()");
+  writer.join();
+  EXPECT_EQ(half_written, "half line\n");
+}
+
 TEST(Facade, InterruptFromAnotherThread) {
   start_python();
   std::atomic<bool> ready{false};

@@ -36,7 +36,7 @@ case $case_name in
 every-python)
   count=0
   for python in $(pythons); do
-    same_answer "$python" 'import sys, _decimal, _json; print(sys.version_info, _json.__file__, sys.executable == "" or __import__("os").path.exists(sys.executable))'
+    same_answer "$python" 'import os, sys, _decimal, _json; print(sys.version_info, _json.__file__, os.path.realpath(sys.executable))'
     out=$("$sarvode" --python "$python" -c 'import kest.demo, decimal; print(kest.demo.Shape.__name__, decimal.Decimal("1.10") + 1)' 2>&1) ||
       fail "$python: host module: $out"
     [[ $out == "Shape 2.10" ]] || fail "$python: host module [$out]"
@@ -46,6 +46,7 @@ every-python)
   [[ $count -ge 2 ]] || exit 77
   ;;
 library-path)
+  count=0
   for python in $(pythons); do
     library=$("$python" -c 'import sysconfig, os
 v = sysconfig.get_config_var
@@ -60,12 +61,14 @@ for d in (v("LIBDIR"), os.path.join(v("LIBDIR"), v("MULTIARCH") or "")):
     version=$(SARVODE_PYTHON=$library "$sarvode" --version) || fail "--version on $library"
     [[ $(sed -n 2p <<<"$version") == "serves Python 3.11 and later (stable ABI)" ]] || fail "--version [$version]"
     [[ $(sed -n 3p <<<"$version") == "running Python "*" ($library)" ]] || fail "--version [$version] on $library"
+    count=$((count + 1))
   done
+  [[ $count -gt 0 ]] || exit 77
   ;;
 choice-order)
   mapfile -t all < <(pythons)
   [[ ${#all[@]} -ge 3 ]] || exit 77
-  ask='import sys; print(sys.version_info[:3])'
+  ask='import sys; print(sys.version_info[:3], sys.base_prefix)'
   version_of() { "$1" -c "$ask"; }
   "${all[2]}" -m venv --without-pip venv || fail "cannot make a venv"
   got=$(VIRTUAL_ENV=$tmp/venv SARVODE_PYTHON=${all[1]} "$sarvode" --python "${all[0]}" -c "$ask")
@@ -83,18 +86,30 @@ venv)
     echo 'where = "venv"' >"$site/venv_only_module.py"
     code='import sys, venv_only_module
 print(sys.prefix, sys.base_prefix, sys.executable, venv_only_module.where)
-print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and "sarvode" not in p])'
+print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and not p.endswith("/sarvode/extensions/site-packages")])'
     ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>&1) || fail "$python venv: $ours"
     theirs=$(venv/bin/python -c "$code")
     [[ $ours == "$theirs" ]] || fail "$python venv: sarvode [$ours], venv python [$theirs]"
     same_answer "$tmp/venv/bin/python" "$code"
   done
   ;;
+venv-of-another-version)
+  # A venv whose home also holds the build's program, but of another version,
+  # runs its own version (its pyvenv.cfg says which).
+  other=$(pythons | grep -v -E '^/usr/bin/' | while read -r p; do
+    [[ $("$p" -c 'import sys; print(sys.version_info[:2] != (3, 11))') == True ]] && echo "$p"; done | head -n1)
+  [[ -n $other ]] || exit 77
+  version=$("$other" -c 'import platform; print(platform.python_version())')
+  mkdir -p venv/bin && ln -s "$(realpath "$other")" venv/bin/python
+  printf 'home = /usr/bin\ninclude-system-site-packages = false\nversion = %s\n' "$version" >venv/pyvenv.cfg
+  got=$("$sarvode" --python "$tmp/venv/bin/python" -c 'import platform; print(platform.python_version())' 2>&1)
+  [[ $got == "$version" ]] || fail "[$got], want $version"
+  ;;
 venv-system-site-packages)
   python=$(pythons | head -n1)
   for flag in "" --system-site-packages; do
     rm -rf venv && "$python" -m venv --without-pip $flag venv || fail "cannot make a venv"
-    code='import sys; print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and "sarvode" not in p])'
+    code='import sys; print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and not p.endswith("/sarvode/extensions/site-packages")])'
     ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>&1) || fail "venv $flag: $ours"
     theirs=$(venv/bin/python -c "$code")
     [[ $ours == "$theirs" ]] || fail "venv $flag: sarvode [$ours], venv python [$theirs]"
@@ -134,7 +149,9 @@ older-python-refused)
 not-a-python)
   printf 'not a program\n' >text
   chmod +x text
-  for choice in /bin/ls "$tmp/text" "$tmp/none" /etc/hostname; do
+  ln -s "$tmp/none" dangling
+  mkdir folder
+  for choice in /bin/ls "$tmp/text" "$tmp/none" /etc/hostname "$tmp/dangling" "$tmp/folder"; do
     err=$("$sarvode" --python "$choice" -c 'print("ran")' 2>&1)
     status=$?
     [[ $status == 1 && $err == "sarvode: --python $choice "* && $err != *ran* ]] || fail "$choice: status $status [$err]"
@@ -142,12 +159,22 @@ not-a-python)
   err=$(SARVODE_PYTHON=/bin/true "$sarvode" -c pass 2>&1)
   [[ $? == 1 && $err == "sarvode: SARVODE_PYTHON /bin/true is not a Python 3 program or library: it did not answer as Python does." ]] ||
     fail "SARVODE_PYTHON=/bin/true [$err]"
+  # --version still says what it can.
+  out=$("$sarvode" --python /bin/true --version 2>&1)
+  [[ $? == 1 && $(sed -n 1p <<<"$out") == "sarvode "* && $(sed -n 2p <<<"$out") == "serves Python 3.11 and later (stable ABI)" &&
+    $(sed -n 3p <<<"$out") == "running no Python: --python /bin/true is not a Python 3 program"* ]] || fail "--version [$out]"
   ;;
 extension-links-no-python)
   needed=$(readelf -d "$extension" | grep NEEDED) || fail "readelf"
   [[ $needed != *libpython* ]] || fail "the extension links a Python library: $needed"
-  undefined=$(nm -D --undefined-only "$extension" | grep -c ' U Py') || true
-  [[ $undefined -gt 100 ]] || fail "only $undefined Python symbols left to the host's Python"
+  undefined=$(nm -D --undefined-only "$extension" | awk '$1 == "U" { sub(/@.*/, "", $2); print $2 }' | sort -u)
+  python_symbols=$(grep -c -E '^_?Py' <<<"$undefined")
+  [[ $python_symbols -gt 100 ]] || fail "only $python_symbols Python symbols left to the host's Python"
+  # Every other symbol comes from a library the extension names.
+  defined=$(ldd "$extension" | awk '$2 == "=>" && $3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }' |
+    xargs -r nm -D --defined-only 2>/dev/null | awk 'NF == 3 { sub(/@.*/, "", $3); print $3 }' | sort -u)
+  missing=$(grep -v -E '^_?Py' <<<"$undefined" | comm -23 - <(echo "$defined"))
+  [[ -z $missing ]] || fail "symbols no library provides: $(echo $missing)"
   ;;
 *)
   fail "unknown case $case_name"

@@ -33,6 +33,8 @@ void *find_symbol(void *library, const char *name) {
   return reinterpret_cast<void *>(GetProcAddress(static_cast<HMODULE>(library), name));
 }
 
+void close(void *library) { (void)FreeLibrary(static_cast<HMODULE>(library)); }
+
 void *find_loaded_symbol(const char *name) {
   HMODULE forwarder = GetModuleHandleW(L"python3.dll");
   return forwarder ? find_symbol(forwarder, name) : nullptr;
@@ -51,6 +53,10 @@ fs::path library_of(const void *address) {
 std::vector<std::string> python_library_names(int major, int minor) {
   return {"python" + std::to_string(major) + std::to_string(minor) + ".dll"};
 }
+
+std::vector<std::string> python_program_names() { return {"python.exe", "python3.exe"}; }
+
+fs::path venv_program(const fs::path &folder) { return folder / "Scripts" / "python.exe"; }
 
 bool looks_like_library(const fs::path &path) { return path.extension() == ".dll"; }
 
