@@ -283,8 +283,10 @@ Result<None> name_the_program(void *library, const fs::path &executable) {
     return Error(String::fromUtf8("This Python has no Py_SetProgramName, which a virtual environment needs: " +
                                   executable.string() + " cannot be run as its environment's program."));
   }
-  if (wchar_t *name = decode(executable.string().c_str(), nullptr))
-    set_name(name); // Python keeps the pointer: the text lives as long as the process
+  // Python keeps the pointer: the text lives as long as the process, held here.
+  static wchar_t *program_name = nullptr;
+  if ((program_name = decode(executable.string().c_str(), nullptr)))
+    set_name(program_name);
   return None();
 }
 } // namespace
