@@ -5,7 +5,7 @@
 
 #include "language/output_capture.hpp"
 
-#include "convert/to_python.hpp"
+#include "language/host_stream.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/python_shutdown.hpp"
 
@@ -20,8 +20,11 @@ namespace {
 
 // Each thread's text is kept apart until it ends a line, so that lines written
 // by threads at once (print writes its text and its newline apart) reach the
-// host whole. The lock keeps the host's calls in the order of the writes.
-constexpr const char *capture_source = R"(import io, sys, _thread
+// host whole. The stream's write, flush and flush_all are made in C
+// (host_stream.cpp) and set on each stream object; the delivery lock keeps
+// the host's calls one at a time, in the order of the writes, and apart from
+// a switch of the streams.
+constexpr const char *capture_source = R"(import io, sys
 
 class HostStream(io.TextIOBase):
     """sys.stdout or sys.stderr while the host captures output."""
@@ -30,40 +33,14 @@ class HostStream(io.TextIOBase):
     errors = 'strict'
     line_buffering = True
 
-    def __init__(self, stream, sink, lock):
+    def __init__(self, stream, functions):
         self._stream = stream
-        self._sink = sink
-        self._lock = lock
-        self._pending = {}
+        # Found before the class's methods: print's text goes straight to C.
+        self.write, self.flush, self.flush_all = functions
 
     @property
     def name(self):
         return '<' + self._stream + '>'
-
-    def write(self, text):
-        if not isinstance(text, str):
-            raise TypeError('write() argument must be str, not ' + type(text).__name__)
-        with self._lock:
-            thread = _thread.get_ident()
-            pending = self._pending.pop(thread, '') + text
-            end = pending.rfind('\n') + 1
-            if end < len(pending):
-                self._pending[thread] = pending[end:]
-            if end:
-                self._sink(self._stream, pending[:end])
-        return len(text)
-
-    def flush(self):
-        with self._lock:
-            pending = self._pending.pop(_thread.get_ident(), '')
-            if pending:
-                self._sink(self._stream, pending)
-
-    def flush_all(self):
-        with self._lock:
-            pending, self._pending = self._pending, {}
-            for text in pending.values():
-                self._sink(self._stream, text)
 
     def writable(self):
         return True
@@ -72,7 +49,17 @@ class HostStream(io.TextIOBase):
         return False
 
 
-lock = _thread.RLock()
+class _DeliveryLock:
+    """The lock of the streams' deliveries to the host (host_stream.cpp)."""
+
+    def __enter__(self):
+        _delivery_lock[0]()
+
+    def __exit__(self, *exc):
+        _delivery_lock[1]()
+
+
+lock = _DeliveryLock()
 saved = None
 
 
@@ -103,7 +90,9 @@ def flush_thread():
             stream.flush()
 
 
-def redirect(sink):
+def redirect(functions):
+    """functions: the (write, flush, flush_all) of stdout and of stderr, or
+    None to put the streams back."""
     global saved
     with lock:
         if saved is not None:
@@ -115,9 +104,9 @@ def redirect(sink):
                 sys.stdout = out
             if sys.stderr is ours[1]:
                 sys.stderr = err
-        if sink is None:
+        if functions is None:
             return
-        ours = (HostStream('stdout', sink, lock), HostStream('stderr', sink, lock))
+        ours = (HostStream('stdout', functions[0]), HostStream('stderr', functions[1]))
         for stream in (sys.stdout, sys.stderr):
             try:
                 stream.flush()  # what the old streams hold goes out before the new text
@@ -133,7 +122,8 @@ def redirect(sink):
 PyObject *capture_namespace() {
   static PyObject *made = [] {
     auto globals = py::object::steal(PyDict_New());
-    if (!globals)
+    auto lock = py::object::steal(makeDeliveryLockFunctions());
+    if (!globals || !lock || PyDict_SetItemString(globals.get(), "_delivery_lock", lock.get()) < 0)
       return static_cast<PyObject *>(nullptr);
     auto done = py::object::steal(runWithBuiltin("exec", capture_source, globals.get(), globals.get()));
     return done ? globals.release() : nullptr;
@@ -157,6 +147,13 @@ bool call_in_namespace(const char *name, PyObject *argument) {
   return static_cast<bool>(result);
 }
 
+/// The write, flush and flush_all of both streams, for `redirect`.
+py::object stream_functions(const kest::Any &sink) {
+  auto out = py::object::steal(makeHostStreamFunctions("stdout", sink));
+  auto err = out ? py::object::steal(makeHostStreamFunctions("stderr", sink)) : py::object();
+  return err ? py::object::steal(PyTuple_Pack(2, out.get(), err.get())) : py::object();
+}
+
 kest::Error error_from_python_now() {
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &value, &traceback);
@@ -177,7 +174,7 @@ kest::Result<kest::None> redirectOutput(const kest::Any &sink) {
     return kest::Error(kest::String(u"Python has been shut down."));
   ensurePythonReady();
   py::gil lock;
-  auto target = stop ? py::object::borrow(Py_None) : py::object::steal(toPythonLocked(sink));
+  auto target = stop ? py::object::borrow(Py_None) : stream_functions(sink);
   if (!target || !call_in_namespace("redirect", target.get()))
     return error_from_python_now();
   g_redirected = !stop;

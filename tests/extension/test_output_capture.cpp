@@ -187,3 +187,76 @@ TEST_F(OutputCapture, PythonCodeCanStopItThroughTheHostFunction) {
                                 "return int(sys.stdout is sys.__stdout__)")),
             1);
 }
+
+TEST_F(OutputCapture, ManyLinesInOneWriteArriveTogetherAndTheRestWaits) {
+  EXPECT_TRUE(kest::is_none(evaluate("import sys\n"
+                                     "assert sys.stdout.write('a\\nb\\nc') == 5\n"
+                                     "sys.stdout.write('d\\n')\n"
+                                     "sys.stdout.write('')\n"
+                                     "sys.stdout.write('tail')\n")));
+  const auto texts = seen->copy();
+  ASSERT_EQ(texts.size(), 3u);
+  EXPECT_EQ(texts[0].second, "a\nb\n");
+  EXPECT_EQ(texts[1].second, "cd\n");
+  EXPECT_EQ(texts[2].second, "tail"); // at the end of the evaluation
+}
+
+TEST_F(OutputCapture, WritingWhatIsNotTextIsPythonsTypeError) {
+  EXPECT_EQ(integer_of(evaluate("import sys\n"
+                                "try:\n"
+                                "    sys.stdout.write(b'bytes')\n"
+                                "except TypeError as e:\n"
+                                "    assert str(e) == 'write() argument must be str, not bytes', str(e)\n"
+                                "    return 1\n"
+                                "return 0")),
+            1);
+  EXPECT_TRUE(seen->copy().empty());
+}
+
+TEST_F(OutputCapture, ASinkThatFailsRaisesInThePrintThatReachedIt) {
+  auto failing = kest::make_function([](kest::String, kest::String text) -> kest::Result<kest::None> {
+    if (text.toUtf8() == "bad\n")
+      return kest::Error(kest::String(u"the sink refused"));
+    return kest::None();
+  });
+  ASSERT_FALSE(redirectOutput(failing).isError());
+  EXPECT_EQ(integer_of(evaluate("try:\n"
+                                "    print('bad')\n"
+                                "except RuntimeError as e:\n"
+                                "    assert 'the sink refused' in str(e), str(e)\n"
+                                "    print('good')\n"
+                                "    return 1\n"
+                                "return 0")),
+            1);
+}
+
+TEST_F(OutputCapture, APythonSinkThatLetsOtherThreadsRunKeepsEachLineWhole) {
+  // The sink is Python code that sleeps, so the interpreter lock passes to the
+  // other threads while a line is being delivered.
+  const auto slow = evaluate("import time\n"
+                             "def slow(stream, text):\n"
+                             "    time.sleep(0.0005)\n"
+                             "    slow.got.append(text)\n"
+                             "slow.got = []\n"
+                             "return slow");
+  ASSERT_TRUE(kest::I_Callable_Generic::isInstance(slow)) << kest::display(slow).toUtf8();
+  ASSERT_FALSE(redirectOutput(slow).isError());
+  const auto printed = evaluate("import threading\n"
+                                "def work(n):\n"
+                                "    for i in range(50):\n"
+                                "        print('thread', n, 'line', i)\n"
+                                "threads = [threading.Thread(target=work, args=(n,)) for n in range(4)]\n"
+                                "for t in threads: t.start()\n"
+                                "for t in threads: t.join()\n");
+  EXPECT_TRUE(kest::is_none(printed)) << kest::display(printed).toUtf8();
+  ASSERT_FALSE(redirectOutput(sink).isError());
+  const auto checked = evaluate("lines = ''.join(slow.got).splitlines()\n"
+                                "assert len(lines) == 200, len(lines)\n"
+                                "for n in range(4):\n"
+                                "    mine = [l for l in lines if l.startswith('thread %d ' % n)]\n"
+                                "    assert mine == ['thread %d line %d' % (n, i) for i in range(50)], mine[:3]\n",
+                                kest::EvaluationScope(kest::Any(), kest::None(),
+                                                      kest::I_Map::unsafeFrom(string_map({{"slow", slow}})),
+                                                      kest::None()));
+  EXPECT_TRUE(kest::is_none(checked)) << kest::display(checked).toUtf8();
+}
