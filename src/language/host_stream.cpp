@@ -8,6 +8,8 @@
 
 #include "convert/from_python.hpp"
 #include "convert/to_python.hpp"
+#include "platform/platform.hpp"
+#include "proxies/cpython_object.hpp"
 
 #include <kest/callable.hpp>
 #include <kest/error.hpp>
@@ -15,7 +17,9 @@
 
 #include <array>
 #include <atomic>
+#include <exception>
 #include <memory>
+#include <new>
 #include <span>
 #include <utility>
 #include <vector>
@@ -38,12 +42,13 @@ public:
   }
   held(held &&o) noexcept : m_ptr(std::exchange(o.m_ptr, nullptr)) {}
   held &operator=(held &&o) noexcept {
-    std::swap(m_ptr, o.m_ptr);
+    held(std::move(o)).swap(*this); // the old reference goes with the temporary
     return *this;
   }
   held(const held &) = delete;
   held &operator=(const held &) = delete;
   ~held() { Py_XDECREF(m_ptr); }
+  void swap(held &o) noexcept { std::swap(m_ptr, o.m_ptr); }
   [[nodiscard]] PyObject *get() const noexcept { return m_ptr; }
   explicit operator bool() const noexcept { return m_ptr != nullptr; }
 
@@ -52,24 +57,39 @@ private:
   PyObject *m_ptr = nullptr;
 };
 
-/// One lock for every delivery, reentrant (a sink may print). A thread that
-/// must wait lets go of the interpreter lock meanwhile, so that the thread
-/// holding this one can finish its sink call even when that runs Python.
+/// One lock for every delivery and every change of the waiting text,
+/// reentrant (a sink may print). A thread that must wait lets go of the
+/// interpreter lock meanwhile, so that the thread holding this one can finish
+/// even when its sink runs Python; a signal while it waits runs Python's
+/// handlers, which may end the wait with their exception.
 class delivery_lock {
 public:
-  static void acquire() {
+  /// False with a Python error set when the wait was ended or no lock could be made.
+  static bool acquire() {
     const unsigned long me = PyThread_get_thread_ident();
     if (s_owner.load(std::memory_order_relaxed) == me) {
       ++s_depth;
-      return;
+      return true;
     }
-    if (!PyThread_acquire_lock(lock(), NOWAIT_LOCK)) {
-      PyThreadState *saved = PyEval_SaveThread();
-      (void)PyThread_acquire_lock(lock(), WAIT_LOCK);
-      PyEval_RestoreThread(saved);
+    PyThread_type_lock l = lock();
+    if (!l) {
+      PyErr_NoMemory();
+      return false;
+    }
+    if (!PyThread_acquire_lock(l, NOWAIT_LOCK)) {
+      for (;;) {
+        PyThreadState *saved = PyEval_SaveThread();
+        const PyLockStatus got = PyThread_acquire_lock_timed(l, -1, 1);
+        PyEval_RestoreThread(saved);
+        if (got == PY_LOCK_ACQUIRED)
+          break;
+        if (PyErr_CheckSignals() < 0)
+          return false;
+      }
     }
     s_owner.store(me, std::memory_order_relaxed);
     s_depth = 1;
+    return true;
   }
   /// False when the calling thread does not hold it.
   static bool release() {
@@ -83,26 +103,64 @@ public:
   }
 
 private:
-  static PyThread_type_lock lock() {
-    static PyThread_type_lock made = PyThread_allocate_lock(); // kept for the process
+  static PyThread_type_lock &lock() {
+    static PyThread_type_lock made = [] {
+      platform::after_fork_in_child(&remake);
+      return PyThread_allocate_lock(); // kept for the process
+    }();
     return made;
+  }
+  /// In a forked child only the forking thread lives on: whoever held the lock is gone.
+  static void remake() {
+    lock() = PyThread_allocate_lock();
+    s_owner.store(0, std::memory_order_relaxed);
+    s_depth = 0;
   }
   static inline std::atomic<unsigned long> s_owner{0};
   static inline int s_depth = 0; // touched only by the owner
 };
 
+/// Holds the delivery lock for a scope.
+class delivery_scope {
+public:
+  delivery_scope() : m_taken(delivery_lock::acquire()) {}
+  ~delivery_scope() {
+    if (m_taken)
+      (void)delivery_lock::release();
+  }
+  delivery_scope(const delivery_scope &) = delete;
+  delivery_scope &operator=(const delivery_scope &) = delete;
+  [[nodiscard]] bool taken() const noexcept { return m_taken; }
+
+private:
+  bool m_taken;
+};
+
 struct stream_state {
   kest::String name;
+  held python_name;   // the same, as a str, for a Python sink
   kest::Any sink;
-  /// Per thread, the text that waits for a newline; few threads write, so a
-  /// short list searched in order beats a hash table.
+  held python_sink;   // the Python callable when the sink is one: called as Python calls it
+  /// Per thread, the text (an exact str) that waits for a newline; few
+  /// threads write at once, so a short list searched in order beats a hash
+  /// table. An entry leaves the list when its text is handed over.
   std::vector<std::pair<unsigned long, held>> pending;
 
-  held *waiting(unsigned long thread) {
-    for (auto &[owner, text] : pending)
-      if (owner == thread)
-        return &text;
-    return nullptr;
+  std::size_t position(unsigned long thread) const {
+    for (std::size_t i = 0; i < pending.size(); ++i)
+      if (pending[i].first == thread)
+        return i;
+    return pending.size();
+  }
+  /// Takes the thread's waiting text out of the list (empty when none).
+  held take(unsigned long thread) {
+    const auto at = position(thread);
+    if (at == pending.size())
+      return {};
+    held text = std::move(pending[at].second);
+    pending[at] = std::move(pending.back());
+    pending.pop_back();
+    return text;
   }
 };
 
@@ -110,92 +168,117 @@ stream_state *state_of(PyObject *capsule) {
   return static_cast<stream_state *>(PyCapsule_GetPointer(capsule, capsule_name));
 }
 
-/// Hands `text` (a str) to the sink under the delivery lock; false with a
-/// Python error set when the sink failed.
+/// Hands `text` (an exact str) to the sink; the caller holds the delivery
+/// lock. False with a Python error set when the sink failed.
 bool deliver(stream_state &state, PyObject *text) {
+  if (state.python_sink) {
+    auto result = held::steal(
+        PyObject_CallFunctionObjArgs(state.python_sink.get(), state.python_name.get(), text, nullptr));
+    return static_cast<bool>(result);
+  }
   const std::array<kest::Any, 2> arguments{state.name, fromPython(text)};
-  delivery_lock::acquire();
   auto outcome = kest::internal::result_unwrap_lazy(
       kest::I_Callable_Generic::unsafeFrom(state.sink).callWith(std::span<const kest::Any>(arguments)));
-  (void)delivery_lock::release();
   if (!kest::Error::isInstance(outcome))
     return true; // the sink's own result is not shown
   (void)held::steal(toPythonLocked(outcome)); // raises it
   return false;
 }
 
-PyObject *write(PyObject *capsule, PyObject *text) {
-  auto *state = state_of(capsule);
-  if (!state)
-    return nullptr;
-  if (!PyUnicode_Check(text)) {
-    auto type_name = held::steal(PyType_GetName(Py_TYPE(text)));
-    if (type_name)
-      PyErr_Format(PyExc_TypeError, "write() argument must be str, not %U", type_name.get());
-    return nullptr;
+/// Runs a builtin's body: a C++ exception becomes Python's MemoryError or
+/// RuntimeError instead of leaving through Python's frames.
+template <class F> PyObject *guarded(F &&body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc &) {
+    return PyErr_NoMemory();
+  } catch (const std::exception &e) {
+    PyErr_SetString(PyExc_RuntimeError, e.what());
+  } catch (...) {
+    PyErr_SetString(PyExc_RuntimeError, "the output capture failed");
   }
-  const Py_ssize_t length = PyUnicode_GetLength(text);
-  if (length < 0)
-    return nullptr;
-  held *slot = state->waiting(PyThread_get_thread_ident());
-  held whole;
-  if (slot && *slot) {
-    whole = held::steal(PyUnicode_Concat(slot->get(), text));
+  return nullptr;
+}
+
+PyObject *write(PyObject *capsule, PyObject *text) {
+  return guarded([&]() -> PyObject * {
+    auto *state = state_of(capsule);
+    if (!state)
+      return nullptr;
+    if (!PyUnicode_Check(text)) {
+      auto type_name = held::steal(PyType_GetName(Py_TYPE(text)));
+      if (type_name)
+        PyErr_Format(PyExc_TypeError, "write() argument must be str, not %U", type_name.get());
+      return nullptr;
+    }
+    const Py_ssize_t length = PyUnicode_GetLength(text);
+    if (length < 0)
+      return nullptr;
+    delivery_scope scope;
+    if (!scope.taken())
+      return nullptr;
+    // An exact str from here on: what waits and what the sink gets is plain
+    // text, whose release runs no Python.
+    held waiting = state->take(PyThread_get_thread_ident());
+    held whole = waiting ? held::steal(PyUnicode_Concat(waiting.get(), text))
+                 : PyUnicode_CheckExact(text) ? held::borrow(text)
+                                              : held::steal(PyUnicode_Substring(text, 0, length));
     if (!whole)
       return nullptr;
-    *slot = held();
-  } else {
-    whole = held::borrow(text);
-  }
-  const Py_ssize_t size = PyUnicode_GetLength(whole.get());
-  const Py_ssize_t newline = size ? PyUnicode_FindChar(whole.get(), '\n', 0, size, -1) : -1;
-  if (newline == -2)
-    return nullptr;
-  const Py_ssize_t end = newline + 1; // 0 without a newline
-  if (end < size) {
-    auto rest = end == 0 ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), end, size));
-    if (!rest)
+    const Py_ssize_t size = PyUnicode_GetLength(whole.get());
+    const Py_ssize_t newline = size ? PyUnicode_FindChar(whole.get(), '\n', 0, size, -1) : -1;
+    if (newline == -2)
       return nullptr;
-    if (!slot) {
-      state->pending.emplace_back(PyThread_get_thread_ident(), held());
-      slot = &state->pending.back().second;
+    const Py_ssize_t end = newline + 1; // 0 without a newline
+    if (end < size) {
+      auto rest = end == 0 ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), end, size));
+      if (!rest)
+        return nullptr;
+      state->pending.emplace_back(PyThread_get_thread_ident(), std::move(rest));
     }
-    *slot = std::move(rest);
-  }
-  if (end > 0) {
-    auto lines = end == size ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), 0, end));
-    if (!lines || !deliver(*state, lines.get()))
-      return nullptr;
-  }
-  return PyLong_FromSsize_t(length);
+    if (end > 0) {
+      auto lines = end == size ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), 0, end));
+      if (!lines || !deliver(*state, lines.get()))
+        return nullptr;
+    }
+    return PyLong_FromSsize_t(length);
+  });
 }
 
 PyObject *flush(PyObject *capsule, PyObject *) {
-  auto *state = state_of(capsule);
-  if (!state)
-    return nullptr;
-  if (held *slot = state->waiting(PyThread_get_thread_ident()); slot && *slot) {
-    held text = std::move(*slot);
-    if (!deliver(*state, text.get()))
+  return guarded([&]() -> PyObject * {
+    auto *state = state_of(capsule);
+    if (!state)
       return nullptr;
-  }
-  Py_RETURN_NONE;
+    delivery_scope scope;
+    if (!scope.taken())
+      return nullptr;
+    if (held text = state->take(PyThread_get_thread_ident()); text && !deliver(*state, text.get()))
+      return nullptr;
+    Py_RETURN_NONE;
+  });
 }
 
 PyObject *flush_all(PyObject *capsule, PyObject *) {
-  auto *state = state_of(capsule);
-  if (!state)
-    return nullptr;
-  // Taken out first: a sink that lets other threads run must not see the list change under it.
-  auto pending = std::exchange(state->pending, {});
-  for (auto &[thread, text] : pending)
-    if (text && !deliver(*state, text.get()))
+  return guarded([&]() -> PyObject * {
+    auto *state = state_of(capsule);
+    if (!state)
       return nullptr;
-  Py_RETURN_NONE;
+    delivery_scope scope;
+    if (!scope.taken())
+      return nullptr;
+    // Taken out first: a sink that prints must not see the list change under it.
+    auto pending = std::exchange(state->pending, {});
+    for (auto &[thread, text] : pending)
+      if (!deliver(*state, text.get()))
+        return nullptr;
+    Py_RETURN_NONE;
+  });
 }
 
 PyObject *acquire(PyObject *, PyObject *) {
-  delivery_lock::acquire();
+  if (!delivery_lock::acquire())
+    return nullptr;
   Py_RETURN_NONE;
 }
 
@@ -220,7 +303,12 @@ void destroy(PyObject *capsule) { delete state_of(capsule); }
 PyObject *makeHostStreamFunctions(const char *name, const kest::Any &sink) {
   auto state = std::make_unique<stream_state>();
   state->name = kest::String::fromUtf8(name);
+  state->python_name = held::steal(PyUnicode_FromString(name));
+  if (!state->python_name)
+    return nullptr;
   state->sink = sink;
+  if (isPythonBacked(sink))
+    state->python_sink = held::borrow(pythonObjectOf(sink));
   auto capsule = held::steal(PyCapsule_New(state.get(), capsule_name, &destroy));
   if (!capsule)
     return nullptr;

@@ -55,4 +55,9 @@ bool text_locale_is_c();
 /// Python's signal module puts Python's handler in place of that default).
 bool sigint_is_default();
 
+/// Runs `handler` in the child after every fork of the process (a lock that
+/// another thread held at the fork must be made anew there); nothing where
+/// processes are not forked.
+void after_fork_in_child(void (*handler)());
+
 } // namespace sarvode::platform

@@ -144,4 +144,6 @@ bool sigint_is_default() {
          (current.sa_flags & SA_SIGINFO) == 0;
 }
 
+void after_fork_in_child(void (*handler)()) { (void)pthread_atfork(nullptr, nullptr, handler); }
+
 } // namespace sarvode::platform

@@ -119,4 +119,6 @@ bool sigint_is_default() {
   return previous == SIG_DFL;
 }
 
+void after_fork_in_child(void (*)()) {} // Windows starts processes, never forks them
+
 } // namespace sarvode::platform
