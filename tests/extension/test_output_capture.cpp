@@ -260,3 +260,44 @@ TEST_F(OutputCapture, APythonSinkThatLetsOtherThreadsRunKeepsEachLineWhole) {
                                                       kest::None()));
   EXPECT_TRUE(kest::is_none(checked)) << kest::display(checked).toUtf8();
 }
+
+TEST_F(OutputCapture, APythonSinkIsCalledAsPythonCallsIt) {
+  // Its own exception comes out of the print that reached it, and text that is
+  // no valid UTF-8 (a lone surrogate) reaches it unchanged.
+  const auto strict = evaluate("def strict(stream, text):\n"
+                               "    if text == 'bad\\n':\n"
+                               "        raise ValueError('refused by the sink')\n"
+                               "    strict.got.append((stream, text))\n"
+                               "strict.got = []\n"
+                               "return strict");
+  ASSERT_TRUE(kest::I_Callable_Generic::isInstance(strict)) << kest::display(strict).toUtf8();
+  ASSERT_FALSE(redirectOutput(strict).isError());
+  const auto outcome = evaluate("try:\n"
+                                "    print('bad')\n"
+                                "except ValueError as e:\n"
+                                "    caught = str(e)\n"
+                                "print('\\udcff', 'x')\n"
+                                "return caught");
+  ASSERT_FALSE(redirectOutput(sink).isError());
+  ASSERT_TRUE(kest::String::isInstance(outcome)) << kest::display(outcome).toUtf8();
+  EXPECT_EQ(kest::String::unsafeFrom(outcome).toUtf8(), "refused by the sink");
+  const auto got = evaluate("return strict.got == [('stdout', '\\udcff x\\n')]",
+                            kest::EvaluationScope(kest::Any(), kest::None(),
+                                                  kest::I_Map::unsafeFrom(string_map({{"strict", strict}})),
+                                                  kest::None()));
+  EXPECT_TRUE(kest::Boolean::isInstance(got) && kest::Boolean::unsafeFrom(got).value()) << kest::display(got).toUtf8();
+}
+
+TEST_F(OutputCapture, AStrSubclassIsWrittenAsPlainTextAndItsFinalizerMayWrite) {
+  // The subclass's finalizer runs once the write has returned (the stream
+  // keeps no reference to it), and writes on the same line.
+  EXPECT_TRUE(kest::is_none(evaluate("import sys\n"
+                                     "class Loud(str):\n"
+                                     "    def __del__(self):\n"
+                                     "        sys.stdout.write('+')\n"
+                                     "sys.stdout.write(Loud('half'))\n"
+                                     "sys.stdout.write(Loud(' line\\n'))\n")));
+  const auto texts = seen->copy();
+  ASSERT_FALSE(texts.empty());
+  EXPECT_EQ(texts[0].second, "half+ line\n");
+}
