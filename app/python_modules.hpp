@@ -9,6 +9,7 @@ namespace sarvode {
 struct python_module {
   std::string_view name;   ///< the name in sys.modules
   std::string_view source; ///< the module's Python text
+  std::string_view digest; ///< 16 hex digits of the text's SHA-256: names its compiled form
 };
 
 /// The modules, in the order they are to be made.

@@ -6,55 +6,112 @@
 #include "python_modules.hpp"
 #include "user_folder.hpp"
 
+#include <filesystem>
 #include <iostream>
 
 namespace sarvode {
 
 namespace {
-/// Makes the runner module once (kept in sys.modules), then returns what
-/// `call` gives. The other modules (the console) are made by the runner when
-/// it first needs them, so that a script run does not import what they
-/// import. The evaluation's globals hold the host modules; they are handed
-/// on to the code that runs as __main__, as every evaluation sees them.
-constexpr const char *bootstrap = R"(import sys
+/// Makes the runner module, once per process. The other modules (the
+/// console) are made by the runner when it first needs them, so that a script
+/// run does not import what they import. The modules' compiled code is kept in
+/// the per-user folder, so that a start need not compile them.
+constexpr const char *boot_code = R"(import sys
 if '_sarvode_runner' not in sys.modules:
+    sarvode_digests = {name: digest for name, text, digest in sarvode_modules}
+    def sarvode_compiled(name, text, filename, cache=sarvode_cache, digests=sarvode_digests):
+        # Kept compiled in the per-user folder, one file per module text and
+        # Python bytecode version: compiling the runner is most of a start.
+        import marshal, os
+        magic = getattr(sys.modules.get('_frozen_importlib_external'), 'MAGIC_NUMBER', None)
+        path = None
+        if cache and magic and name in digests:
+            path = os.path.join(cache, f'{name}-{digests[name]}-{magic.hex()}.bin')
+            try:
+                with open(path, 'rb') as f:
+                    return marshal.load(f)
+            except (OSError, EOFError, ValueError, TypeError):
+                pass
+        code = compile(text, filename, 'exec')
+        if path and not sys.dont_write_bytecode:
+            try:
+                os.makedirs(cache, exist_ok=True)
+                partial = f'{path}.{os.getpid()}'
+                with open(partial, 'wb') as f:
+                    marshal.dump(code, f)
+                os.replace(partial, path)
+            except OSError:
+                pass
+        return code
     def sarvode_make(name, text):
         module = type(sys)(name)
         module.__file__ = '<sarvode ' + name + '>'
         sys.modules[name] = module
-        exec(compile(text, module.__file__, 'exec'), module.__dict__)
+        exec(sarvode_compiled(name, text, module.__file__), module.__dict__)
         return module
-    (sarvode_first, sarvode_text), *sarvode_later = sarvode_modules
+    (sarvode_first, sarvode_text, _), *sarvode_later = sarvode_modules
     sarvode_runner = sarvode_make(sarvode_first, sarvode_text)
-    sarvode_runner._sources, sarvode_runner._make_module = dict(sarvode_later), sarvode_make
+    sarvode_runner._sources = {name: text for name, text, digest in sarvode_later}
+    sarvode_runner._make_module = sarvode_make
+)";
+
+/// What each call runs before its expression: short, as it is compiled for
+/// every kind of call. The evaluation's globals hold the host modules; they
+/// are handed on to the code that runs as __main__, as every evaluation sees
+/// them.
+constexpr const char *prefix = R"(import sys
 runner = sys.modules['_sarvode_runner']
 host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
 return )";
 
+/// Where the runner's modules are kept compiled: "cache" in the per-user
+/// folder; None when there is no such folder.
+kest::Any compiled_code_folder() {
+  static const std::string folder = [] {
+    const auto user = user_folder();
+    return user.empty() ? user : (std::filesystem::path(user) / "cache").string();
+  }();
+  return folder.empty() ? kest::Any(kest::None()) : kest::Any(kest::String::fromUtf8(folder));
+}
+
+kest::HashMap new_locals() { return kest::HashMap(kest::String::getType(), kest::Type()); }
+
 kest::Tuple modules_tuple() {
   std::vector<kest::Any> items;
   for (const auto &module : python_modules())
-    items.emplace_back(kest::Tuple{kest::String::fromUtf8(module.name), kest::String::fromUtf8(module.source)});
+    items.emplace_back(kest::Tuple{kest::String::fromUtf8(module.name), kest::String::fromUtf8(module.source),
+                                   kest::String::fromUtf8(module.digest)});
   return kest::Tuple(std::move(items));
+}
+
+/// Makes the runner's modules, outside the sandbox even for a sandboxed run:
+/// they are the host's code (they install the SIGINT handler and set
+/// sys.executable), and only what a request runs is sandboxed. None, or the
+/// error that stopped it.
+kest::Any boot(const kest::I_Language &language) {
+  static bool made = false; // calls come from the main thread, one at a time
+  if (made)
+    return kest::None();
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_modules"), modules_tuple());
+  (void)locals.setChecked(kest::String(u"sarvode_cache"), compiled_code_folder());
+  kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
+  auto outcome = kest::internal::result_unwrap_lazy(language.evaluate(kest::String::fromUtf8(boot_code), scope));
+  made = !kest::Error::isInstance(outcome);
+  return outcome;
 }
 
 kest::Any call(const kest::I_Language &language, const run_options &options, const std::string &expression,
                kest::HashMap locals) {
-  (void)locals.setChecked(kest::String(u"sarvode_modules"), modules_tuple());
+  if (auto booted = boot(language); kest::Error::isInstance(booted))
+    return booted;
   kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
-  const auto code = kest::String::fromUtf8(std::string(bootstrap) + expression);
+  const auto code = kest::String::fromUtf8(std::string(prefix) + expression);
   kest::Result<kest::Any> result;
   if (options.sandbox) {
     auto python = kest::PythonLanguage::cast(language);
     if (!python.is<kest::PythonLanguage>())
       return kest::Error(kest::String(u"the Python language has no sandbox"));
-    // The runner's own modules are the host's code: they are made outside the
-    // sandbox (they install the SIGINT handler and set sys.executable), and
-    // only what the request runs is sandboxed.
-    auto made = kest::internal::result_unwrap_lazy(
-        language.evaluate(kest::String::fromUtf8(std::string(bootstrap) + "None"), scope));
-    if (kest::Error::isInstance(made))
-      return made;
     result = python.as<kest::PythonLanguage>().evaluateInSandbox(code, scope);
   } else {
     result = language.evaluate(code, scope);
@@ -73,7 +130,6 @@ int status_of(const kest::Any &value) {
   return 1;
 }
 
-kest::HashMap new_locals() { return kest::HashMap(kest::String::getType(), kest::Type()); }
 
 /// Command-line words as bytes: Python decodes them as python3 decodes its
 /// argv (os.fsdecode), so that bytes that are not UTF-8 survive.

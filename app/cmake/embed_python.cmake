@@ -1,5 +1,6 @@
 # Writes OUTPUT, a C++ file that holds the text of each Python module of the
-# host application (MODULES: a list of NAME=FILE) as a raw string.
+# host application (MODULES: a list of NAME=FILE) as a raw string, with a
+# digest of the text that names its compiled form in the per-user cache.
 set(_body "// Generated from app/python/*.py by app/cmake/embed_python.cmake; do not edit.\n")
 string(APPEND _body "#include \"python_modules.hpp\"\n\nnamespace sarvode {\n\n")
 string(APPEND _body "const std::vector<python_module> &python_modules() {\n")
@@ -12,7 +13,9 @@ foreach(entry IN LISTS MODULES)
   if(text MATCHES "\\)sarvode\"")
     message(FATAL_ERROR "${file} holds the raw string's delimiter")
   endif()
-  string(APPEND _body "      {\"${name}\", R\"sarvode(${text})sarvode\"},\n")
+  string(SHA256 digest "${text}")
+  string(SUBSTRING "${digest}" 0 16 digest)
+  string(APPEND _body "      {\"${name}\", R\"sarvode(${text})sarvode\", \"${digest}\"},\n")
 endforeach()
 string(APPEND _body "  };\n  return modules;\n}\n\n} // namespace sarvode\n")
 file(WRITE "${OUTPUT}.tmp" "${_body}")

@@ -25,6 +25,36 @@ expect() { # expect STATUS OUT ERR
 }
 
 case $case_name in
+compiled-runner-cache)
+  # The runner's compiled code is kept in the per-user folder and used by
+  # the next start; a damaged file is made again; nothing is written under
+  # -B; a folder that cannot be made changes nothing but the speed.
+  export XDG_DATA_HOME=$tmp/data
+  unset LOCALAPPDATA USERPROFILE PYTHONDONTWRITEBYTECODE
+  cache=$tmp/data/Sarvode/cache
+  run -B -c "print('no cache')"
+  expect 0 "no cache" ""
+  [[ ! -e $cache ]] || fail "-B wrote $(ls "$cache")"
+  run -c "print('first')"
+  expect 0 "first" ""
+  files=("$cache"/_sarvode_runner-*.bin)
+  [[ ${#files[@]} == 1 && -s ${files[0]} ]] || fail "cache [$(ls -la "$cache" 2>&1)]"
+  printf 'not code' >"${files[0]}"
+  run -c "print('second')"
+  expect 0 "second" ""
+  [[ $(wc -c <"${files[0]}") -gt 1000 ]] || fail "the damaged file was not made again"
+  # What the file holds is what runs: code of this Python that says so.
+  python=$("$sarvode" -c "import os, sys; print(os.path.realpath(sys.executable))")
+  if [[ -x $python ]]; then
+    "$python" -c "import marshal, sys; marshal.dump(compile('print(\"from the cache\")', '<x>', 'exec'), open(sys.argv[1], 'wb'))" "${files[0]}" ||
+      fail "cannot write code with $python"
+    run -c "pass"
+    [[ $out == "from the cache"* ]] || fail "the cached code did not run: [$out] [$err]"
+  fi
+  rm -rf "$tmp/data" && mkdir -p "$tmp/data" && : >"$tmp/data/Sarvode"
+  run -c "print('third')"
+  expect 0 "third" ""
+  ;;
 timeout-exits-124)
   # The time limit interrupts a busy loop, a sleeping script and nothing else.
   run --timeout 1 --exec "while True: pass"
