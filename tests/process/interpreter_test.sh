@@ -4,7 +4,8 @@
 # VIRTUAL_ENV, else the build's), and a virtual environment works as under
 # its own bin/python.
 # Usage: interpreter_test.sh SARVODE EXTENSION CASE TMPDIR
-# Exits 77 (skipped) when the machine lacks the Pythons a case needs.
+# Exits 77 (skipped) when the machine lacks the Pythons a case needs. Only
+# standard output is compared: a sanitizer's report at exit goes to stderr.
 set -uo pipefail
 sarvode=$1
 extension=$2
@@ -27,8 +28,8 @@ pythons() {
 # The same question to sarvode running on PYTHON and to PYTHON itself.
 same_answer() {
   local python=$1 code=$2 ours theirs
-  ours=$("$sarvode" --python "$python" -c "$code" 2>&1) || fail "$python: sarvode failed: $ours"
-  theirs=$("$python" -c "$code" 2>&1) || fail "$python failed: $theirs"
+  ours=$("$sarvode" --python "$python" -c "$code" 2>"$tmp/stderr") || fail "$python: sarvode failed: $(cat "$tmp/stderr")"
+  theirs=$("$python" -c "$code" 2>"$tmp/stderr") || fail "$python failed: $(cat "$tmp/stderr")"
   [[ $ours == "$theirs" ]] || fail "$python: sarvode [$ours], python [$theirs]"
 }
 
@@ -37,8 +38,8 @@ every-python)
   count=0
   for python in $(pythons); do
     same_answer "$python" 'import os, sys, _decimal, _json; print(sys.version_info, _json.__file__, os.path.realpath(sys.executable))'
-    out=$("$sarvode" --python "$python" -c 'import kest.demo, decimal; print(kest.demo.Shape.__name__, decimal.Decimal("1.10") + 1)' 2>&1) ||
-      fail "$python: host module: $out"
+    out=$("$sarvode" --python "$python" -c 'import kest.demo, decimal; print(kest.demo.Shape.__name__, decimal.Decimal("1.10") + 1)' 2>"$tmp/stderr") ||
+      fail "$python: host module: $(cat "$tmp/stderr")"
     [[ $out == "Shape 2.10" ]] || fail "$python: host module [$out]"
     count=$((count + 1))
   done
@@ -56,7 +57,7 @@ for d in (v("LIBDIR"), os.path.join(v("LIBDIR"), v("MULTIARCH") or "")):
         print(p); break')
     [[ -n $library ]] || continue
     want=$("$python" -c 'import sys; print(sys.version_info[:3])')
-    got=$(SARVODE_PYTHON=$library "$sarvode" -c 'import sys; print(sys.version_info[:3])' 2>&1) || fail "$library: $got"
+    got=$(SARVODE_PYTHON=$library "$sarvode" -c 'import sys; print(sys.version_info[:3])' 2>"$tmp/stderr") || fail "$library: $(cat "$tmp/stderr")"
     [[ $got == "$want" ]] || fail "$library: [$got], want [$want]"
     version=$(SARVODE_PYTHON=$library "$sarvode" --version) || fail "--version on $library"
     [[ $(sed -n 2p <<<"$version") == "serves Python 3.11 and later (stable ABI)" ]] || fail "--version [$version]"
@@ -87,7 +88,7 @@ venv)
     code='import sys, venv_only_module
 print(sys.prefix, sys.base_prefix, sys.executable, venv_only_module.where)
 print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and not p.endswith("/sarvode/extensions/site-packages")])'
-    ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>&1) || fail "$python venv: $ours"
+    ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>"$tmp/stderr") || fail "$python venv: $(cat "$tmp/stderr")"
     theirs=$(venv/bin/python -c "$code")
     [[ $ours == "$theirs" ]] || fail "$python venv: sarvode [$ours], venv python [$theirs]"
     same_answer "$tmp/venv/bin/python" "$code"
@@ -102,15 +103,15 @@ venv-of-another-version)
   version=$("$other" -c 'import platform; print(platform.python_version())')
   mkdir -p venv/bin && ln -s "$(realpath "$other")" venv/bin/python
   printf 'home = /usr/bin\ninclude-system-site-packages = false\nversion = %s\n' "$version" >venv/pyvenv.cfg
-  got=$("$sarvode" --python "$tmp/venv/bin/python" -c 'import platform; print(platform.python_version())' 2>&1)
-  [[ $got == "$version" ]] || fail "[$got], want $version"
+  got=$("$sarvode" --python "$tmp/venv/bin/python" -c 'import platform; print(platform.python_version())' 2>"$tmp/stderr")
+  [[ $got == "$version" ]] || fail "[$got], want $version ($(cat "$tmp/stderr"))"
   ;;
 venv-system-site-packages)
   python=$(pythons | head -n1)
   for flag in "" --system-site-packages; do
     rm -rf venv && "$python" -m venv --without-pip $flag venv || fail "cannot make a venv"
     code='import sys; print([p for p in sys.path if p.endswith(("site-packages", "dist-packages")) and not p.endswith("/sarvode/extensions/site-packages")])'
-    ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>&1) || fail "venv $flag: $ours"
+    ours=$(VIRTUAL_ENV=$tmp/venv "$sarvode" -c "$code" 2>"$tmp/stderr") || fail "venv $flag: $(cat "$tmp/stderr")"
     theirs=$(venv/bin/python -c "$code")
     [[ $ours == "$theirs" ]] || fail "venv $flag: sarvode [$ours], venv python [$theirs]"
   done
@@ -133,7 +134,7 @@ if __name__ == "__main__":
     print(queue.get(timeout=60) == sys.prefix == sys.argv[1])
     child.join()
 PY
-  out=$(VIRTUAL_ENV=$tmp/venv "$sarvode" spawn.py "$tmp/venv" 2>&1) || fail "spawn: $out"
+  out=$(VIRTUAL_ENV=$tmp/venv "$sarvode" spawn.py "$tmp/venv" 2>"$tmp/stderr") || fail "spawn: $(cat "$tmp/stderr")"
   [[ $out == True ]] || fail "spawn: [$out]"
   ;;
 older-python-refused)
