@@ -120,14 +120,22 @@ def redirect(functions):
 /// The namespace that holds the streams and their functions; made once, kept
 /// for the process.
 PyObject *capture_namespace() {
-  static PyObject *made = [] {
-    auto globals = py::object::steal(PyDict_New());
-    auto lock = py::object::steal(makeDeliveryLockFunctions());
-    if (!globals || !lock || PyDict_SetItemString(globals.get(), "_delivery_lock", lock.get()) < 0)
-      return static_cast<PyObject *>(nullptr);
-    auto done = py::object::steal(runWithBuiltin("exec", capture_source, globals.get(), globals.get()));
-    return done ? globals.release() : nullptr;
-  }();
+  // Guarded by the interpreter lock, not by a static's initialization guard:
+  // making it runs Python, which lets other threads run, and one of them
+  // waiting on a guard while holding the interpreter lock would wait for ever.
+  // Two threads may make it at once; the first one stored is kept.
+  static PyObject *made = nullptr;
+  if (made)
+    return made;
+  auto globals = py::object::steal(PyDict_New());
+  auto lock = py::object::steal(makeDeliveryLockFunctions());
+  if (!globals || !lock || PyDict_SetItemString(globals.get(), "_delivery_lock", lock.get()) < 0)
+    return nullptr;
+  auto done = py::object::steal(runWithBuiltin("exec", capture_source, globals.get(), globals.get()));
+  if (!done)
+    return nullptr;
+  if (!made)
+    made = globals.release(); // kept for the process
   return made;
 }
 
