@@ -59,7 +59,7 @@ if '_sarvode_runner' not in sys.modules:
 /// every kind of call. The evaluation's globals hold the host modules; they
 /// are handed on to the code that runs as __main__, as every evaluation sees
 /// them.
-constexpr const char *prefix = R"(import sys
+constexpr const char *call_prefix = R"(import sys
 runner = sys.modules['_sarvode_runner']
 host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
 return )";
@@ -106,7 +106,7 @@ kest::Any call(const kest::I_Language &language, const run_options &options, con
   if (auto booted = boot(language); kest::Error::isInstance(booted))
     return booted;
   kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
-  const auto code = kest::String::fromUtf8(std::string(prefix) + expression);
+  const auto code = kest::String::fromUtf8(std::string(call_prefix) + expression);
   kest::Result<kest::Any> result;
   if (options.sandbox) {
     auto python = kest::PythonLanguage::cast(language);
