@@ -17,8 +17,11 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <span>
 #include <utility>
@@ -58,64 +61,71 @@ private:
 };
 
 /// One lock for every delivery and every change of the waiting text,
-/// reentrant (a sink may print). A thread that must wait lets go of the
-/// interpreter lock meanwhile, so that the thread holding this one can finish
-/// even when its sink runs Python; a signal while it waits runs Python's
-/// handlers, which may end the wait with their exception.
+/// reentrant (a sink may print). Its owner changes only under the interpreter
+/// lock (every caller is a builtin that Python called), so taking it when it
+/// is free costs two stores. A thread that finds it held lets go of the
+/// interpreter lock and sleeps until the holder gives it back, so that the
+/// holder can finish even when its sink runs Python; between naps it runs
+/// Python's signal handlers, which may end the wait with their exception.
 class delivery_lock {
 public:
-  /// False with a Python error set when the wait was ended or no lock could be made.
-  static bool acquire() {
-    const unsigned long me = PyThread_get_thread_ident();
+  /// False with a Python error set when the wait was ended.
+  static bool acquire(unsigned long me) {
     if (s_owner.load(std::memory_order_relaxed) == me) {
       ++s_depth;
       return true;
     }
-    PyThread_type_lock l = lock();
-    if (!l) {
-      PyErr_NoMemory();
-      return false;
-    }
-    if (!PyThread_acquire_lock(l, NOWAIT_LOCK)) {
-      for (;;) {
-        PyThreadState *saved = PyEval_SaveThread();
-        const PyLockStatus got = PyThread_acquire_lock_timed(l, -1, 1);
-        PyEval_RestoreThread(saved);
-        if (got == PY_LOCK_ACQUIRED)
-          break;
-        if (PyErr_CheckSignals() < 0)
-          return false;
+    while (s_owner.load(std::memory_order_acquire) != 0) {
+      PyThreadState *saved = PyEval_SaveThread();
+      {
+        auto &w = waiting();
+        std::unique_lock guard(w.mutex);
+        (void)w.released.wait_for(guard, std::chrono::milliseconds(10),
+                                  [] { return s_owner.load(std::memory_order_acquire) == 0; });
       }
+      PyEval_RestoreThread(saved);
+      if (PyErr_CheckSignals() < 0)
+        return false;
     }
     s_owner.store(me, std::memory_order_relaxed);
     s_depth = 1;
     return true;
   }
   /// False when the calling thread does not hold it.
-  static bool release() {
-    if (s_owner.load(std::memory_order_relaxed) != PyThread_get_thread_ident())
+  static bool release(unsigned long me) {
+    if (s_owner.load(std::memory_order_relaxed) != me)
       return false;
     if (--s_depth == 0) {
-      s_owner.store(0, std::memory_order_relaxed);
-      PyThread_release_lock(lock());
+      s_owner.store(0, std::memory_order_release);
+      auto &w = waiting();
+      { std::lock_guard guard(w.mutex); } // a waiter between its test and its sleep is woken
+      w.released.notify_all();
     }
     return true;
   }
 
 private:
-  static PyThread_type_lock &lock() {
-    static PyThread_type_lock made = [] {
+  struct wait_state {
+    std::mutex mutex;
+    std::condition_variable released;
+  };
+  static wait_state &waiting() {
+    static const bool made = [] {
       platform::after_fork_in_child(&remake);
-      return PyThread_allocate_lock(); // kept for the process
+      s_state = new wait_state(); // kept for the process
+      return true;
     }();
-    return made;
+    (void)made;
+    return *s_state;
   }
-  /// In a forked child only the forking thread lives on: whoever held the lock is gone.
+  /// In a forked child only the forking thread lives on: whoever held the
+  /// lock, or the mutex, is gone.
   static void remake() {
-    lock() = PyThread_allocate_lock();
+    s_state = new wait_state();
     s_owner.store(0, std::memory_order_relaxed);
     s_depth = 0;
   }
+  static inline wait_state *s_state = nullptr;
   static inline std::atomic<unsigned long> s_owner{0};
   static inline int s_depth = 0; // touched only by the owner
 };
@@ -123,16 +133,17 @@ private:
 /// Holds the delivery lock for a scope.
 class delivery_scope {
 public:
-  delivery_scope() : m_taken(delivery_lock::acquire()) {}
+  explicit delivery_scope(unsigned long thread) : m_thread(thread), m_taken(delivery_lock::acquire(thread)) {}
   ~delivery_scope() {
     if (m_taken)
-      (void)delivery_lock::release();
+      (void)delivery_lock::release(m_thread);
   }
   delivery_scope(const delivery_scope &) = delete;
   delivery_scope &operator=(const delivery_scope &) = delete;
   [[nodiscard]] bool taken() const noexcept { return m_taken; }
 
 private:
+  unsigned long m_thread;
   bool m_taken;
 };
 
@@ -214,12 +225,13 @@ PyObject *write(PyObject *capsule, PyObject *text) {
     const Py_ssize_t length = PyUnicode_GetLength(text);
     if (length < 0)
       return nullptr;
-    delivery_scope scope;
+    const unsigned long thread = PyThread_get_thread_ident();
+    delivery_scope scope(thread);
     if (!scope.taken())
       return nullptr;
     // An exact str from here on: what waits and what the sink gets is plain
     // text, whose release runs no Python.
-    held waiting = state->take(PyThread_get_thread_ident());
+    held waiting = state->take(thread);
     held whole = waiting ? held::steal(PyUnicode_Concat(waiting.get(), text))
                  : PyUnicode_CheckExact(text) ? held::borrow(text)
                                               : held::steal(PyUnicode_Substring(text, 0, length));
@@ -234,7 +246,7 @@ PyObject *write(PyObject *capsule, PyObject *text) {
       auto rest = end == 0 ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), end, size));
       if (!rest)
         return nullptr;
-      state->pending.emplace_back(PyThread_get_thread_ident(), std::move(rest));
+      state->pending.emplace_back(thread, std::move(rest));
     }
     if (end > 0) {
       auto lines = end == size ? std::move(whole) : held::steal(PyUnicode_Substring(whole.get(), 0, end));
@@ -250,10 +262,11 @@ PyObject *flush(PyObject *capsule, PyObject *) {
     auto *state = state_of(capsule);
     if (!state)
       return nullptr;
-    delivery_scope scope;
+    const unsigned long thread = PyThread_get_thread_ident();
+    delivery_scope scope(thread);
     if (!scope.taken())
       return nullptr;
-    if (held text = state->take(PyThread_get_thread_ident()); text && !deliver(*state, text.get()))
+    if (held text = state->take(thread); text && !deliver(*state, text.get()))
       return nullptr;
     Py_RETURN_NONE;
   });
@@ -264,7 +277,7 @@ PyObject *flush_all(PyObject *capsule, PyObject *) {
     auto *state = state_of(capsule);
     if (!state)
       return nullptr;
-    delivery_scope scope;
+    delivery_scope scope(PyThread_get_thread_ident());
     if (!scope.taken())
       return nullptr;
     // Taken out first: a sink that prints must not see the list change under it.
@@ -277,13 +290,13 @@ PyObject *flush_all(PyObject *capsule, PyObject *) {
 }
 
 PyObject *acquire(PyObject *, PyObject *) {
-  if (!delivery_lock::acquire())
+  if (!delivery_lock::acquire(PyThread_get_thread_ident()))
     return nullptr;
   Py_RETURN_NONE;
 }
 
 PyObject *release(PyObject *, PyObject *) {
-  if (!delivery_lock::release()) {
+  if (!delivery_lock::release(PyThread_get_thread_ident())) {
     PyErr_SetString(PyExc_RuntimeError, "cannot release un-acquired lock");
     return nullptr;
   }
