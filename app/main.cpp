@@ -154,13 +154,16 @@ int main(int argc, char **argv) {
   sarvode::coerce_c_locale(); // before Python starts, as python3 does
   if (c->count() == 0 && e->count() == 0 && !show_model && !options.host_log)
     sarvode::leave_python_logging_alone(); // a script's logging is python3's, and logging is not imported for it
+  const auto print_version_head = [] {
+    std::cout << "sarvode " << SARVODE_VERSION << "\n"
+              << "serves Python " << kest::python::oldest_python() << " and later (stable ABI)\n";
+  };
   // The Python library first: the extension links none and uses this one.
   if (auto python = kest::python::load_interpreter(python_path, "--python"); python.isError()) {
     const auto why = python.as<kest::Error>().message().toUtf8();
     if (show_version) { // what it can say, and why no Python runs
-      std::cout << "sarvode " << SARVODE_VERSION << "\n"
-                << "serves Python " << kest::python::oldest_python() << " and later (stable ABI)\n"
-                << "running no Python: " << why << "\n";
+      print_version_head();
+      std::cout << "running no Python: " << why << "\n";
       return 1;
     }
     std::cerr << "sarvode: " << why << "\n";
@@ -176,9 +179,8 @@ int main(int argc, char **argv) {
 
   if (show_version) {
     const auto python = kest::python::loaded_interpreter();
-    std::cout << "sarvode " << SARVODE_VERSION << "\n"
-              << "serves Python " << kest::python::oldest_python() << " and later (stable ABI)\n"
-              << "running Python " << python.version << " (" << python.library << ")\n";
+    print_version_head();
+    std::cout << "running Python " << python.version << " (" << python.library << ")\n";
     return 0;
   }
   if (stubs->count() > 0) {

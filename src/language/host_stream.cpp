@@ -10,6 +10,7 @@
 #include "convert/to_python.hpp"
 #include "platform/platform.hpp"
 #include "proxies/cpython_object.hpp"
+#include "pyobject/slots.hpp"
 
 #include <kest/callable.hpp>
 #include <kest/error.hpp>
@@ -19,10 +20,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <exception>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <span>
 #include <utility>
 #include <vector>
@@ -196,23 +195,8 @@ bool deliver(stream_state &state, PyObject *text) {
   return false;
 }
 
-/// Runs a builtin's body: a C++ exception becomes Python's MemoryError or
-/// RuntimeError instead of leaving through Python's frames.
-template <class F> PyObject *guarded(F &&body) {
-  try {
-    return body();
-  } catch (const std::bad_alloc &) {
-    return PyErr_NoMemory();
-  } catch (const std::exception &e) {
-    PyErr_SetString(PyExc_RuntimeError, e.what());
-  } catch (...) {
-    PyErr_SetString(PyExc_RuntimeError, "the output capture failed");
-  }
-  return nullptr;
-}
-
 PyObject *write(PyObject *capsule, PyObject *text) {
-  return guarded([&]() -> PyObject * {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     auto *state = state_of(capsule);
     if (!state)
       return nullptr;
@@ -258,7 +242,7 @@ PyObject *write(PyObject *capsule, PyObject *text) {
 }
 
 PyObject *flush(PyObject *capsule, PyObject *) {
-  return guarded([&]() -> PyObject * {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     auto *state = state_of(capsule);
     if (!state)
       return nullptr;
@@ -273,7 +257,7 @@ PyObject *flush(PyObject *capsule, PyObject *) {
 }
 
 PyObject *flush_all(PyObject *capsule, PyObject *) {
-  return guarded([&]() -> PyObject * {
+  return guarded<PyObject *>(nullptr, [&]() -> PyObject * {
     auto *state = state_of(capsule);
     if (!state)
       return nullptr;

@@ -45,6 +45,11 @@ inline kest::HashMap string_map(std::initializer_list<std::pair<const char *, ke
   return map;
 }
 
+/// A scope whose locals are `entries`.
+inline kest::EvaluationScope locals_scope(std::initializer_list<std::pair<const char *, kest::Any>> entries) {
+  return kest::EvaluationScope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(string_map(entries)), kest::None());
+}
+
 inline std::string message_of(const kest::Any &value) {
   if (!kest::Error::isInstance(value))
     return "<not an error: " + kest::display(value).toUtf8() + ">";

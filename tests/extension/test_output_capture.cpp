@@ -255,9 +255,7 @@ TEST_F(OutputCapture, APythonSinkThatLetsOtherThreadsRunKeepsEachLineWhole) {
                                 "for n in range(4):\n"
                                 "    mine = [l for l in lines if l.startswith('thread %d ' % n)]\n"
                                 "    assert mine == ['thread %d line %d' % (n, i) for i in range(50)], mine[:3]\n",
-                                kest::EvaluationScope(kest::Any(), kest::None(),
-                                                      kest::I_Map::unsafeFrom(string_map({{"slow", slow}})),
-                                                      kest::None()));
+                                locals_scope({{"slow", slow}}));
   EXPECT_TRUE(kest::is_none(checked)) << kest::display(checked).toUtf8();
 }
 
@@ -279,12 +277,9 @@ TEST_F(OutputCapture, APythonSinkIsCalledAsPythonCallsIt) {
                                 "print('\\udcff', 'x')\n"
                                 "return caught");
   ASSERT_FALSE(redirectOutput(sink).isError());
-  ASSERT_TRUE(kest::String::isInstance(outcome)) << kest::display(outcome).toUtf8();
-  EXPECT_EQ(kest::String::unsafeFrom(outcome).toUtf8(), "refused by the sink");
+  EXPECT_EQ(text_of(outcome), "refused by the sink");
   const auto got = evaluate("return strict.got == [('stdout', '\\udcff x\\n')]",
-                            kest::EvaluationScope(kest::Any(), kest::None(),
-                                                  kest::I_Map::unsafeFrom(string_map({{"strict", strict}})),
-                                                  kest::None()));
+                            locals_scope({{"strict", strict}}));
   EXPECT_TRUE(kest::Boolean::isInstance(got) && kest::Boolean::unsafeFrom(got).value()) << kest::display(got).toUtf8();
 }
 
