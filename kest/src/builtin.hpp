@@ -25,6 +25,12 @@ inline bool instance_derives(const Any &a, const Class_Generic &cls) noexcept {
          a.get()->class_value()->derives_from(cls.value());
 }
 
+/// The same with the class from its getter, asked only for an instance: a
+/// test of a plain value (an Integer, a String) never reaches the getter.
+inline bool instance_derives(const Any &a, const Class_Generic &(*cls)()) noexcept {
+  return a.kind() == ObjectType::Instance && instance_derives(a, cls());
+}
+
 /// True when the class of `a` derives from `cls` (any kind of value).
 inline bool value_derives(const Any &a, const Class_Generic &cls) noexcept {
   auto *c = a.get() ? a.get()->class_value() : nullptr;

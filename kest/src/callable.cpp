@@ -78,9 +78,9 @@ public:
 
 using namespace internal;
 
-KEST_DEFINE_HANDLE(Parameter, instance_derives(a, Parameter::getClass()),
+KEST_DEFINE_HANDLE(Parameter, instance_derives(a, &Parameter::getClass),
                    make_builtin_class("Parameter", class_flags::final, {&I_Immutable::getClass}))
-KEST_DEFINE_HANDLE(Signature, instance_derives(a, Signature::getClass()),
+KEST_DEFINE_HANDLE(Signature, instance_derives(a, &Signature::getClass),
                    make_builtin_class("Signature", class_flags::final, {&I_Immutable::getClass}))
 namespace {
 const meta_method_untyped &init_name() {

@@ -89,7 +89,7 @@ Class_Generic make_immutable_class(const char *name) {
 
 // Date ----------------------------------------------------------------------
 
-KEST_DEFINE_HANDLE(Date, ::kest::internal::instance_derives(a, Date::getClass()),
+KEST_DEFINE_HANDLE(Date, ::kest::internal::instance_derives(a, &Date::getClass),
                    make_immutable_class("Date"))
 
 Date::Date(std::int32_t year, std::uint8_t month, std::uint8_t day)
@@ -115,7 +115,7 @@ bool Date::isValid() const {
 
 // Time ----------------------------------------------------------------------
 
-KEST_DEFINE_HANDLE(Time, ::kest::internal::instance_derives(a, Time::getClass()),
+KEST_DEFINE_HANDLE(Time, ::kest::internal::instance_derives(a, &Time::getClass),
                    make_immutable_class("Time"))
 
 namespace {
@@ -163,7 +163,7 @@ std::int64_t Time::totalNanoseconds() const {
 
 // DateTime ------------------------------------------------------------------
 
-KEST_DEFINE_HANDLE(DateTime, ::kest::internal::instance_derives(a, DateTime::getClass()),
+KEST_DEFINE_HANDLE(DateTime, ::kest::internal::instance_derives(a, &DateTime::getClass),
                    make_immutable_class("DateTime"))
 
 DateTime::DateTime(const Date &date, const Time &time)

@@ -473,7 +473,7 @@ Result<Decimal> multiply_numbers(const decimal_number &a, const decimal_number &
 
 } // namespace
 
-KEST_DEFINE_HANDLE(Decimal, ::kest::internal::instance_derives(a, Decimal::getClass()),
+KEST_DEFINE_HANDLE(Decimal, ::kest::internal::instance_derives(a, &Decimal::getClass),
                    ::kest::internal::make_builtin_class("Decimal", ::kest::class_flags::final,
                                                         {&::kest::I_Immutable::getClass}))
 

@@ -74,17 +74,17 @@ void add_error_members(const Class_Generic &cls) {
 }
 } // namespace
 
-KEST_DEFINE_HANDLE(Error, instance_derives(a, Error::getClass()), [] {
+KEST_DEFINE_HANDLE(Error, instance_derives(a, &Error::getClass), [] {
   auto cls = make_builtin_class("Error", class_flags::error);
   cls.setAllocator(&allocate_error);
   add_error_members(cls);
   return cls;
 }())
-KEST_DEFINE_HANDLE(BadArgument, instance_derives(a, BadArgument::getClass()),
+KEST_DEFINE_HANDLE(BadArgument, instance_derives(a, &BadArgument::getClass),
                    error_class("BadArgument", &Error::getClass))
-KEST_DEFINE_HANDLE(EvaluationError, instance_derives(a, EvaluationError::getClass()),
+KEST_DEFINE_HANDLE(EvaluationError, instance_derives(a, &EvaluationError::getClass),
                    error_class("EvaluationError", &Error::getClass))
-KEST_DEFINE_HANDLE(StopIteration, instance_derives(a, StopIteration::getClass()),
+KEST_DEFINE_HANDLE(StopIteration, instance_derives(a, &StopIteration::getClass),
                    error_class("StopIteration", &Error::getClass))
 
 Error::Error(const String &message) : Any(unchecked, make_error(Error::getClass(), message)) {}

@@ -491,21 +491,32 @@ internal::iterator_iterable::iterator_iterable(const Any &iterable) {
     m_error = not_conforming<I_Iterator>(v);
     return;
   }
-  m_iterator = v;
+  m_iterator = I_Iterator::unsafeFrom(std::move(v));
+  if (auto *native = native_protocol_of(m_iterator))
+    m_next_into = native->next_into;
   ++*this;
 }
 
 internal::iterator_iterable &internal::iterator_iterable::operator++() {
-  auto v = result_unwrap_lazy(I_Iterator::unsafeFrom(m_iterator).next());
-  if (Error::isInstance(v)) {
-    if (!StopIteration::isInstance(v))
-      m_error = v;
-    m_iterator.reset();
-    m_current.reset();
+  if (m_next_into) {
+    if (Any end = m_next_into(m_iterator, m_current); !end.empty()) [[unlikely]]
+      finish(std::move(end));
+    return *this;
+  }
+  auto v = result_unwrap_lazy(m_iterator.next());
+  if (Error::isInstance(v)) [[unlikely]] {
+    finish(std::move(v));
     return *this;
   }
   m_current = std::move(v);
   return *this;
+}
+
+void internal::iterator_iterable::finish(Any &&end) {
+  if (!StopIteration::isInstance(end))
+    m_error = std::move(end);
+  m_iterator.reset();
+  m_current.reset();
 }
 
 } // namespace kest

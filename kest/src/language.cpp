@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <mutex>
 
@@ -94,7 +95,7 @@ using namespace internal;
 
 KEST_DEFINE_HANDLE(I_Language, value_derives(a, I_Language::getClass()), language_interface())
 KEST_DEFINE_HANDLE(PythonLanguage, value_derives(a, PythonLanguage::getClass()), python_language_class())
-KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, EvaluationScope::getClass()),
+KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, &EvaluationScope::getClass),
                    make_builtin_class("EvaluationScope", class_flags::final))
 
 Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
@@ -249,6 +250,18 @@ Union<I_Map, None> EvaluationScope::locals() const {
 Union<I_MutableMap, None> EvaluationScope::outLocals() const {
   auto *s = native_if<object_value_scope>(*this);
   return s ? s->out_locals : Union<I_MutableMap, None>(None());
+}
+
+namespace {
+std::atomic<const internal::python_lock_hooks *> g_python_lock{nullptr};
+}
+
+void internal::set_python_lock(const python_lock_hooks *hooks) noexcept {
+  g_python_lock.store(hooks, std::memory_order_release);
+}
+
+const internal::python_lock_hooks *internal::python_lock() noexcept {
+  return g_python_lock.load(std::memory_order_acquire);
 }
 
 bool internal::register_language(const String &name, const Any &language) {

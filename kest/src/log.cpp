@@ -77,8 +77,8 @@ Class_Generic logger_class() {
 
 using namespace internal;
 
-KEST_DEFINE_HANDLE(LogRecord, instance_derives(a, LogRecord::getClass()), record_class())
-KEST_DEFINE_HANDLE(Logger, instance_derives(a, Logger::getClass()), logger_class())
+KEST_DEFINE_HANDLE(LogRecord, instance_derives(a, &LogRecord::getClass), record_class())
+KEST_DEFINE_HANDLE(Logger, instance_derives(a, &Logger::getClass), logger_class())
 
 LogRecord::LogRecord(std::int64_t level, const String &message)
     : Any(unchecked, Any(new object_value_log_record(level, message))) {}

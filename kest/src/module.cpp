@@ -98,7 +98,7 @@ Result<None> register_property(const String &module, const String &name, const P
 
 using namespace internal;
 
-KEST_DEFINE_HANDLE(Module, instance_derives(a, Module::getClass()), module_base_class())
+KEST_DEFINE_HANDLE(Module, instance_derives(a, &Module::getClass), module_base_class())
 
 Module Module::create(const String &name) {
   // Each module gets a class of its own, so members added to one module

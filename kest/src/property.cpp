@@ -30,8 +30,8 @@ public:
 
 using namespace internal;
 
-KEST_DEFINE_HANDLE(Property, instance_derives(a, Property::getClass()), make_builtin_class("Property", class_flags::final))
-KEST_DEFINE_HANDLE(Field, instance_derives(a, Field::getClass()), make_builtin_class("Field", class_flags::final))
+KEST_DEFINE_HANDLE(Property, instance_derives(a, &Property::getClass), make_builtin_class("Property", class_flags::final))
+KEST_DEFINE_HANDLE(Field, instance_derives(a, &Field::getClass), make_builtin_class("Field", class_flags::final))
 
 namespace {
 /// The property object, or null for a handle made over another class: it then

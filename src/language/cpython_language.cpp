@@ -122,6 +122,8 @@ kest::Any cpythonLanguage() {
     cls->add_property(kest::meta_property_untyped("$$instance"),
                       kest::Property::fromValue(kest::String(u"instance"), made));
     kest::internal::register_language(kest::internal::language_name_python(), made);
+    static const kest::internal::python_lock_hooks lock{&py::enter_lock, &py::leave_lock};
+    kest::internal::set_python_lock(&lock);
     return made;
   }();
   return instance;

@@ -75,14 +75,13 @@ public:
       return true;
     }
     while (s_owner.load(std::memory_order_acquire) != 0) {
-      PyThreadState *saved = PyEval_SaveThread();
       {
+        py::released unlocked;
         auto &w = waiting();
         std::unique_lock guard(w.mutex);
         (void)w.released.wait_for(guard, std::chrono::milliseconds(10),
                                   [] { return s_owner.load(std::memory_order_acquire) == 0; });
       }
-      PyEval_RestoreThread(saved);
       if (PyErr_CheckSignals() < 0)
         return false;
     }

@@ -83,12 +83,9 @@ bool make_standard_modules() {
   if (m.running) {
     // Another thread makes them: wait without the interpreter lock, which it needs.
     guard.unlock();
-    PyThreadState *saved = PyEval_SaveThread();
-    {
-      std::unique_lock wait(m.lock);
-      m.finished.wait(wait, [&] { return m.done; });
-    }
-    PyEval_RestoreThread(saved);
+    py::released unlocked;
+    std::unique_lock wait(m.lock);
+    m.finished.wait(wait, [&] { return m.done; });
     return true;
   }
   m.running = true;

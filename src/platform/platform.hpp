@@ -23,6 +23,11 @@ void unset_environment(const char *name);
 /// (empty when there is none).
 std::string user_data_fallback();
 
+/// A function of the already loaded interpreter library, by name (nothing is
+/// loaded); null when it has none. For functions the running Python offers
+/// beyond the oldest stable ABI this build serves.
+void *find_interpreter_symbol(const char *name);
+
 /// The interpreter's PySys_AddAuditHook, looked up in the already loaded
 /// interpreter library (never loading anything); null when there is none.
 using audit_hook_fn = int (*)(const char *, PyObject *, void *);

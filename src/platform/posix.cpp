@@ -61,7 +61,7 @@ std::string user_data_fallback() {
   return {};
 }
 
-add_audit_hook_fn find_add_audit_hook() {
+void *find_interpreter_symbol(const char *name) {
   const auto path = interpreter_path();
   if (path.empty())
     return nullptr;
@@ -69,9 +69,13 @@ add_audit_hook_fn find_add_audit_hook() {
   void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
   if (!library)
     return nullptr;
-  auto *entry = reinterpret_cast<add_audit_hook_fn>(dlsym(library, "PySys_AddAuditHook"));
+  void *entry = dlsym(library, name);
   dlclose(library); // the NOLOAD open only added a count
   return entry;
+}
+
+add_audit_hook_fn find_add_audit_hook() {
+  return reinterpret_cast<add_audit_hook_fn>(find_interpreter_symbol("PySys_AddAuditHook"));
 }
 
 void make_interpreter_symbols_global() {

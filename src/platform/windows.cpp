@@ -71,15 +71,19 @@ void unset_environment(const char *name) { (void)_putenv_s(name, ""); }
 
 std::string user_data_fallback() { return {}; }
 
-add_audit_hook_fn find_add_audit_hook() {
+void *find_interpreter_symbol(const char *name) {
   if (HMODULE m = GetModuleHandleW(L"python3.dll"))
-    if (auto *entry = reinterpret_cast<add_audit_hook_fn>(GetProcAddress(m, "PySys_AddAuditHook")))
-      return entry;
+    if (FARPROC entry = GetProcAddress(m, name))
+      return reinterpret_cast<void *>(entry);
   const unsigned long minor = (Py_Version >> 16) & 0xFF;
   const std::wstring versioned = L"python3" + std::to_wstring(minor) + L".dll";
   if (HMODULE m = GetModuleHandleW(versioned.c_str()))
-    return reinterpret_cast<add_audit_hook_fn>(GetProcAddress(m, "PySys_AddAuditHook"));
+    return reinterpret_cast<void *>(GetProcAddress(m, name));
   return nullptr;
+}
+
+add_audit_hook_fn find_add_audit_hook() {
+  return reinterpret_cast<add_audit_hook_fn>(find_interpreter_symbol("PySys_AddAuditHook"));
 }
 
 void make_interpreter_symbols_global() {

@@ -23,6 +23,7 @@
 #include <atomic>
 #include <mutex>
 #include <optional>
+#include <typeinfo>
 
 namespace sarvode {
 
@@ -39,13 +40,22 @@ public:
   std::atomic<bool> sandboxed{false};
 };
 
+/// The wrapper instance behind one value. The class is final, so comparing
+/// the exact type is enough, and costs far less than a cast that searches
+/// the bases (this runs on every entry into Python from the host).
+const python_wrapper_instance *as_wrapper(const kest::Any &value) {
+  if (value.kind() != kest::internal::ObjectType::Instance)
+    return nullptr;
+  const kest::internal::object_value &object = *value.get();
+  return typeid(object) == typeid(python_wrapper_instance) ? static_cast<const python_wrapper_instance *>(&object)
+                                                           : nullptr;
+}
+
 /// The wrapper instance behind a value, looking through computed and weak values.
 const python_wrapper_instance *wrapper_instance(const kest::Any &value) {
   if (value.kind() == kest::internal::ObjectType::Instance)
-    return dynamic_cast<const python_wrapper_instance *>(value.get());
-  const kest::Any v = kest::internal::unwrap(value);
-  return v.kind() == kest::internal::ObjectType::Instance ? dynamic_cast<const python_wrapper_instance *>(v.get())
-                                                          : nullptr;
+    return as_wrapper(value);
+  return as_wrapper(kest::internal::unwrap(value));
 }
 
 /// Copies `$_pyobj` under the instance's lock; null when it holds no object.
@@ -133,6 +143,22 @@ PyObject *pythonObjectOf(const kest::Any &value) {
   if (!isPythonBacked(v))
     return nullptr;
   return stored_object(v); // an instance made some other way: the field says
+}
+
+PythonTarget::PythonTarget(const kest::Any &value) {
+  const python_wrapper_instance *wrapper = as_wrapper(value);
+  if (!wrapper) {
+    m_unwrapped = kest::internal::unwrap(value);
+    wrapper = as_wrapper(m_unwrapped);
+  }
+  if (wrapper) {
+    m_object = wrapper->object.load(std::memory_order_acquire);
+    m_sandboxed = wrapper->sandboxed.load(std::memory_order_acquire);
+    return;
+  }
+  // An instance made some other way: its fields say.
+  m_object = pythonObjectOf(m_unwrapped);
+  m_sandboxed = isSandboxedWrapper(m_unwrapped);
 }
 
 void setPythonObject(const kest::Any &wrapper, PyObject *object) {

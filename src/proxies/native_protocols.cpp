@@ -14,50 +14,70 @@
 
 #include <kest/kest.hpp>
 
+#include <utility>
+
 namespace sarvode {
 
 namespace {
-py::object held(const kest::Any &self) { return py::object::borrow(pythonObjectOf(self)); }
-
 bool exactly_list_or_tuple(PyObject *object) { return PyList_CheckExact(object) || PyTuple_CheckExact(object); }
 bool exactly_builtin_container(PyObject *object) {
   return exactly_list_or_tuple(object) || PyDict_CheckExact(object) || PyAnySet_CheckExact(object);
 }
 
+// Each operation reads the wrapped object once (PythonTarget) and uses it as
+// a borrowed reference: the wrapper, which the caller holds, keeps it alive.
+
 kest::Any call(const kest::Any &self, std::span<const kest::Any> args) {
-  PythonEntry entry(self);
-  auto fn = held(self);
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *fn = target.object();
   if (!fn)
     return {}; // a wrapper without a function gives no result
-  return callPythonLocked(fn.get(), args);
+  return callPythonLocked(fn, args);
 }
 
 /// The member "iter": a CPythonProxyIterator over what __iter__ returns.
 kest::Any iter(const kest::Any &self) { return iterateProxy(self); }
 
 kest::Any next(const kest::Any &self) {
-  PythonEntry entry(self);
-  auto iterator = held(self);
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *iterator = target.object();
   if (!iterator)
     return kest::StopIteration();
-  if (auto item = py::object::steal(PyIter_Next(iterator.get())))
+  if (auto item = py::object::steal(PyIter_Next(iterator)))
     return fromPython(item.get());
   if (PyErr_Occurred())
     return pythonErrorOr(kest::StopIteration());
   return kest::StopIteration();
 }
 
+/// `next` for a host loop: an int refills the Integer the loop let go of.
+kest::Any next_into(const kest::Any &self, kest::Any &element) {
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *iterator = target.object();
+  if (!iterator)
+    return kest::StopIteration();
+  auto item = py::object::steal(PyIter_Next(iterator));
+  if (!item)
+    return PyErr_Occurred() ? pythonErrorOr(kest::StopIteration()) : kest::StopIteration();
+  fromPythonInto(element, item.get());
+  return kest::Error::isInstance(element) ? std::exchange(element, kest::Any()) : kest::Any();
+}
+
 kest::Any get(const kest::Any &self, const kest::Any &key) {
-  PythonEntry entry(self);
-  auto map = held(self);
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *map = target.object();
   if (!map)
     return nullObjectError();
-  if (!PyDict_CheckExact(map.get()))
-    return callPythonMethodLocked(map.get(), "__getitem__", std::span<const kest::Any>(&key, 1));
+  if (!PyDict_CheckExact(map))
+    return callPythonMethodLocked(map, "__getitem__", std::span<const kest::Any>(&key, 1));
   auto py_key = py::object::steal(toPythonLocked(key));
   if (!py_key)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to convert an argument.")));
-  PyObject *value = PyDict_GetItemWithError(map.get(), py_key.get()); // borrowed
+  PyObject *value = PyDict_GetItemWithError(map, py_key.get()); // borrowed
   if (value)
     return fromPython(value);
   if (!PyErr_Occurred()) {
@@ -70,36 +90,38 @@ kest::Any get(const kest::Any &self, const kest::Any &key) {
 }
 
 kest::Any at(const kest::Any &self, std::int64_t index) {
-  PythonEntry entry(self);
-  auto sequence = held(self);
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *sequence = target.object();
   if (!sequence)
     return nullObjectError();
-  if (!exactly_list_or_tuple(sequence.get())) {
+  if (!exactly_list_or_tuple(sequence)) {
     const kest::Any argument = kest::Integer(index);
-    return callPythonMethodLocked(sequence.get(), "__getitem__", std::span<const kest::Any>(&argument, 1));
+    return callPythonMethodLocked(sequence, "__getitem__", std::span<const kest::Any>(&argument, 1));
   }
-  const bool list = PyList_CheckExact(sequence.get());
-  const Py_ssize_t size = list ? PyList_Size(sequence.get()) : PyTuple_Size(sequence.get());
+  const bool list = PyList_CheckExact(sequence);
+  const Py_ssize_t size = list ? PyList_Size(sequence) : PyTuple_Size(sequence);
   const auto position = index < 0 ? index + size : index;
   if (position < 0 || position >= size) {
     PyErr_SetString(PyExc_IndexError, list ? "list index out of range" : "tuple index out of range");
     return pythonErrorOr(kest::Error(kest::String(u"Index out of range.")));
   }
-  PyObject *item = list ? PyList_GetItem(sequence.get(), static_cast<Py_ssize_t>(position))
-                        : PyTuple_GetItem(sequence.get(), static_cast<Py_ssize_t>(position)); // borrowed
+  PyObject *item = list ? PyList_GetItem(sequence, static_cast<Py_ssize_t>(position))
+                        : PyTuple_GetItem(sequence, static_cast<Py_ssize_t>(position)); // borrowed
   return fromPython(item);
 }
 
 kest::Any length(const kest::Any &self) {
-  PythonEntry entry(self);
-  auto object = held(self);
+  const PythonTarget target(self);
+  PythonEntry entry(target);
+  PyObject *object = target.object();
   if (!object)
     return nullObjectError();
-  if (!exactly_builtin_container(object.get())) {
-    auto n = callPythonMethodLocked(object.get(), "__len__", {});
+  if (!exactly_builtin_container(object)) {
+    auto n = callPythonMethodLocked(object, "__len__", {});
     return kest::Error::isInstance(n) ? n : kest::internal::result_unwrap_lazy(kest::Integer::checkedCast(n));
   }
-  const Py_ssize_t n = PyObject_Size(object.get());
+  const Py_ssize_t n = PyObject_Size(object);
   if (n < 0)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to take the length.")));
   return kest::Integer(static_cast<std::int64_t>(n));
@@ -107,7 +129,7 @@ kest::Any length(const kest::Any &self) {
 
 const kest::internal::native_protocol function_protocol{.call = &call};
 const kest::internal::native_protocol iterable_protocol{.iter = &iter};
-const kest::internal::native_protocol iterator_protocol{.next = &next};
+const kest::internal::native_protocol iterator_protocol{.next = &next, .next_into = &next_into};
 const kest::internal::native_protocol sequence_protocol{.iter = &iter, .at = &at, .length = &length};
 const kest::internal::native_protocol mapping_protocol{.iter = &iter, .get = &get, .length = &length};
 const kest::internal::native_protocol set_protocol{.iter = &iter, .length = &length};

@@ -8,11 +8,15 @@
 #include "language/python_error.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/python_entry.hpp"
+#include "runtime/call_protocol.hpp"
 #include "runtime/stack_guard.hpp"
 
 #include <kest/kest.hpp>
 
 #include <fmt/format.h>
+
+#include <iterator>
+#include <vector>
 
 namespace sarvode {
 
@@ -55,12 +59,52 @@ PyObject *pythonArguments(std::span<const kest::Any> args, kest::Any &error) {
   return tuple.release();
 }
 
+namespace {
+/// The Python forms of a call's arguments, each owned, after a free first
+/// slot (see callPositional); a few live on the stack, more on the heap.
+class converted_arguments {
+public:
+  explicit converted_arguments(std::size_t count) : m_count(count) {
+    if (count + 1 > std::size(m_inline)) {
+      m_heap.assign(count + 1, nullptr);
+      m_slots = m_heap.data();
+    }
+  }
+  converted_arguments(const converted_arguments &) = delete;
+  converted_arguments &operator=(const converted_arguments &) = delete;
+  ~converted_arguments() {
+    for (std::size_t i = 1; i <= m_count; ++i)
+      Py_DecRef(m_slots[i]); // null-safe: a failed conversion leaves the rest null
+  }
+  /// Converts every argument; false with the host error in `error` at the first that does not convert.
+  bool convert(std::span<const kest::Any> args, kest::Any &error) {
+    for (std::size_t i = 0; i < args.size(); ++i) {
+      m_slots[i + 1] = toPythonLocked(args[i]);
+      if (!m_slots[i + 1]) {
+        error = pythonErrorOr(kest::Error(kest::String::fromUtf8(
+            fmt::format("Unable to convert an argument: {}.", kest::display(args[i]).utf8View()))));
+        return false;
+      }
+    }
+    return true;
+  }
+  [[nodiscard]] PyObject **slots() noexcept { return m_slots; }
+
+private:
+  std::size_t m_count;
+  PyObject *m_inline[9] = {};
+  std::vector<PyObject *> m_heap;
+  PyObject **m_slots = m_inline;
+};
+} // namespace
+
 kest::Any callPythonLocked(PyObject *callable, std::span<const kest::Any> args) {
+  converted_arguments arguments(args.size());
   kest::Any error;
-  auto tuple = py::object::steal(pythonArguments(args, error));
-  if (!tuple)
+  if (!arguments.convert(args, error))
     return error;
-  auto result = py::object::steal(stackHasRoom() ? PyObject_Call(callable, tuple.get(), nullptr) : nullptr);
+  auto result =
+      py::object::steal(stackHasRoom() ? callPositional(callable, arguments.slots(), args.size()) : nullptr);
   if (!result)
     return pythonErrorOr(kest::Error(kest::String(u"The call failed without a Python error.")));
   return fromPython(result.get());

@@ -1,6 +1,7 @@
 #pragma once
 // Entering Python on behalf of a host wrapper of a Python object.
 
+#include "proxies/cpython_object.hpp"
 #include "runtime/python.hpp"
 #include "runtime/sandbox.hpp"
 
@@ -20,17 +21,17 @@ bool isSandboxedWrapper(const kest::Any &wrapper);
 class PythonEntry {
 public:
   explicit PythonEntry(const kest::Any &wrapper) : PythonEntry(isSandboxedWrapper(wrapper)) {}
+  explicit PythonEntry(const PythonTarget &target) : PythonEntry(target.sandboxed()) {}
   explicit PythonEntry(bool sandboxed) {
-    if (sandboxed)
+    if (sandboxed) [[unlikely]]
       m_sandbox.emplace();
-    else
-      m_gil.emplace();
   }
   PythonEntry(const PythonEntry &) = delete;
   PythonEntry &operator=(const PythonEntry &) = delete;
 
 private:
-  std::optional<py::gil> m_gil;
+  // The lock first: a sandbox scope inside it only nests, and ends before it.
+  py::gil m_gil;
   std::optional<SandboxScope> m_sandbox;
 };
 

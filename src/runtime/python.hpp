@@ -9,25 +9,71 @@
 
 namespace sarvode::py {
 
+namespace detail {
+/// How many lock scopes of this thread are open. Only the outermost takes the
+/// interpreter lock (its state kept beside the count); the scopes inside it
+/// (one per entry into Python while a host loop holds the lock, say) cost an
+/// increment. A thread that lets the lock go while scopes are open does so
+/// through `released`.
+inline thread_local int t_lock_depth = 0;
+inline thread_local PyGILState_STATE t_lock_state{};
+} // namespace detail
+
+/// Opens a lock scope on this thread; false (nothing to close) when Python is
+/// not running. Once the interpreter is finalizing, the only thread that runs
+/// Python already holds the lock, and after it there is no lock to take.
+inline bool enter_lock() noexcept {
+  if (detail::t_lock_depth > 0) {
+    ++detail::t_lock_depth;
+    return true;
+  }
+  if (!Py_IsInitialized())
+    return false;
+  detail::t_lock_state = PyGILState_Ensure();
+  detail::t_lock_depth = 1;
+  return true;
+}
+/// Closes the scope that a true `enter_lock` opened.
+inline void leave_lock() noexcept {
+  if (--detail::t_lock_depth == 0)
+    PyGILState_Release(detail::t_lock_state);
+}
+
 /// Holds the interpreter lock for its lifetime (nests safely).
 class gil {
 public:
-  // Once the interpreter is finalizing, the only thread that runs Python
-  // already holds the lock, and after it there is no lock to take.
-  gil() noexcept : m_taken(Py_IsInitialized() != 0) {
-    if (m_taken)
-      m_state = PyGILState_Ensure();
-  }
+  gil() noexcept : m_entered(enter_lock()) {}
   ~gil() {
-    if (m_taken)
-      PyGILState_Release(m_state);
+    if (m_entered)
+      leave_lock();
   }
   gil(const gil &) = delete;
   gil &operator=(const gil &) = delete;
 
 private:
-  bool m_taken;
-  PyGILState_STATE m_state{};
+  bool m_entered;
+};
+
+/// Lets the interpreter lock go for its lifetime, from a thread that holds
+/// it: other threads run Python meanwhile, and this thread's lock scopes take
+/// it again should any open before the end.
+class released {
+public:
+  released() noexcept
+      : m_depth(std::exchange(detail::t_lock_depth, 0)), m_lock_state(detail::t_lock_state),
+        m_thread(PyEval_SaveThread()) {}
+  ~released() {
+    PyEval_RestoreThread(m_thread);
+    detail::t_lock_depth = m_depth;
+    detail::t_lock_state = m_lock_state;
+  }
+  released(const released &) = delete;
+  released &operator=(const released &) = delete;
+
+private:
+  int m_depth;
+  PyGILState_STATE m_lock_state;
+  PyThreadState *m_thread;
 };
 
 /// One owned Python reference. Made only through `steal` or `borrow`; its
@@ -59,7 +105,12 @@ public:
   /// After the interpreter ended (or while it ends) the reference is let go
   /// of: there is nothing left to release it to.
   void reset() noexcept {
-    if (PyObject *p = std::exchange(m_ptr, nullptr); p && Py_IsInitialized()) {
+    PyObject *p = std::exchange(m_ptr, nullptr);
+    if (!p)
+      return;
+    if (detail::t_lock_depth > 0) { // this thread holds the lock: Python runs
+      Py_DecRef(p);
+    } else if (Py_IsInitialized()) {
       gil lock;
       Py_DecRef(p);
     }

@@ -184,7 +184,7 @@ SandboxScope::SandboxScope() : m_flag(t_sandboxed) {
   // The interpreter must run before its lock can be taken.
   if (!Py_IsInitialized())
     ensurePythonReady();
-  m_gil = PyGILState_Ensure();
+  m_gil.emplace();
   m_previous = m_flag;
   m_flag = true;
   ensurePythonReady();
@@ -202,7 +202,7 @@ SandboxScope::~SandboxScope() {
     Py_DecRef(m_saved_dont_write_bytecode);
   }
   m_flag = m_previous;
-  PyGILState_Release(m_gil);
+  m_gil.reset();
 }
 
 } // namespace sarvode

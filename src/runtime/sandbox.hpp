@@ -4,6 +4,8 @@
 
 #include "runtime/python.hpp"
 
+#include <optional>
+
 namespace sarvode {
 
 /// While alive on a thread: holds the interpreter lock, judges the audit events
@@ -16,7 +18,7 @@ public:
   SandboxScope &operator=(const SandboxScope &) = delete;
 
 private:
-  PyGILState_STATE m_gil;
+  std::optional<py::gil> m_gil;
   bool m_previous;
   bool &m_flag;
   PyObject *m_saved_dont_write_bytecode = nullptr; // owned; null when the attribute did not exist

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
@@ -214,4 +215,79 @@ TEST(Facade, InterruptFromAnotherThread) {
   EXPECT_EQ(kest::qualname(kest::raw_class_of(stopped)).toUtf8(), "kest.cpython.KeyboardInterrupt");
   EXPECT_FALSE(py::interrupt(worker)); // nothing runs there now
   EXPECT_EQ(kest::to<int>(py::eval("1")), 1);
+}
+
+// --- the interpreter lock held across a loop --------------------------------------
+
+TEST(Facade, ALockScopeEnteredTwiceNestsAndLetsGoOfTheLockAtTheEnd) {
+  start_python();
+  auto list = py::eval("list(range(100))").as<kest::Any>();
+  ASSERT_TRUE(kest::I_Iterable::isInstance(list));
+  {
+    py::gil outer;
+    ASSERT_TRUE(outer.held());
+    py::gil inner;
+    EXPECT_TRUE(inner.held());
+    std::int64_t sum = 0;
+    for (const kest::Any &item : kest::I_Iterable::unsafeFrom(list))
+      sum += kest::to<std::int64_t>(item);
+    EXPECT_EQ(sum, 4950);
+    EXPECT_EQ(kest::to<int>(py::eval("len(x)", py::scope{{"x", list}})), 100); // evaluation nests too
+  }
+  // Both scopes ended: another thread enters Python (it would wait forever otherwise).
+  int other_result = 0;
+  std::thread other([&] { other_result = kest::to<int>(py::eval("2 + 3")); });
+  other.join();
+  EXPECT_EQ(other_result, 5);
+}
+
+TEST(Facade, WhileALockScopeIsOpenOtherThreadsWaitToEnterPython) {
+  start_python();
+  std::atomic<bool> open{false}, closing{false}, closed_before_eval_returned{false};
+  std::thread holder([&] {
+    py::gil hold;
+    ASSERT_TRUE(hold.held());
+    open = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    closing = true; // set before the scope ends: a waiting thread can only see it true
+  });
+  std::thread waiter([&] {
+    while (!open)
+      std::this_thread::yield();
+    auto value = py::eval("41 + 1");
+    closed_before_eval_returned = closing.load();
+    EXPECT_EQ(kest::to<int>(value), 42);
+  });
+  holder.join();
+  waiter.join();
+  EXPECT_TRUE(closed_before_eval_returned);
+}
+
+TEST(Facade, TwoThreadsEachHoldingALockScopeWalkTheSameListInTurn) {
+  start_python();
+  auto list = py::eval("list(range(10000))").as<kest::Any>();
+  std::atomic<int> inside{0}, overlapped{0};
+  auto walk = [&](std::int64_t &sum) {
+    for (int round = 0; round < 20; ++round) {
+      py::gil hold;
+      if (inside.fetch_add(1) != 0)
+        ++overlapped; // two scopes open at once: the lock did not hold
+      sum = 0;
+      for (const kest::Any &item : kest::I_Iterable::unsafeFrom(list))
+        sum += kest::to<std::int64_t>(item);
+      inside.fetch_sub(1);
+    }
+  };
+  std::int64_t first = 0, second = 0;
+  std::thread a([&] { walk(first); }), b([&] { walk(second); });
+  a.join();
+  b.join();
+  EXPECT_EQ(first, 49995000);
+  EXPECT_EQ(second, 49995000);
+  EXPECT_EQ(overlapped.load(), 0);
+}
+
+TEST(Facade, ALockScopeBeforeStartHoldsNothing) {
+  py::gil hold;
+  EXPECT_FALSE(hold.held());
 }

@@ -8,6 +8,7 @@
 ///     double total = kest::to<double>(s["total"]);          // 37.5
 ///     auto json = kest::python::import_module("json");
 ///     auto text = kest::python::call(json, "dumps", "ok");       // "\"ok\""
+///     kest::python::gil hold;                               // one lock for a loop of calls
 ///
 /// Every function returns errors as values, as the object model does (a
 /// `kest::Error`, with the Python type, message and line); only the checked
@@ -126,6 +127,30 @@ template <class... A> Result<Any> call(const Any &object, const char *method, A 
     return found;
   return call_with(found.as<Any>(), {host_value(std::forward<A>(args))...});
 }
+
+/// Holds Python's interpreter lock (the GIL) on this thread for its lifetime,
+/// for a host loop that enters Python many times in a row: the wrappers of
+/// Python objects find the lock held and do not take it per call.
+///
+///     kest::python::gil hold;
+///     for (const kest::Any &item : list.as<kest::I_Iterable>())  // a Python list
+///       total += kest::to<std::int64_t>(item);
+///
+/// Scopes nest, and each thread opens its own. While one is open, every other
+/// thread that enters Python waits for it to end, so the loop must not wait
+/// for such a thread. Before `start`, and after Python ended, it holds nothing.
+class gil {
+public:
+  gil() noexcept;
+  ~gil();
+  gil(const gil &) = delete;
+  gil &operator=(const gil &) = delete;
+  /// Whether the scope holds the lock.
+  [[nodiscard]] bool held() const noexcept { return m_held; }
+
+private:
+  bool m_held;
+};
 
 /// The calling thread's identity, for `interrupt`.
 Any current_thread();

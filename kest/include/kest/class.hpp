@@ -72,6 +72,10 @@ struct native_protocol {
   Any (*iter)(const Any &self) = nullptr;
   /// The next element, or a StopIteration error (`I_Iterator::next`).
   Any (*next)(const Any &self) = nullptr;
+  /// The same for a host loop: the next element goes into `element` (which
+  /// may reuse the object there when nothing else refers to it), and the
+  /// result is empty, or the error or StopIteration that ends the loop.
+  Any (*next_into)(const Any &self, Any &element) = nullptr;
   /// The value of a key (`I_Map::get`).
   Any (*get)(const Any &self, const Any &key) = nullptr;
   /// The element at an index (`I_Sequence::at`).

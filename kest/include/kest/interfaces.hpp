@@ -16,6 +16,16 @@ namespace kest {
 class List;
 class HashMap;
 
+#define KEST_INTERFACE(Name)                                                                   \
+  class KEST_API Name : public Any {                                                           \
+    KEST_HANDLE_MEMBERS(Name, Any)
+
+/// Iterators; the end is a `StopIteration` error.
+KEST_INTERFACE(I_Iterator)
+  [[nodiscard]] Result<Any> next() const;
+};
+using I_Iterator_Generic = I_Iterator;
+
 namespace internal {
 /// Input iterator over a host iterable, for range-based `for`. An iteration
 /// error ends the loop; `error()` tells whether one did.
@@ -39,7 +49,10 @@ public:
   [[nodiscard]] const Any &error() const noexcept { return m_error; }
 
 private:
-  Any m_iterator;
+  void finish(Any &&end);
+
+  I_Iterator m_iterator{unchecked, Any()}; // empty at the end
+  Any (*m_next_into)(const Any &, Any &) = nullptr; // the iterator's own loop step, when it has one
   Any m_current;
   Any m_error;
 };
@@ -67,10 +80,6 @@ private:
 };
 } // namespace internal
 
-#define KEST_INTERFACE(Name)                                                                   \
-  class KEST_API Name : public Any {                                                           \
-    KEST_HANDLE_MEMBERS(Name, Any)
-
 /// Values that can be iterated.
 KEST_INTERFACE(I_Iterable)
   /// A new iterator (an `I_Iterator`) or an error.
@@ -88,12 +97,6 @@ KEST_INTERFACE(I_Iterable)
   static Class_Generic genericInstance(const Type &elementType);
 };
 using I_Iterable_Generic = I_Iterable;
-
-/// Iterators; the end is a `StopIteration` error.
-KEST_INTERFACE(I_Iterator)
-  [[nodiscard]] Result<Any> next() const;
-};
-using I_Iterator_Generic = I_Iterator;
 
 /// Indexed sequences.
 KEST_INTERFACE(I_Sequence)

@@ -53,6 +53,18 @@ KEST_API String language_name_cpp();
 
 /// Registers a language instance under a name; the first registration wins.
 KEST_API bool register_language(const String &name, const Any &language);
+
+/// The Python interpreter lock, for host code that enters Python many times
+/// in a row. The Python extension registers it with its language. `acquire`
+/// opens a scope on the calling thread and is false when there is nothing to
+/// hold (Python not running); `release` closes a scope that `acquire` opened.
+struct python_lock_hooks {
+  bool (*acquire)() noexcept;
+  void (*release)() noexcept;
+};
+KEST_API void set_python_lock(const python_lock_hooks *hooks) noexcept;
+/// The registered hooks, or null before the extension registered them.
+KEST_API const python_lock_hooks *python_lock() noexcept;
 } // namespace internal
 
 /// The language registered under `name`, or None.

@@ -1,0 +1,147 @@
+// Host loops over Python containers: what the loop sees when its body changes
+// the container (as Python's own `for` sees it), and the element a loop
+// refills in place.
+
+#include "python_objects_test_support.hpp"
+
+#include <kest/kest.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace sarvode;
+using namespace sarvode::test_support;
+
+namespace {
+/// The integers a host loop over `iterable` sees, running `body` after each
+/// element (with its position); fails the test when the loop ends in an error.
+std::vector<std::int64_t> loop(const kest::Any &iterable, const std::function<void(std::size_t)> &body) {
+  std::vector<std::int64_t> seen;
+  kest::internal::iterator_iterable it(iterable), end;
+  for (; it != end; ++it) {
+    seen.push_back(host_integer(*it));
+    body(seen.size() - 1);
+  }
+  EXPECT_TRUE(it.error().empty()) << message_of(it.error());
+  return seen;
+}
+
+/// What Python's own `for` over `numbers` sees with the same change made at
+/// the same element, for comparison.
+std::vector<std::int64_t> python_loop(python_scope &py, const std::string &change_at_second) {
+  py.run("seen = []\nfor x in numbers:\n    seen.append(x)\n    if len(seen) == 2:\n        " + change_at_second + "\n");
+  return host_integers(py.host("seen"));
+}
+} // namespace
+
+TEST(HostLoop, AListAppendedToInsideTheLoopIsWalkedToItsNewEnd) {
+  python_scope py;
+  py.run("numbers = [1, 2, 3]");
+  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
+    if (i == 1)
+      py.run("numbers.append(4)");
+  });
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 3, 4}));
+  py.run("numbers = [1, 2, 3]");
+  EXPECT_EQ(seen, python_loop(py, "numbers.append(4)"));
+}
+
+TEST(HostLoop, AListShrunkInsideTheLoopEndsTheLoopEarly) {
+  python_scope py;
+  py.run("numbers = [1, 2, 3, 4, 5]");
+  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
+    if (i == 1)
+      py.run("del numbers[2:]");
+  });
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2}));
+  py.run("numbers = [1, 2, 3, 4, 5]");
+  EXPECT_EQ(seen, python_loop(py, "del numbers[2:]"));
+}
+
+TEST(HostLoop, AnElementReplacedAheadOfTheLoopIsSeenWithItsNewValue) {
+  python_scope py;
+  py.run("numbers = [1, 2, 3, 4]");
+  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
+    if (i == 1)
+      py.run("numbers[2] = 30\nnumbers[0] = 10");
+  });
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 30, 4}));
+  py.run("numbers = [1, 2, 3, 4]");
+  EXPECT_EQ(seen, python_loop(py, "numbers[2] = 30; numbers[0] = 10"));
+}
+
+TEST(HostLoop, AListChangedThroughItsHostWrapperIsSeenByTheLoop) {
+  python_scope py;
+  py.run("numbers = [1, 2, 3]");
+  auto list = py.host("numbers");
+  ASSERT_TRUE(kest::I_MutableSequence::isInstance(list));
+  auto seen = loop(list, [&](std::size_t i) {
+    if (i == 0)
+      (void)kest::I_MutableSequence::unsafeFrom(list).append(kest::Integer(7));
+  });
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 3, 7}));
+}
+
+TEST(HostLoop, AnElementKeptFromAnEarlierStepKeepsItsValue) {
+  // The loop refills the Integer of the element it moves past only when nothing
+  // else holds it: copies taken by the body must not change.
+  python_scope py;
+  py.run("numbers = [5, 6, 7]");
+  std::vector<kest::Any> kept;
+  kest::internal::iterator_iterable it(py.host("numbers")), end;
+  for (; it != end; ++it)
+    kept.push_back(*it);
+  ASSERT_EQ(kept.size(), 3u);
+  EXPECT_EQ(host_integer(kept[0]), 5);
+  EXPECT_EQ(host_integer(kept[1]), 6);
+  EXPECT_EQ(host_integer(kept[2]), 7);
+  EXPECT_FALSE(kept[0].isSame(kept[1]));
+}
+
+TEST(HostLoop, AWeakReferenceToTheElementKeepsItFromBeingRefilled) {
+  python_scope py;
+  py.run("numbers = [5, 6]");
+  kest::internal::iterator_iterable it(py.host("numbers")), end;
+  ASSERT_NE(it, end);
+  kest::WeakReference weak(*it);
+  ++it;
+  ASSERT_NE(it, end);
+  EXPECT_EQ(host_integer(*it), 6);
+  // The first element is gone (nothing strong held it), not turned into 6.
+  auto first = weak.lock();
+  EXPECT_TRUE(first.empty() || host_integer(first) == 5);
+}
+
+TEST(HostLoop, AnIntBeyondSixtyFourBitsEndsTheLoopWithTheConversionError) {
+  python_scope py;
+  py.run("numbers = [1, 2**70, 3]");
+  std::vector<std::int64_t> seen;
+  kest::internal::iterator_iterable it(py.host("numbers")), end;
+  for (; it != end; ++it)
+    seen.push_back(host_integer(*it));
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1}));
+  ASSERT_TRUE(kest::Error::isInstance(it.error()));
+  EXPECT_EQ(kest::Error::unsafeFrom(it.error()).typeName().toUtf8(), "OverflowError");
+  EXPECT_EQ(message_of(it.error()), "int too big to convert");
+  expect_no_python_error("the loop");
+}
+
+TEST(HostLoop, ADictChangedInSizeDuringTheLoopEndsItWithPythonsRuntimeError) {
+  python_scope py;
+  py.run("table = {'a': 1, 'b': 2, 'c': 3}");
+  std::size_t steps = 0;
+  kest::internal::iterator_iterable it(py.host("table")), end;
+  for (; it != end; ++it)
+    if (++steps == 1)
+      py.run("table['d'] = 4");
+  EXPECT_EQ(steps, 1u);
+  ASSERT_TRUE(kest::Error::isInstance(it.error()));
+  const auto error = kest::Error::unsafeFrom(it.error());
+  EXPECT_EQ(error.typeName().toUtf8(), "RuntimeError");
+  EXPECT_EQ(error.message().toUtf8(), "dictionary changed size during iteration");
+  expect_no_python_error("the loop");
+}
