@@ -7,6 +7,8 @@
 
 #include <kest/kest.hpp>
 
+#include "fixed_iterations.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -135,16 +137,16 @@ void StringsFromPython_Convert(benchmark::State &state) {
 }
 } // namespace
 
-BENCHMARK(IntsToPython_Raw)->Unit(benchmark::kMillisecond);
-BENCHMARK(IntsToPython_Convert)->Unit(benchmark::kMillisecond);
-BENCHMARK(IntsToPython_ConvertTakingLock)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsToPython_Raw)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsToPython_Convert)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsToPython_ConvertTakingLock)->Unit(benchmark::kMillisecond);
-BENCHMARK(IntsFromPython_Raw)->Unit(benchmark::kMillisecond);
-BENCHMARK(IntsFromPython_RawIntoHostValue)->Unit(benchmark::kMillisecond);
-BENCHMARK(IntsFromPython_Convert)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsFromPython_Raw)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsFromPython_RawIntoHostValue)->Unit(benchmark::kMillisecond);
-BENCHMARK(StringsFromPython_Convert)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsToPython_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsToPython_Convert)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsToPython_ConvertTakingLock)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsToPython_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsToPython_Convert)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsToPython_ConvertTakingLock)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsFromPython_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsFromPython_RawIntoHostValue)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(IntsFromPython_Convert)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsFromPython_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsFromPython_RawIntoHostValue)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(StringsFromPython_Convert)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

@@ -9,6 +9,8 @@
 
 #include <kest/kest.hpp>
 
+#include "fixed_iterations.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -162,16 +164,16 @@ void Print100k_Captured(benchmark::State &state) {
 }
 } // namespace
 
-BENCHMARK(TakeInterpreterLock)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Statements_Raw)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Statements_Evaluate)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Statements_CachedFloor)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Expression_Raw)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Expression_Evaluate)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Expression_CachedFloor)->Unit(benchmark::kMicrosecond);
-BENCHMARK(ScopedStatements_Raw)->Unit(benchmark::kMicrosecond);
-BENCHMARK(ScopedStatements_Evaluate)->Unit(benchmark::kMicrosecond);
-BENCHMARK(ScopedStatements_CachedFloor)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Print100k_DevNull)->Unit(benchmark::kMillisecond);
-BENCHMARK(Print100k_Captured)->Unit(benchmark::kMillisecond);
+BENCHMARK(TakeInterpreterLock)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Statements_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Statements_Evaluate)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Statements_CachedFloor)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_Evaluate)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Expression_CachedFloor)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_Raw)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_Evaluate)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(ScopedStatements_CachedFloor)->Apply(fixed_iterations)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Print100k_DevNull)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Print100k_Captured)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

@@ -15,6 +15,8 @@
 
 #include <kest/kest.hpp>
 
+#include "fixed_iterations.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -226,31 +228,31 @@ void Len_Builtin(benchmark::State &s) { data().run(s, "length(builtin_thousand, 
 void Slice1000_Host(benchmark::State &s) { data().run(s, "slice_all(host_thousand, 100)"); }
 void Slice1000_Builtin(benchmark::State &s) { data().run(s, "slice_all(builtin_thousand, 100)"); }
 
-BENCHMARK(EmptyLoop)->Unit(benchmark::kMillisecond);
-BENCHMARK(MethodCall_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(MethodCall_HostTrivial)->Unit(benchmark::kMillisecond);
-BENCHMARK(MethodCall_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(MethodCall_Nanobind)->Unit(benchmark::kMillisecond);
-BENCHMARK(MethodCall_Builtin)->Unit(benchmark::kMillisecond);
-BENCHMARK(HostCallFromCpp_Field)->Unit(benchmark::kMillisecond);
-BENCHMARK(HostCallFromCpp_Trivial)->Unit(benchmark::kMillisecond);
-BENCHMARK(PropertyRead_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(PropertyRead_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(PropertyRead_Nanobind)->Unit(benchmark::kMillisecond);
-BENCHMARK(PropertyRead_Builtin)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeArea_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeArea_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeArea_Nanobind)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeSize_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeSize_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(ShapeSize_Nanobind)->Unit(benchmark::kMillisecond);
-BENCHMARK(Iterate1M_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(Iterate1M_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(Iterate1M_Builtin)->Unit(benchmark::kMillisecond);
-BENCHMARK(MapSubscript_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(MapSubscript_Builtin)->Unit(benchmark::kMillisecond);
-BENCHMARK(Len_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(Len_Builtin)->Unit(benchmark::kMillisecond);
-BENCHMARK(Slice1000_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(Slice1000_Builtin)->Unit(benchmark::kMillisecond);
+BENCHMARK(EmptyLoop)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MethodCall_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MethodCall_HostTrivial)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MethodCall_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MethodCall_Nanobind)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MethodCall_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(HostCallFromCpp_Field)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(HostCallFromCpp_Trivial)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(PropertyRead_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(PropertyRead_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(PropertyRead_Nanobind)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(PropertyRead_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeArea_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeArea_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeArea_Nanobind)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeSize_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeSize_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(ShapeSize_Nanobind)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Iterate1M_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Iterate1M_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Iterate1M_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MapSubscript_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MapSubscript_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Len_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Len_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Slice1000_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Slice1000_Builtin)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

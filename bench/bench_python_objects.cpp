@@ -38,6 +38,8 @@
 
 #include <kest/kest.hpp>
 
+#include "fixed_iterations.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -282,16 +284,22 @@ void MapGet_Raw_LockHeld(benchmark::State &state) { raw_gets<false>(state); }
 } // namespace
 
 // The per-call rows run for 0.2 s each, so that five repetitions of the whole
-// program stay well under a minute.
-BENCHMARK(Call_Host)->MinTime(0.2);
-BENCHMARK(Call_Host_LockHeld)->MinTime(0.2);
-BENCHMARK(Call_Raw_LockPerCall)->MinTime(0.2);
-BENCHMARK(Call_Raw_LockHeld)->MinTime(0.2);
-BENCHMARK(Iterate1M_Host)->Unit(benchmark::kMillisecond);
-BENCHMARK(Iterate1M_Host_LockHeld)->Unit(benchmark::kMillisecond);
-BENCHMARK(Iterate1M_Pybind11)->Unit(benchmark::kMillisecond);
-BENCHMARK(MapGet_Host)->MinTime(0.2);
-BENCHMARK(MapGet_Host_LockHeld)->MinTime(0.2);
-BENCHMARK(MapGet_Raw_LockPerCall)->MinTime(0.2);
-BENCHMARK(MapGet_Raw_LockHeld)->MinTime(0.2);
+// program stay well under a minute (unless the iterations are fixed).
+namespace {
+void per_call_time(benchmark::internal::Benchmark *b) {
+  if (!std::getenv("SARVODE_BENCH_ITERATIONS"))
+    b->MinTime(0.2);
+}
+} // namespace
+BENCHMARK(Call_Host)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(Call_Host_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(Call_Raw_LockPerCall)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(Call_Raw_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(Iterate1M_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Iterate1M_Host_LockHeld)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(Iterate1M_Pybind11)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);
+BENCHMARK(MapGet_Host)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(MapGet_Host_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(MapGet_Raw_LockPerCall)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(MapGet_Raw_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
 BENCHMARK_MAIN();

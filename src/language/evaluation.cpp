@@ -3,8 +3,10 @@
 #include "language/evaluation.hpp"
 
 #include "convert/from_python.hpp"
+#include "convert/python_names.hpp"
 #include "convert/to_python.hpp"
 #include "language/code_cache.hpp"
+#include "language/evaluation_callbacks.hpp"
 #include "language/interrupts.hpp"
 #include "language/output_capture.hpp"
 #include "language/module_dictionary.hpp"
@@ -24,15 +26,11 @@ namespace {
 /// Copies every entry of a host map into `dict` under its string key,
 /// converted; entries without a Python form are skipped.
 void copy_entry(PyObject *dict, const kest::Any &key, const kest::Any &value) {
-  auto name = kest::String::cast(key);
-  if (!name.is<kest::String>())
+  if (!kest::String::isInstance(key))
     return;
   auto converted = py::object::steal(toPythonLocked(value)); // the caller holds the interpreter lock
-  if (!converted) {
-    PyErr_Clear();
-    return;
-  }
-  if (PyDict_SetItemString(dict, name.unsafeAs<kest::String>().toUtf8().c_str(), converted.get()) < 0)
+  auto name = py::object::steal(converted ? pythonName(kest::internal::string_utf8_of(key)) : nullptr);
+  if (!name || PyDict_SetItem(dict, name.get(), converted.get()) < 0)
     PyErr_Clear();
 }
 
@@ -188,26 +186,16 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   const auto names = out_local_names(outLocals);
   const std::string text = statementsText(code.utf8View(), names);
 
-  auto result = std::make_shared<kest::Any>();
-  if (outLocals.is<kest::I_MutableMap>()) {
-    auto target = outLocals.unsafeAs<kest::I_MutableMap>();
-    auto store_local = kest::make_function([target](kest::String name, kest::Any value) {
-      return target.setChecked(name, value);
-    });
-    static PyObject *const store_local_name = name_of("kest_store_local");
-    if (!set_item(l.get(), store_local_name, store_local))
-      return errorFromPython(0, 0);
-  }
-  auto store_result = kest::make_function([result](kest::Any value) { *result = value; });
-  static PyObject *const store_result_name = name_of("kest_store_result");
+  kest::Any result;
+  EvaluationCallbacks callbacks(result, outLocals);
   static PyObject *const self_name = name_of("self");
-  if (!set_item(l.get(), store_result_name, store_result) || !set_item(g.get(), self_name, self))
+  if (!callbacks.install(l.get()) || !set_item(g.get(), self_name, self))
     return errorFromPython(0, 0);
 
   auto outcome = run_cached(text, code_mode::statements, g.get(), l.get());
   flushRedirectedOutput(); // what the code printed reaches the host before its result
   if (outcome.value)
-    return *result;
+    return result;
   const auto user = code.utf8View();
   if (!outcome.code)
     placeSyntaxError(user, names);

@@ -415,3 +415,46 @@ TEST(Evaluation, ExpressionSeesLocals) {
   EXPECT_EQ(integer_of(evaluate_expression("x * 2 + 2", scope({}, {}, locals, {}))), 42);
   EXPECT_EQ(text_of(evaluate_expression("word * 2", scope({}, {}, locals, {}))), "abab");
 }
+
+// --- results and out-locals that have no host form ---------------------------------------
+
+TEST(Evaluation, AResultWithoutAHostFormIsTheConversionError) {
+  auto result = evaluate("return 2 ** 70");
+  ASSERT_TRUE(kest::Error::isInstance(result)) << kest::display(result).toUtf8();
+  const auto error = kest::Error::unsafeFrom(result);
+  EXPECT_EQ(kest::qualname(kest::raw_class_of(error)).toUtf8(), "kest.Error");
+  EXPECT_EQ(error.typeName().toUtf8(), "OverflowError");
+  EXPECT_EQ(message_of(result), "int too big to convert");
+}
+
+TEST(Evaluation, AnOutLocalWithoutAHostFormReceivesTheConversionError) {
+  auto out = string_map({{"big", kest::Integer(0)}});
+  auto result = evaluate("big = 2 ** 70", scope({}, {}, {}, out));
+  EXPECT_TRUE(kest::is_none(result)) << kest::display(result).toUtf8();
+  auto big = out.find(kest::String(u"big"));
+  ASSERT_TRUE(kest::Error::isInstance(big)) << kest::display(big).toUtf8();
+  EXPECT_EQ(kest::Error::unsafeFrom(big).typeName().toUtf8(), "OverflowError");
+  EXPECT_EQ(message_of(big), "int too big to convert");
+}
+
+TEST(Evaluation, TheGeneratedCallbacksAreNotVisibleToTheUsersCode) {
+  auto out = string_map({{"x", kest::Integer(0)}});
+  auto result = evaluate("return kest_store_result", scope({}, {}, {}, out));
+  ASSERT_TRUE(kest::Error::isInstance(result)) << kest::display(result).toUtf8();
+  EXPECT_EQ(message_of(result), "name 'kest_store_result' is not defined");
+  result = evaluate("return kest_store_local", scope({}, {}, {}, out));
+  EXPECT_EQ(message_of(result), "name 'kest_store_local' is not defined");
+}
+
+TEST(Evaluation, ACallbackKeptPastItsEvaluationRaisesWhenCalled) {
+  // Reached through the caller's frame, the callback outlives its evaluation;
+  // calling it then writes nothing anywhere and raises.
+  auto kept = evaluate("import sys\nreturn sys._getframe(1).f_locals['kest_store_result']");
+  ASSERT_TRUE(kest::I_Callable_Generic::isInstance(kept)) << kest::display(kept).toUtf8();
+  auto later = kest::internal::result_unwrap_lazy(kest::I_Callable_Generic::unsafeFrom(kept).callWith({kest::Integer(1)}));
+  ASSERT_TRUE(kest::Error::isInstance(later)) << kest::display(later).toUtf8();
+  EXPECT_EQ(kest::Error::unsafeFrom(later).typeName().toUtf8(), "RuntimeError");
+  EXPECT_EQ(message_of(later), "the evaluation that made this function has ended");
+  // A later evaluation is not disturbed by it.
+  EXPECT_EQ(integer_of(evaluate("return 3")), 3);
+}
