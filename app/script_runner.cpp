@@ -55,14 +55,13 @@ if '_sarvode_runner' not in sys.modules:
     sarvode_runner._make_module = sarvode_make
 )";
 
-/// What each call runs before its expression: short, as it is compiled for
-/// every kind of call. The evaluation's globals hold the host modules; they
-/// are handed on to the code that runs as __main__, as every evaluation sees
-/// them.
-constexpr const char *call_prefix = R"(import sys
+/// Every call of the runner: one text, so that a run compiles it once. The
+/// evaluation's globals hold the host modules; they are handed on to the
+/// code that runs as __main__, as every evaluation sees them.
+constexpr const char *call_text = R"(import sys
 runner = sys.modules['_sarvode_runner']
 host_names = {k: v for k, v in globals().items() if not k.startswith('sarvode_') and k not in ('self', '__builtins__')}
-return )";
+return runner.call(sarvode_call, sarvode_arguments, host_names))";
 
 /// Where the runner's modules are kept compiled: "cache" in the per-user
 /// folder; None when there is no such folder.
@@ -101,12 +100,16 @@ kest::Any boot(const kest::I_Language &language) {
   return outcome;
 }
 
-kest::Any call(const kest::I_Language &language, const run_options &options, const std::string &expression,
-               kest::HashMap locals) {
+/// The runner's function `function` with `arguments` (main gets the host's names too).
+kest::Any call(const kest::I_Language &language, const run_options &options, const char16_t *function,
+               std::vector<kest::Any> arguments = {}) {
   if (auto booted = boot(language); kest::Error::isInstance(booted))
     return booted;
+  auto locals = new_locals();
+  (void)locals.setChecked(kest::String(u"sarvode_call"), kest::String(function));
+  (void)locals.setChecked(kest::String(u"sarvode_arguments"), kest::Tuple(std::move(arguments)));
   kest::EvaluationScope scope(kest::Any(), kest::None(), kest::I_Map::unsafeFrom(locals), kest::None());
-  const auto code = kest::String::fromUtf8(std::string(call_prefix) + expression);
+  static const kest::String code = kest::String::fromUtf8(call_text);
   kest::Result<kest::Any> result;
   if (options.sandbox) {
     auto python = kest::PythonLanguage::cast(language);
@@ -154,23 +157,17 @@ int run_staged(const kest::I_Language &language, const run_options &options) {
       run_main->callWith({kest::String(u"_sarvode_runner"), kest::Boolean(options.sandbox)}));
   if (kest::Error::isInstance(ran))
     return status_of(ran);
-  return status_of(call(language, options, "runner.after_main()", new_locals()));
+  return status_of(call(language, options, u"after_main"));
 }
 
 } // namespace
 
 int run_request(const kest::I_Language &language, const run_options &options, const std::vector<std::string> &request,
                 const std::vector<std::string> &host_argv) {
-  auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_request"), bytes_tuple(request));
-  (void)locals.setChecked(kest::String(u"sarvode_argv"), bytes_tuple(host_argv));
-  (void)locals.setChecked(kest::String(u"sarvode_host_log"), kest::Boolean(options.host_log));
-  (void)locals.setChecked(kest::String(u"sarvode_inspect"),
-                          options.inspect ? kest::Any(kest::String::fromUtf8(console_history_file())) : kest::None());
-  const int status = status_of(call(language, options,
-                                    "runner.main(tuple(sarvode_request), host_names, tuple(sarvode_argv), "
-                                    "sarvode_host_log, sarvode_inspect)",
-                                    locals));
+  const int status = status_of(call(
+      language, options, u"main",
+      {bytes_tuple(request), bytes_tuple(host_argv), kest::Boolean(options.host_log),
+       options.inspect ? kest::Any(kest::String::fromUtf8(console_history_file())) : kest::Any(kest::None())}));
   return status == status_staged ? run_staged(language, options) : status;
 }
 
@@ -181,10 +178,7 @@ void prepare_python(const kest::I_Language &language, const run_options &options
     changes.emplace_back(kest::Tuple{kest::ByteArray::fromChars(change.name),
                                      change.before ? kest::Any(kest::ByteArray::fromChars(*change.before))
                                                    : kest::Any(kest::None())});
-  auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_environment"), kest::Tuple(std::move(changes)));
-  (void)locals.setChecked(kest::String(u"sarvode_xoptions"), bytes_tuple(x_options));
-  (void)status_of(call(language, options, "runner.prepare(sarvode_environment, sarvode_xoptions)", locals));
+  (void)status_of(call(language, options, u"prepare", {kest::Tuple(std::move(changes)), bytes_tuple(x_options)}));
 }
 
 int show_value(const kest::I_Language &language, const run_options &options, const kest::Any &value) {
@@ -193,16 +187,11 @@ int show_value(const kest::I_Language &language, const run_options &options, con
   std::string prefix;
   if (options.show_class)
     prefix = std::string(kest::qualname(kest::class_of(value)).utf8View()) + ": ";
-  auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_value"), value);
-  (void)locals.setChecked(kest::String(u"sarvode_prefix"), kest::String::fromUtf8(prefix));
-  return status_of(call(language, options, "runner.show(sarvode_value, sarvode_prefix)", locals));
+  return status_of(call(language, options, u"show", {value, kest::String::fromUtf8(prefix)}));
 }
 
 int check_syntax(const kest::I_Language &language, const run_options &options, const std::string &code) {
-  auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_code"), kest::String::fromUtf8(code));
-  return status_of(call(language, options, "runner.check_syntax(sarvode_code)", locals));
+  return status_of(call(language, options, u"check_syntax", {kest::String::fromUtf8(code)}));
 }
 
 int finish_run(const kest::I_Language &language, const run_options &options, int status) {
@@ -220,9 +209,7 @@ int finish_run(const kest::I_Language &language, const run_options &options, int
   }
   // Python still runs elsewhere, or the run was sandboxed: what python3 does
   // before it finalizes, without the finalization.
-  auto locals = new_locals();
-  (void)locals.setChecked(kest::String(u"sarvode_status"), kest::Integer(status));
-  const auto value = call(language, options, "runner.finish(sarvode_status)", locals);
+  const auto value = call(language, options, u"finish", {kest::Integer(status)});
   return kest::Integer::isInstance(value) ? static_cast<int>(kest::Integer::unsafeFrom(value).value()) : status;
 }
 

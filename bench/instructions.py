@@ -22,7 +22,7 @@ def collected(binary, name, iterations):
         out = os.path.join(folder, "callgrind.out")
         subprocess.run(
             ["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}",
-             f"--toggle-collect=*::{name}(*",
+             f"--toggle-collect={name}(*", f"--toggle-collect=*::{name}(*",
              binary, f"--benchmark_filter=^{name}(/|$)"],
             check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             env=dict(os.environ, SARVODE_BENCH_ITERATIONS=str(iterations)))

@@ -484,6 +484,16 @@ def _host_modules_last():
             sys.meta_path.append(finder)
 
 
+def call(name, arguments, host_names):
+    """The host's way in: the runner function `name` with `arguments`, from
+    one compiled text for every kind of call; main also gets the names of
+    the host's evaluation (its modules), which it hands to __main__."""
+    if name == "main":
+        request, *rest = arguments
+        return main(request, host_names, *rest)
+    return _entries[name](*arguments)
+
+
 def prepare(environment, xoptions):
     """Once Python runs: the environment variables that sarvode set for
     python3's options (-u, -W, -X dev, ...) are put back as they were, as
@@ -531,3 +541,7 @@ def main(request, host_names, host_argv=(), host_log=False, inspect=None):
         run_console = _own_module("_sarvode_console").run_console
         return _guarded(lambda: run_console(target, host_names), {"<console>"})
     raise ValueError(f"unknown run mode {mode!r}")
+
+
+# What `call` reaches besides main.
+_entries = {f.__name__: f for f in (prepare, show, check_syntax, after_main, finish)}

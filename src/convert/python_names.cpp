@@ -2,6 +2,10 @@
 
 #include "convert/python_names.hpp"
 
+#include "convert/to_python.hpp"
+
+#include <kest/string.hpp>
+
 #include <cstddef>
 #include <string>
 #include <unordered_map>
@@ -12,6 +16,8 @@ namespace {
 /// Enough for the names of every scope a host evaluates with; a host that
 /// makes names without end (generated ones) stops filling the table there.
 constexpr std::size_t most_names = 4096;
+/// Longer keys are converted each time: the table holds words, not texts.
+constexpr std::size_t longest_key = 64;
 
 struct text_hash {
   using is_transparent = void;
@@ -45,6 +51,15 @@ PyObject *pythonName(std::string_view name) {
     table.emplace(std::string(name), text);
   }
   return text;
+}
+
+PyObject *pythonKey(const kest::Any &key) {
+  if (key.kind() == kest::internal::ObjectType::String) {
+    const auto text = kest::internal::string_utf8_of(key);
+    if (text.size() <= longest_key)
+      return pythonName(text);
+  }
+  return toPythonLocked(key);
 }
 
 } // namespace sarvode

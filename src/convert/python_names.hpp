@@ -3,6 +3,8 @@
 
 #include "runtime/python.hpp"
 
+#include <kest/any.hpp>
+
 #include <string_view>
 
 namespace sarvode {
@@ -13,5 +15,11 @@ namespace sarvode {
 /// decodes and hashes nothing. A new reference, or null with a Python error.
 /// The caller holds the interpreter lock, which guards the table.
 PyObject *pythonName(std::string_view name);
+
+/// A host value as a dictionary key: a short String (a name, a word) from
+/// the same table, so that looking it up again hashes nothing; anything
+/// else converted as every value is. A new reference, or null with a Python
+/// error. The caller holds the interpreter lock.
+PyObject *pythonKey(const kest::Any &key);
 
 } // namespace sarvode

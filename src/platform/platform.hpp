@@ -4,8 +4,11 @@
 
 #include "runtime/python.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace sarvode::platform {
 
@@ -34,9 +37,17 @@ using audit_hook_fn = int (*)(const char *, PyObject *, void *);
 using add_audit_hook_fn = int (*)(audit_hook_fn, void *);
 add_audit_hook_fn find_add_audit_hook();
 
-/// True when the memory at `address` is mapped writable (a table of the
-/// interpreter's that the sandbox patches must be, or it is left alone).
-bool is_writable(const void *address);
+/// Which memory is mapped writable (a table of the interpreter's that the
+/// sandbox patches must be, or it is left alone), as the system tells when
+/// the object is made: one look for many questions in a row.
+class writable_memory {
+public:
+  writable_memory();
+  [[nodiscard]] bool contains(const void *address) const;
+
+private:
+  std::vector<std::pair<std::uintptr_t, std::uintptr_t>> m_ranges; // [start, end), where the system lists them
+};
 
 /// Keeps the extension's library loaded until the process ends, whatever the
 /// host's unload calls say.

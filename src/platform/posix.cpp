@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
@@ -86,21 +87,25 @@ void make_interpreter_symbols_global() {
   (void)dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
 }
 
-bool is_writable(const void *address) {
+writable_memory::writable_memory() {
   // Each line of the map: "start-end perms offset dev inode path", addresses in hex.
-  const auto target = reinterpret_cast<std::uintptr_t>(address);
   std::ifstream maps("/proc/self/maps");
-  std::string range, perms, rest;
-  while (maps >> range >> perms && std::getline(maps, rest)) {
-    const auto dash = range.find('-');
-    if (dash == std::string::npos)
+  std::string line;
+  while (std::getline(maps, line)) {
+    char *end = nullptr;
+    const auto start = std::strtoull(line.c_str(), &end, 16);
+    if (*end != '-')
       continue;
-    const auto start = std::stoull(range.substr(0, dash), nullptr, 16);
-    const auto end = std::stoull(range.substr(dash + 1), nullptr, 16);
-    if (target >= start && target < end)
-      return perms.size() > 1 && perms[1] == 'w';
+    const auto stop = std::strtoull(end + 1, &end, 16);
+    if (*end == ' ' && end[1] != '\0' && end[2] == 'w')
+      m_ranges.emplace_back(start, stop);
   }
-  return false;
+}
+
+bool writable_memory::contains(const void *address) const {
+  const auto target = reinterpret_cast<std::uintptr_t>(address);
+  return std::any_of(m_ranges.begin(), m_ranges.end(),
+                     [target](const auto &range) { return target >= range.first && target < range.second; });
 }
 
 void keep_loaded() {

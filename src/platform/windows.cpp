@@ -91,7 +91,9 @@ void make_interpreter_symbols_global() {
   (void)interpreter_module();
 }
 
-bool is_writable(const void *address) {
+writable_memory::writable_memory() = default; // each question asks the system: it answers at once
+
+bool writable_memory::contains(const void *address) const {
   MEMORY_BASIC_INFORMATION info{};
   if (VirtualQuery(address, &info, sizeof info) == 0 || info.State != MEM_COMMIT)
     return false;

@@ -6,6 +6,7 @@
 #include "proxies/native_protocols.hpp"
 
 #include "convert/from_python.hpp"
+#include "convert/python_names.hpp"
 #include "convert/to_python.hpp"
 #include "proxies/cpython_object.hpp"
 #include "proxies/proxy_classes.hpp"
@@ -74,7 +75,7 @@ kest::Any get(const kest::Any &self, const kest::Any &key) {
     return nullObjectError();
   if (!PyDict_CheckExact(map))
     return callPythonMethodLocked(map, "__getitem__", std::span<const kest::Any>(&key, 1));
-  auto py_key = py::object::steal(toPythonLocked(key));
+  auto py_key = py::object::steal(pythonKey(key));
   if (!py_key)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to convert an argument.")));
   PyObject *value = PyDict_GetItemWithError(map, py_key.get()); // borrowed

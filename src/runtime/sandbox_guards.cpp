@@ -19,7 +19,6 @@
 #include <csignal>
 #include <array>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 namespace sarvode {
@@ -171,14 +170,9 @@ py::object import_leaving_signals(const char *module_name) {
   return module;
 }
 
-/// Puts guards in place of the named functions of one module's method table.
-void guard_module(const char *module_name) {
-  auto module = import_leaving_signals(module_name);
-  if (!module) {
-    PyErr_Clear(); // a module this build lacks has nothing to guard
-    return;
-  }
-  PyModuleDef *def = PyModule_GetDef(module.get());
+/// Puts guards in place of the named functions of one (imported) module's method table.
+void guard_module(PyObject *module, const char *module_name, const platform::writable_memory &writable) {
+  PyModuleDef *def = PyModule_GetDef(module);
   if (!def || !def->m_methods) {
     PyErr_Clear();
     return;
@@ -187,7 +181,7 @@ void guard_module(const char *module_name) {
     for (const auto &g : guarded_functions) {
       if (std::strcmp(g.module, module_name) != 0 || std::strcmp(g.name, method->ml_name) != 0)
         continue;
-      if (g_used == max_guards || (method->ml_flags & METH_METHOD) || !platform::is_writable(&method->ml_meth))
+      if (g_used == max_guards || (method->ml_flags & METH_METHOD) || !writable.contains(&method->ml_meth))
         continue;
       g_originals[g_used] = method->ml_meth;
       method->ml_meth = guard_for(g_used, method->ml_flags);
@@ -221,14 +215,21 @@ void installSandboxGuards() {
   static bool installed = false; // guarded by the interpreter lock
   if (std::exchange(installed, true))
     return;
-  std::string_view done[std::size(guarded_functions)];
+  // Every module first, then one look at the memory map: importing a module
+  // may map its library, whose table must be seen writable.
+  std::array<std::pair<const char *, py::object>, std::size(guarded_functions)> modules;
   std::size_t count = 0;
   for (const auto &g : guarded_functions) {
-    if (std::find(done, done + count, std::string_view(g.module)) != done + count)
+    if (std::any_of(modules.begin(), modules.begin() + static_cast<std::ptrdiff_t>(count),
+                    [&](const auto &m) { return std::strcmp(m.first, g.module) == 0; }))
       continue;
-    done[count++] = g.module;
-    guard_module(g.module);
+    modules[count++] = {g.module, import_leaving_signals(g.module)};
+    PyErr_Clear(); // a module this build lacks has nothing to guard
   }
+  const platform::writable_memory writable;
+  for (std::size_t i = 0; i < count; ++i)
+    if (modules[i].second)
+      guard_module(modules[i].second.get(), modules[i].first, writable);
   rehash_os_function_sets();
 }
 
