@@ -78,6 +78,17 @@ void task_c_call_python_and_walk_the_result() {
         "walked the list and dict a Python function returned");
   check(kest::to<std::string>(json) == R"({"sum": 6, "sorted": [1, 2, 3], "checked": true})",
         "json.dumps of the changed dict: " + kest::to<std::string>(json));
+
+  // [loop]
+  auto numbers = py::eval("list(range(100000))").as<kest::I_Iterable>();
+  std::int64_t sum = 0;
+  {
+    py::gil hold; // one lock for the whole loop, not one per element
+    for (const kest::Any &n : numbers)
+      sum += kest::to<std::int64_t>(n);
+  }
+  // [loop]
+  check(sum == 4999950000, "walked a Python list of 100,000 ints holding the lock once");
 }
 
 void task_d_the_sandbox() {
