@@ -5,7 +5,8 @@ Times on a shared machine wander; instruction counts repeat exactly. Each
 benchmark runs twice under callgrind, collecting only inside the benchmark's
 own function: with 1 iteration and with 1 + N (SARVODE_BENCH_ITERATIONS,
 see fixed_iterations.hpp). The difference divided by N is the cost of one
-iteration, without the set-up and the first run's one-time work.
+iteration, without the set-up and the first run's one-time work. Python's
+string hashing is fixed (PYTHONHASHSEED=0) so that dictionaries probe alike.
 
 Usage: bench/instructions.py [--extra N] BINARY NAME [NAME ...]
 (NAME: a benchmark function; N: 100 unless given). Prints "NAME instructions".
@@ -25,7 +26,7 @@ def collected(binary, name, iterations):
              f"--toggle-collect={name}(*", f"--toggle-collect=*::{name}(*",
              binary, f"--benchmark_filter=^{name}(/|$)"],
             check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            env=dict(os.environ, SARVODE_BENCH_ITERATIONS=str(iterations)))
+            env=dict(os.environ, SARVODE_BENCH_ITERATIONS=str(iterations), PYTHONHASHSEED="0"))
         with open(out) as f:
             for line in f:
                 m = re.match(r"(?:summary|totals): (\d+)", line)
