@@ -133,7 +133,6 @@ int status_of(const kest::Any &value) {
   return 1;
 }
 
-
 /// Command-line words as bytes: Python decodes them as python3 decodes its
 /// argv (os.fsdecode), so that bytes that are not UTF-8 survive.
 kest::Tuple bytes_tuple(const std::vector<std::string> &words) {

@@ -19,16 +19,11 @@ using class_getter = const Class_Generic &(*)();
 Class_Generic make_builtin_class(const char *name, std::uint64_t flags,
                                  std::initializer_list<class_getter> bases = {});
 
-/// True when `a` is an instance whose class derives from `cls`.
-inline bool instance_derives(const Any &a, const Class_Generic &cls) noexcept {
-  return a.kind() == ObjectType::Instance && a.get()->class_value() &&
-         a.get()->class_value()->derives_from(cls.value());
-}
-
-/// The same with the class from its getter, asked only for an instance: a
-/// test of a plain value (an Integer, a String) never reaches the getter.
+/// True when `a` is an instance whose class derives from the class `cls`
+/// gives; a plain value (an Integer, a String) is answered without asking it.
 inline bool instance_derives(const Any &a, const Class_Generic &(*cls)()) noexcept {
-  return a.kind() == ObjectType::Instance && instance_derives(a, cls());
+  return a.kind() == ObjectType::Instance && a.get()->class_value() &&
+         a.get()->class_value()->derives_from(cls().value());
 }
 
 /// True when the class of `a` derives from `cls` (any kind of value).

@@ -174,8 +174,8 @@ kest::Any resolvePath(const kest::String &path) {
 kest::Any pythonCode(const kest::Any &value) {
   if (isPythonBacked(value)) {
     PythonEntry entry(value); // repr runs the object's own code
-    auto object = py::object::borrow(pythonObjectOf(value));
-    auto text = py::object::steal(object ? PyObject_Repr(object.get()) : nullptr);
+    PyObject *object = entry.object();
+    auto text = py::object::steal(object ? PyObject_Repr(object) : nullptr);
     if (!text) {
       PyErr_Clear();
       return kest::String();

@@ -33,8 +33,6 @@ const kest::meta_field_untyped &independent_field() {
   return name;
 }
 
-py::object held(const kest::Any &self) { return py::object::borrow(pythonObjectOf(self)); }
-
 kest::Any call(const kest::Any &self, const kest::Any &arguments) {
   auto sequence = kest::I_Sequence::checkedCast(arguments);
   if (sequence.isError())
@@ -51,19 +49,19 @@ kest::Any call(const kest::Any &self, const kest::Any &arguments) {
     args.push_back(item);
   }
   PythonEntry entry(self);
-  auto fn = held(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return {}; // a wrapper without a function: no result
-  return callPythonLocked(fn.get(), args);
+  return callPythonLocked(fn, args);
 }
 
 /// A text attribute of the wrapped object; empty when it is missing or no text.
 kest::String text_attribute(const kest::Any &self, const char *name) {
   PythonEntry entry(self);
-  auto fn = held(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return {};
-  auto value = py::object::steal(PyObject_GetAttrString(fn.get(), name));
+  auto value = py::object::steal(PyObject_GetAttrString(fn, name));
   if (!value) {
     PyErr_Clear();
     return {};
@@ -79,10 +77,10 @@ kest::String name_of(const kest::Any &self) {
   // A callable without a name of its own (a partial, an instance with
   // __call__) goes by its Python type's name.
   PythonEntry entry(self);
-  auto fn = held(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return kest::String(u"function");
-  auto type_name = py::object::steal(PyType_GetName(Py_TYPE(fn.get())));
+  auto type_name = py::object::steal(PyType_GetName(Py_TYPE(fn)));
   if (!type_name) {
     PyErr_Clear();
     return kest::String(u"function");
@@ -93,10 +91,10 @@ kest::String name_of(const kest::Any &self) {
 kest::Any defaults_of(const kest::Any &self) {
   kest::List list = kest::I_Iterable::createInstance(kest::Type());
   PythonEntry entry(self);
-  auto fn = held(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return list;
-  auto defaults = py::object::steal(PyObject_GetAttrString(fn.get(), "__defaults__"));
+  auto defaults = py::object::steal(PyObject_GetAttrString(fn, "__defaults__"));
   if (!defaults) {
     PyErr_Clear();
     return list;
@@ -121,14 +119,14 @@ kest::Any set_defaults(const kest::Any &self, const kest::Any &values) {
     items = collected.unsafeAs<kest::List>().copyItems();
   }
   PythonEntry entry(self);
-  auto fn = held(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return nullObjectError();
   kest::Any error;
   auto tuple = py::object::steal(pythonArguments(items, error));
   if (!tuple)
     return error;
-  if (PyObject_SetAttrString(fn.get(), "__defaults__", tuple.get()) < 0)
+  if (PyObject_SetAttrString(fn, "__defaults__", tuple.get()) < 0)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to set the defaults.")));
   return kest::None(); // a signature read before keeps the defaults it had
 }
@@ -164,8 +162,8 @@ kest::Any result_type(const kest::Any &self) {
   kest::Type type;
   {
     PythonEntry entry(self);
-    if (auto fn = held(self))
-      type = introspected_result_type(fn.get());
+    if (PyObject *fn = entry.object())
+      type = introspected_result_type(fn);
   }
   (void)self.setFieldValue(names::result_type(), type);
   return type;
@@ -179,13 +177,13 @@ kest::Any signature(const kest::Any &self) {
   bool variadic = false, optional_seen = false;
   {
     PythonEntry entry(self);
-    auto fn = held(self);
+    PyObject *fn = entry.object();
     if (!fn)
       return kest::Error(kest::String(u"Unable to find the function."));
     PyObject *signature_of = python_classes::inspect_signature();
     if (!signature_of)
       return kest::Error(kest::String(u"Unable to access 'inspect.signature' function."));
-    auto sig = py::object::steal(PyObject_CallFunctionObjArgs(signature_of, fn.get(), nullptr));
+    auto sig = py::object::steal(PyObject_CallFunctionObjArgs(signature_of, fn, nullptr));
     if (!sig)
       return pythonErrorOr(kest::Error(kest::String(u"Unable to fetch signature.")));
     auto params = py::object::steal(PyObject_GetAttrString(sig.get(), "parameters"));

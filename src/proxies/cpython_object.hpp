@@ -40,6 +40,7 @@ PyObject *pythonObjectOf(const kest::Any &value);
 /// caller's value, or the value found behind a computed or weak one).
 class PythonTarget {
 public:
+  PythonTarget() noexcept = default; // no wrapper: no object, not sandboxed
   explicit PythonTarget(const kest::Any &value);
   /// Borrowed; null when the value wraps no Python object.
   [[nodiscard]] PyObject *object() const noexcept { return m_object; }

@@ -25,17 +25,15 @@ using kest::internal::result_unwrap_lazy;
 
 namespace {
 /// A strong reference to the wrapped object; the caller holds the lock.
-py::object held_object(const kest::Any &self) { return py::object::borrow(pythonObjectOf(self)); }
-
 std::string name_utf8(const kest::String &name) { return name.toUtf8(); }
 
 /// `Python attribute read` of propertyValue, steps 2 to 4.
 kest::Any python_attribute(const kest::Any &self, const kest::String &name) {
   PythonEntry entry(self);
-  auto object = held_object(self);
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
-  auto attribute = py::object::steal(PyObject_GetAttrString(object.get(), name_utf8(name).c_str()));
+  auto attribute = py::object::steal(PyObject_GetAttrString(object, name_utf8(name).c_str()));
   if (!attribute)
     return pythonErrorOr(kest::Error(kest::String(u"The attribute could not be read.")));
   return fromPython(attribute.get());
@@ -44,14 +42,14 @@ kest::Any python_attribute(const kest::Any &self, const kest::String &name) {
 /// Python attribute assignment of setPropertyValue, steps 3 to 5; empty on success.
 kest::Any set_python_attribute(const kest::Any &self, const kest::String &name, const kest::Any &value) {
   PythonEntry entry(self);
-  auto object = held_object(self);
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
   auto converted = py::object::steal(toPythonLocked(value));
   if (!converted)
     return pythonErrorOr(kest::Error(kest::String::fromUtf8(
         fmt::format("Unable to convert an argument: {}.", kest::display(value).utf8View()))));
-  if (PyObject_SetAttrString(object.get(), name_utf8(name).c_str(), converted.get()) < 0)
+  if (PyObject_SetAttrString(object, name_utf8(name).c_str(), converted.get()) < 0)
     return pythonErrorOr(kest::Error(kest::String(u"The attribute could not be set.")));
   return {};
 }
@@ -123,18 +121,18 @@ kest::Any python_property(const kest::Any &self, const kest::String &name) {
   if (auto p = declared_property(self, name); p.is<kest::Property>())
     return p.unsafeAs<kest::Property>();
   PythonEntry entry(self);
-  auto object = held_object(self);
+  PyObject *object = entry.object();
   if (!object)
     return kest::None();
   const auto utf8 = name_utf8(name);
   // A property of the object's class: read through the instance it would give its value.
   auto on_type = py::object::steal(
-      PyObject_GetAttrString(reinterpret_cast<PyObject *>(Py_TYPE(object.get())), utf8.c_str()));
+      PyObject_GetAttrString(reinterpret_cast<PyObject *>(Py_TYPE(object)), utf8.c_str()));
   PyErr_Clear();
   if (is_property(on_type.get()))
-    if (auto p = accessor_property(name, on_type.get(), object.get()))
+    if (auto p = accessor_property(name, on_type.get(), object))
       return p;
-  auto attribute = py::object::steal(PyObject_GetAttrString(object.get(), utf8.c_str()));
+  auto attribute = py::object::steal(PyObject_GetAttrString(object, utf8.c_str()));
   if (!attribute) {
     PyErr_Clear();
     return kest::None();
@@ -149,10 +147,10 @@ kest::Any python_method(const kest::Any &self, const kest::String &name) {
   if (auto m = kest::raw_method_of(self, kest::meta_method_untyped(name)); m.is<kest::I_Callable_Generic>())
     return m.unsafeAs<kest::I_Callable_Generic>();
   PythonEntry entry(self);
-  auto object = held_object(self);
+  PyObject *object = entry.object();
   if (!object)
     return kest::None();
-  auto attribute = py::object::steal(PyObject_GetAttrString(object.get(), name_utf8(name).c_str()));
+  auto attribute = py::object::steal(PyObject_GetAttrString(object, name_utf8(name).c_str()));
   if (!attribute) {
     PyErr_Clear();
     return kest::None();
@@ -208,16 +206,16 @@ kest::Any python_compare(const kest::Any &self, const kest::Any &other) {
   if (!isPythonBacked(other_value))
     return kest::Ordering::fromSign(kest::object_id(self) - kest::object_id(other_value));
   PythonEntry entry(self);
-  auto a = held_object(self);
-  auto b = held_object(other_value);
-  if (a.get() == b.get())
+  PyObject *a = entry.object();
+  PyObject *b = PythonTarget(other_value).object(); // the local value keeps it alive
+  if (a == b)
     return kest::Ordering::equal();
   if (!a || !b)
     return nullObjectError();
-  if (PyType_GetSlot(Py_TYPE(a.get()), Py_tp_richcompare)) {
+  if (PyType_GetSlot(Py_TYPE(a), Py_tp_richcompare)) {
     // Asked in turn; only the True singleton answers.
     for (auto [op, answer] : {std::pair{Py_LT, -1}, std::pair{Py_GT, 1}, std::pair{Py_EQ, 0}}) {
-      auto r = py::object::steal(PyObject_RichCompare(a.get(), b.get(), op));
+      auto r = py::object::steal(PyObject_RichCompare(a, b, op));
       PyErr_Clear();
       if (r.get() == Py_True)
         return kest::Ordering::fromSign(answer);
@@ -226,7 +224,7 @@ kest::Any python_compare(const kest::Any &self, const kest::Any &other) {
   PyObject *helper = cmp_helper();
   if (!helper)
     return kest::Error(kest::String(u"Unable to call helper function."));
-  auto result = py::object::steal(PyObject_CallFunctionObjArgs(helper, a.get(), b.get(), nullptr));
+  auto result = py::object::steal(PyObject_CallFunctionObjArgs(helper, a, b, nullptr));
   if (!result)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to call helper function.")));
   auto sign = kest::Integer::checkedCast(fromPython(result.get()));

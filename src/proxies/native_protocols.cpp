@@ -25,13 +25,9 @@ bool exactly_builtin_container(PyObject *object) {
   return exactly_list_or_tuple(object) || PyDict_CheckExact(object) || PyAnySet_CheckExact(object);
 }
 
-// Each operation reads the wrapped object once (PythonTarget) and uses it as
-// a borrowed reference: the wrapper, which the caller holds, keeps it alive.
-
 kest::Any call(const kest::Any &self, std::span<const kest::Any> args) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *fn = target.object();
+  PythonEntry entry(self);
+  PyObject *fn = entry.object();
   if (!fn)
     return {}; // a wrapper without a function gives no result
   return callPythonLocked(fn, args);
@@ -40,24 +36,11 @@ kest::Any call(const kest::Any &self, std::span<const kest::Any> args) {
 /// The member "iter": a CPythonProxyIterator over what __iter__ returns.
 kest::Any iter(const kest::Any &self) { return iterateProxy(self); }
 
-kest::Any next(const kest::Any &self) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *iterator = target.object();
-  if (!iterator)
-    return kest::StopIteration();
-  if (auto item = py::object::steal(PyIter_Next(iterator)))
-    return fromPython(item.get());
-  if (PyErr_Occurred())
-    return pythonErrorOr(kest::StopIteration());
-  return kest::StopIteration();
-}
-
-/// `next` for a host loop: an int refills the Integer the loop let go of.
+/// The next element into `element` for a host loop: an int refills the
+/// Integer the loop let go of. Empty, or what ends the loop.
 kest::Any next_into(const kest::Any &self, kest::Any &element) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *iterator = target.object();
+  PythonEntry entry(self);
+  PyObject *iterator = entry.object();
   if (!iterator)
     return kest::StopIteration();
   auto item = py::object::steal(PyIter_Next(iterator));
@@ -67,10 +50,16 @@ kest::Any next_into(const kest::Any &self, kest::Any &element) {
   return kest::Error::isInstance(element) ? std::exchange(element, kest::Any()) : kest::Any();
 }
 
+/// The member "next": the element, or what ends the iteration.
+kest::Any next(const kest::Any &self) {
+  kest::Any element;
+  kest::Any end = next_into(self, element);
+  return end.empty() ? element : end;
+}
+
 kest::Any get(const kest::Any &self, const kest::Any &key) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *map = target.object();
+  PythonEntry entry(self);
+  PyObject *map = entry.object();
   if (!map)
     return nullObjectError();
   if (!PyDict_CheckExact(map))
@@ -91,9 +80,8 @@ kest::Any get(const kest::Any &self, const kest::Any &key) {
 }
 
 kest::Any at(const kest::Any &self, std::int64_t index) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *sequence = target.object();
+  PythonEntry entry(self);
+  PyObject *sequence = entry.object();
   if (!sequence)
     return nullObjectError();
   if (!exactly_list_or_tuple(sequence)) {
@@ -113,9 +101,8 @@ kest::Any at(const kest::Any &self, std::int64_t index) {
 }
 
 kest::Any length(const kest::Any &self) {
-  const PythonTarget target(self);
-  PythonEntry entry(target);
-  PyObject *object = target.object();
+  PythonEntry entry(self);
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
   if (!exactly_builtin_container(object)) {

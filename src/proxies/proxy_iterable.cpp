@@ -43,10 +43,10 @@ kest::Class_Generic cpythonProxyIteratorClass() {
 
 kest::Any iterateProxy(const kest::Any &wrapper) {
   PythonEntry entry(wrapper);
-  auto object = py::object::borrow(pythonObjectOf(wrapper));
+  PyObject *object = entry.object();
   if (!object)
     return kest::Error(kest::String(u"Invalid object."));
-  auto method = py::object::steal(PyObject_GetAttrString(object.get(), "__iter__"));
+  auto method = py::object::steal(PyObject_GetAttrString(object, "__iter__"));
   if (!method || !PyCallable_Check(method.get())) {
     PyErr_Clear();
     return kest::Error(kest::String(u"Missing '__iter__' method."));

@@ -85,10 +85,10 @@ kest::Any iter_method() {
 kest::Any listed_view(const kest::Any &self, const char *python) {
   kest::List list = kest::I_Iterable::createInstance(kest::Type());
   PythonEntry entry(self);
-  auto object = py::object::borrow(pythonObjectOf(self));
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
-  auto view = py::object::steal(PyObject_CallMethod(object.get(), python, nullptr));
+  auto view = py::object::steal(PyObject_CallMethod(object, python, nullptr));
   auto it = view ? py::object::steal(PyObject_GetIter(view.get())) : py::object();
   if (!it)
     return pythonErrorOr(kest::Error(kest::String(u"Unable to iterate the view.")));

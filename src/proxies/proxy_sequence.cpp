@@ -29,7 +29,7 @@ kest::Any remove_one(const kest::Any &self, const kest::Any &value) {
 /// The index of the first occurrence at `start` or later; -1 when there is none.
 kest::Any index_of(const kest::Any &self, const kest::Any &value, std::int64_t start) {
   PythonEntry entry(self);
-  auto object = py::object::borrow(pythonObjectOf(self));
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
   auto converted = py::object::steal(toPythonLocked(value));
@@ -38,7 +38,7 @@ kest::Any index_of(const kest::Any &self, const kest::Any &value, std::int64_t s
     return kest::Integer(-1);
   }
   auto index = py::object::steal(
-      PyObject_CallMethod(object.get(), "index", "Oi", converted.get(), static_cast<int>(start)));
+      PyObject_CallMethod(object, "index", "Oi", converted.get(), static_cast<int>(start)));
   if (!index) {
     PyErr_Clear(); // ValueError for a missing value, or anything else
     return kest::Integer(-1);

@@ -18,13 +18,13 @@ using namespace proxy;
 /// Removes a value; an absent value (or any error Python raises) is false.
 kest::Any remove(const kest::Any &self, const kest::Any &value) {
   PythonEntry entry(self);
-  auto object = py::object::borrow(pythonObjectOf(self));
+  PyObject *object = entry.object();
   if (!object)
     return nullObjectError();
-  auto method = py::object::steal(PyObject_GetAttrString(object.get(), "remove"));
+  auto method = py::object::steal(PyObject_GetAttrString(object, "remove"));
   if (!method) {
     PyErr_Clear();
-    return kest::Error(kest::String::fromUtf8(fmt::format("The method is missing in {}.", reprForMessage(object.get()))));
+    return kest::Error(kest::String::fromUtf8(fmt::format("The method is missing in {}.", reprForMessage(object))));
   }
   auto converted = py::object::steal(toPythonLocked(value));
   if (!converted)

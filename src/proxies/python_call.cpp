@@ -41,6 +41,18 @@ std::string reprForMessage(PyObject *object) {
   return std::string(py::utf8(text.get()));
 }
 
+namespace {
+/// One argument in its Python form (a new reference); null with the host
+/// error in `error` when it has none.
+PyObject *python_argument(const kest::Any &argument, kest::Any &error) {
+  PyObject *item = toPythonLocked(argument);
+  if (!item)
+    error = pythonErrorOr(kest::Error(kest::String::fromUtf8(
+        fmt::format("Unable to convert an argument: {}.", kest::display(argument).utf8View()))));
+  return item;
+}
+} // namespace
+
 PyObject *pythonArguments(std::span<const kest::Any> args, kest::Any &error) {
   auto tuple = py::object::steal(PyTuple_New(static_cast<Py_ssize_t>(args.size())));
   if (!tuple) {
@@ -48,12 +60,9 @@ PyObject *pythonArguments(std::span<const kest::Any> args, kest::Any &error) {
     return nullptr;
   }
   for (std::size_t i = 0; i < args.size(); ++i) {
-    PyObject *item = toPythonLocked(args[i]);
-    if (!item) {
-      error = pythonErrorOr(kest::Error(kest::String::fromUtf8(
-          fmt::format("Unable to convert an argument: {}.", kest::display(args[i]).utf8View()))));
+    PyObject *item = python_argument(args[i], error);
+    if (!item)
       return nullptr;
-    }
     PyTuple_SetItem(tuple.get(), static_cast<Py_ssize_t>(i), item); // steals the item
   }
   return tuple.release();
@@ -78,14 +87,9 @@ public:
   }
   /// Converts every argument; false with the host error in `error` at the first that does not convert.
   bool convert(std::span<const kest::Any> args, kest::Any &error) {
-    for (std::size_t i = 0; i < args.size(); ++i) {
-      m_slots[i + 1] = toPythonLocked(args[i]);
-      if (!m_slots[i + 1]) {
-        error = pythonErrorOr(kest::Error(kest::String::fromUtf8(
-            fmt::format("Unable to convert an argument: {}.", kest::display(args[i]).utf8View()))));
+    for (std::size_t i = 0; i < args.size(); ++i)
+      if (!(m_slots[i + 1] = python_argument(args[i], error)))
         return false;
-      }
-    }
     return true;
   }
   [[nodiscard]] PyObject **slots() noexcept { return m_slots; }
@@ -124,7 +128,7 @@ kest::Any callPythonMethodLocked(PyObject *object, const char *name, std::span<c
 
 kest::Any callPythonMethod(const kest::Any &wrapper, const char *name, std::span<const kest::Any> args) {
   PythonEntry entry(wrapper);
-  return callPythonMethodLocked(pythonObjectOf(wrapper), name, args);
+  return callPythonMethodLocked(entry.object(), name, args);
 }
 
 } // namespace sarvode

@@ -4,6 +4,9 @@
 
 #include "python_objects_test_support.hpp"
 
+#include "proxies/cpython_object.hpp"
+#include "proxies/python_call.hpp"
+
 #include <kest/kest.hpp>
 
 #include <gtest/gtest.h>
@@ -429,4 +432,29 @@ TEST(HelperFunction, ANameThatIsNotDefinedOrNotCallableIsNotFound) {
   EXPECT_EQ(failure_of(rebound, "compile"), "Unable to find the function: f.");
   auto deleted = compileHelperFunction(kest::String(u"def g(x):\n    return x\ndel g"));
   EXPECT_EQ(failure_of(deleted, "compile"), "Unable to find the function: g.");
+}
+
+// --- reaching the Python object of an entry -------------------------------------------
+
+TEST(CPythonObject, AnEntryThroughAWeakReferenceReachesTheWrappedObject) {
+  python_scope py;
+  py.run("numbers = [4, 5, 6]");
+  auto wrapper = py.host("numbers");
+  const kest::WeakReference weak(wrapper);
+  EXPECT_EQ(PythonTarget(weak).object(), held_by(wrapper));
+  EXPECT_FALSE(PythonTarget(weak).sandboxed());
+  auto length = value_of(callPythonMethod(weak, "__len__", {}));
+  EXPECT_EQ(host_integer(length), 3);
+  expect_no_python_error("the call through a weak reference");
+}
+
+TEST(CPythonObject, AnEntryForAValueThatWrapsNothingHasNoObject) {
+  python_scope py;
+  EXPECT_EQ(PythonTarget(kest::Integer(3)).object(), nullptr);
+  EXPECT_EQ(PythonTarget(kest::Any()).object(), nullptr);
+  EXPECT_EQ(PythonTarget().object(), nullptr);
+  auto result = value_of(callPythonMethod(kest::Integer(3), "__len__", {}));
+  ASSERT_TRUE(kest::Error::isInstance(result));
+  EXPECT_EQ(message_of(result), "The object is null.");
+  expect_no_python_error("the call on a value that wraps nothing");
 }

@@ -30,48 +30,39 @@ std::vector<std::int64_t> loop(const kest::Any &iterable, const std::function<vo
   return seen;
 }
 
-/// What Python's own `for` over `numbers` sees with the same change made at
-/// the same element, for comparison.
-std::vector<std::int64_t> python_loop(python_scope &py, const std::string &change_at_second) {
-  py.run("seen = []\nfor x in numbers:\n    seen.append(x)\n    if len(seen) == 2:\n        " + change_at_second + "\n");
-  return host_integers(py.host("seen"));
+/// What a host loop over the list `initial` sees when Python code `change`
+/// runs after its second element; checked against Python's own `for` making
+/// the same change at the same element.
+std::vector<std::int64_t> changed_at_second(const std::string &initial, const std::string &change) {
+  python_scope py;
+  py.run("numbers = " + initial);
+  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
+    if (i == 1)
+      py.run(change);
+  });
+  py.run("numbers = " + initial + "\n"
+         "change = '''" + change + "'''\n"
+         "python_saw = []\n"
+         "for x in numbers:\n"
+         "    python_saw.append(x)\n"
+         "    if len(python_saw) == 2:\n"
+         "        exec(change)\n");
+  EXPECT_EQ(seen, host_integers(py.host("python_saw"))) << "changed by: " << change;
+  return seen;
 }
 } // namespace
 
 TEST(HostLoop, AListAppendedToInsideTheLoopIsWalkedToItsNewEnd) {
-  python_scope py;
-  py.run("numbers = [1, 2, 3]");
-  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
-    if (i == 1)
-      py.run("numbers.append(4)");
-  });
-  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 3, 4}));
-  py.run("numbers = [1, 2, 3]");
-  EXPECT_EQ(seen, python_loop(py, "numbers.append(4)"));
+  EXPECT_EQ(changed_at_second("[1, 2, 3]", "numbers.append(4)"), (std::vector<std::int64_t>{1, 2, 3, 4}));
 }
 
 TEST(HostLoop, AListShrunkInsideTheLoopEndsTheLoopEarly) {
-  python_scope py;
-  py.run("numbers = [1, 2, 3, 4, 5]");
-  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
-    if (i == 1)
-      py.run("del numbers[2:]");
-  });
-  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2}));
-  py.run("numbers = [1, 2, 3, 4, 5]");
-  EXPECT_EQ(seen, python_loop(py, "del numbers[2:]"));
+  EXPECT_EQ(changed_at_second("[1, 2, 3, 4, 5]", "del numbers[2:]"), (std::vector<std::int64_t>{1, 2}));
 }
 
 TEST(HostLoop, AnElementReplacedAheadOfTheLoopIsSeenWithItsNewValue) {
-  python_scope py;
-  py.run("numbers = [1, 2, 3, 4]");
-  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
-    if (i == 1)
-      py.run("numbers[2] = 30\nnumbers[0] = 10");
-  });
-  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 30, 4}));
-  py.run("numbers = [1, 2, 3, 4]");
-  EXPECT_EQ(seen, python_loop(py, "numbers[2] = 30; numbers[0] = 10"));
+  EXPECT_EQ(changed_at_second("[1, 2, 3, 4]", "numbers[2] = 30\nnumbers[0] = 10"),
+            (std::vector<std::int64_t>{1, 2, 30, 4}));
 }
 
 TEST(HostLoop, AListChangedThroughItsHostWrapperIsSeenByTheLoop) {
