@@ -49,21 +49,22 @@ language_registry &registry() {
   return *r;
 }
 
-/// Calls the language method `name` (interned once by the caller) of `self`.
-Result<Any> call_language(const Any &self, const meta_method_untyped &name, std::initializer_list<Any> args) {
+/// Calls the language method `name` (interned once by the caller) of `self`
+/// with the arguments `args...`, each copied once, into the call's own array.
+template <class... Args>
+Result<Any> call_language(const Any &self, const meta_method_untyped &name, const Args &...args) {
   if (!I_Language::isInstance(self)) // never call a same-named method of an unrelated value
     return wrong_class("I_Language", self);
   auto method = method_of(self, name);
   if (!method.is<I_Callable_Generic>())
     return helpers::error_method_not_found(String::fromUtf8(name.utf8()), self);
-  auto callable = method.unsafeAs<I_Callable_Generic>();
-  std::array<Any, 3> full; // the instance and at most two arguments
-  std::size_t count = 0;
-  if (!callable.isIndependent())
-    full[count++] = self;
-  for (const auto &arg : args)
-    full[count++] = arg;
-  return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(std::span<const Any>(full.data(), count))));
+  const I_Callable_Generic callable(unchecked, std::move(method));
+  if (callable.isIndependent()) {
+    const std::array<Any, sizeof...(Args)> independent{Any(args)...};
+    return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(independent)));
+  }
+  const std::array<Any, 1 + sizeof...(Args)> full{self, Any(args)...};
+  return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(full)));
 }
 
 void add_value_property(const Class_Generic &cls, const char16_t *name, const Any &value) {
@@ -100,19 +101,19 @@ KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, &EvaluationScope::getCla
 
 Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluate"); // interned once
-  return call_language(*this, name, {code, scope});
+  return call_language(*this, name, code, scope);
 }
 Result<Any> I_Language::evaluateExpression(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateExpression"); // interned once
-  return call_language(*this, name, {code, scope});
+  return call_language(*this, name, code, scope);
 }
 Result<Any> I_Language::toCode(const Any &value) const {
   static const meta_method_untyped name("toCode"); // interned once
-  return call_language(*this, name, {value});
+  return call_language(*this, name, value);
 }
 Result<Any> I_Language::resolve(const String &path) const {
   static const meta_method_untyped name("resolve"); // interned once
-  return call_language(*this, name, {path});
+  return call_language(*this, name, path);
 }
 bool I_Language::canEvaluate() const {
   return Boolean::from(result_unwrap_lazy(propertyValue(meta_property_untyped("$$canEvaluate")))).value();
@@ -120,11 +121,11 @@ bool I_Language::canEvaluate() const {
 
 Result<Any> PythonLanguage::evaluateInSandbox(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateInSandbox"); // interned once
-  return call_language(*this, name, {code, scope});
+  return call_language(*this, name, code, scope);
 }
 Result<Any> PythonLanguage::evaluateExpressionInSandbox(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateExpressionInSandbox"); // interned once
-  return call_language(*this, name, {code, scope});
+  return call_language(*this, name, code, scope);
 }
 
 namespace {

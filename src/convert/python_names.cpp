@@ -6,7 +6,9 @@
 
 #include <kest/string.hpp>
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 
@@ -37,27 +39,63 @@ PyObject *made(std::string_view name) {
     PyUnicode_InternInPlace(&text);
   return text;
 }
+
+/// The table's str for `name` (borrowed: the table keeps it for the
+/// process), added when there is room; null when the table is full and does
+/// not have it, or with a Python error when it could not be made.
+PyObject *kept_name(std::string_view name) {
+  auto &table = names();
+  if (auto found = table.find(name); found != table.end())
+    return found->second;
+  if (table.size() >= most_names)
+    return nullptr;
+  PyObject *text = made(name);
+  if (text)
+    table.emplace(std::string(name), text); // the table owns the new reference
+  return text;
+}
+
+/// The host strings that this thread used as keys last, found by identity: a
+/// host that reads the same key, or a few, from dict after dict finds each
+/// name without hashing its text. A slot keeps its string, so that the
+/// address is not reused for another while it is there.
+struct recent_key {
+  kest::Any key;
+  PyObject *name = nullptr; // the table's
+};
+constexpr std::size_t recent_keys = 8;
+thread_local std::array<recent_key, recent_keys> t_recent;
+
+recent_key &recent_slot(const kest::Any &key) {
+  const auto address = reinterpret_cast<std::uintptr_t>(key.get());
+  return t_recent[(address / alignof(std::max_align_t)) % recent_keys];
+}
 } // namespace
 
 PyObject *pythonName(std::string_view name) {
-  auto &table = names();
-  if (auto found = table.find(name); found != table.end()) {
-    Py_IncRef(found->second);
-    return found->second;
+  if (PyObject *kept = kept_name(name)) {
+    Py_IncRef(kept);
+    return kept;
   }
-  PyObject *text = made(name);
-  if (text && table.size() < most_names) {
-    Py_IncRef(text); // the table's own reference
-    table.emplace(std::string(name), text);
-  }
-  return text;
+  return PyErr_Occurred() ? nullptr : made(name);
 }
 
 PyObject *pythonKey(const kest::Any &key) {
   if (key.kind() == kest::internal::ObjectType::String) {
+    auto &slot = recent_slot(key);
+    if (slot.key.isSame(key)) {
+      Py_IncRef(slot.name);
+      return slot.name;
+    }
     const auto text = kest::internal::string_utf8_of(key);
-    if (text.size() <= longest_key)
-      return pythonName(text);
+    if (text.size() <= longest_key) {
+      if (PyObject *kept = kept_name(text)) {
+        slot = {key, kept};
+        Py_IncRef(kept);
+        return kept;
+      }
+      return PyErr_Occurred() ? nullptr : made(text);
+    }
   }
   return toPythonLocked(key);
 }

@@ -5,6 +5,7 @@
 #include "language/python_helper.hpp"
 #include "runtime/sandbox.hpp"
 
+#include <algorithm>
 #include <array>
 #include <list>
 #include <string>
@@ -152,8 +153,42 @@ void raise_again(const compiled &c) {
   PyErr_SetObject(c.error_type.get(), error.get());
 }
 
+/// The host string a thread ran last, and where its entry was.
+struct last_run {
+  kest::Any user; // kept, so that its address is not reused for another string
+  code_mode mode = code_mode::statements;
+  std::vector<kest::String> names;
+  std::uint64_t generation = 0;      // the cache's count of dropped entries then
+  std::list<entry>::iterator position; // valid while no entry has been dropped since
+};
+
+bool same_names(std::span<const kest::String> a, std::span<const kest::String> b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](const kest::String &x, const kest::String &y) { return x.view() == y.view(); });
+}
+
 class code_cache {
 public:
+  PyObject *get_of(const kest::String &user, code_mode mode, std::span<const kest::String> names, text_maker make) {
+    thread_local last_run last;
+    if (last.user.isSame(user) && last.mode == mode && last.generation == m_dropped && same_names(last.names, names)) {
+      ++m_hits;
+      m_order.splice(m_order.begin(), m_order, last.position);
+      return result_of(last.position->result);
+    }
+    std::string made;
+    std::string_view text = user.utf8View();
+    if (make) {
+      made = make(text, names);
+      text = made;
+    }
+    PyObject *result = get(text, mode);
+    // Remembered only when the text has its entry now: the one just used is first.
+    if (!m_order.empty() && m_order.front().mode == mode && m_order.front().text == text)
+      last = {user, mode, {names.begin(), names.end()}, m_dropped, m_order.begin()};
+    return result;
+  }
+
   PyObject *get(std::string_view text, code_mode mode) {
     if (auto found = m_index.find(cache_key{mode, text}); found != m_index.end()) {
       ++m_hits;
@@ -190,6 +225,7 @@ public:
     m_index.clear();
     m_order.clear();
     m_hits = m_misses = 0;
+    ++m_dropped;
   }
 
   void set_capacity(std::size_t capacity) {
@@ -214,6 +250,7 @@ private:
     while (m_order.size() > m_capacity) {
       m_index.erase(cache_key{m_order.back().mode, m_order.back().text});
       m_order.pop_back();
+      ++m_dropped;
     }
   }
 
@@ -221,6 +258,7 @@ private:
   std::unordered_map<cache_key, std::list<entry>::iterator, key_hash> m_index;
   std::size_t m_capacity = default_code_cache_capacity;
   std::int64_t m_hits = 0, m_misses = 0;
+  std::uint64_t m_dropped = 0; // entries dropped so far: a remembered position is valid while it stays
 };
 
 /// Kept for the life of the process: its code objects must not be released
@@ -233,6 +271,11 @@ code_cache &cache() {
 } // namespace
 
 PyObject *compiledCode(std::string_view text, code_mode mode) { return cache().get(text, mode); }
+
+PyObject *compiledCodeOf(const kest::String &user, code_mode mode, std::span<const kest::String> names,
+                         text_maker make) {
+  return cache().get_of(user, mode, names, make);
+}
 
 void clearCodeCache() { cache().clear(); }
 

@@ -40,7 +40,7 @@ struct scope_parts {
 };
 
 scope_parts unpack(const kest::Any &scope) {
-  if (!kest::EvaluationScope::isInstance(scope))
+  if (kest::is_none(scope) || !kest::EvaluationScope::isInstance(scope))
     return {kest::Any(), kest::None(), kest::None(), kest::None()};
   auto s = kest::EvaluationScope::unsafeFrom(scope);
   return {s.self(), s.globals(), s.locals(), s.outLocals()};
@@ -72,37 +72,37 @@ void build_class(builder &b) {
   const std::vector<kest::Any> no_scope{kest::Any()};
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$toCode"),
-      method("toCode", kest::make_method([](kest::Any, kest::Any value) { return pythonCode(value); }), "value",
+      method("toCode", kest::make_method([](const kest::Any &, const kest::Any &value) { return pythonCode(value); }), "value",
              "Python source text for a value.")));
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$resolve"),
-      method("resolve", kest::make_method([](kest::Any, kest::String path) { return resolvePath(path); }), "path",
+      method("resolve", kest::make_method([](const kest::Any &, const kest::String &path) { return resolvePath(path); }), "path",
              "The Python object at a dotted path.")));
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$evaluateExpressionInSandbox"),
       method("evaluateExpressionInSandbox",
-             kest::make_method([](kest::Any, kest::String code, kest::Any scope) { return sandboxed_expression(code, scope); }),
+             kest::make_method([](const kest::Any &, const kest::String &code, const kest::Any &scope) { return sandboxed_expression(code, scope); }),
              "code, scope", "Evaluates a Python expression in the read-only sandbox.", no_scope)));
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$evaluateInSandbox"),
       method("evaluateInSandbox",
-             kest::make_method([](kest::Any, kest::String code, kest::Any scope) { return sandboxed_statements(code, scope); }),
+             kest::make_method([](const kest::Any &, const kest::String &code, const kest::Any &scope) { return sandboxed_statements(code, scope); }),
              "code, scope", "Evaluates Python code in the read-only sandbox.", no_scope)));
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$evaluateExpression"),
       method("evaluateExpression",
-             kest::make_method([](kest::Any, kest::String code, kest::Any scope) {
+             kest::make_method([](const kest::Any &, const kest::String &code, const kest::Any &scope) {
                return evaluateExpressionWithScope(code, scope);
              }),
              "code, scope", "Evaluates Python expression.", no_scope)));
   b.add_entry(builder::method_entry(
       kest::meta_method_untyped("$evaluate"),
       method("evaluate",
-             kest::make_method([](kest::Any, kest::String code, kest::Any scope) { return evaluateWithScope(code, scope); }),
+             kest::make_method([](const kest::Any &, const kest::String &code, const kest::Any &scope) { return evaluateWithScope(code, scope); }),
              "code, scope", "Evaluates Python code.", no_scope)));
   b.add_entry(builder::method_entry(
       names::import_all_modules(),
-      method("importAllModules", kest::make_method([](kest::Any) { importAllModules(); }), "",
+      method("importAllModules", kest::make_method([](const kest::Any &) { importAllModules(); }), "",
              "Adds a host module under \"python\" for every installed top-level Python module.")));
   b.add_entry(value_property("$$name", kest::String(u"CPython")));
   b.add_entry(value_property("$$canEvaluate", kest::Boolean(true)));

@@ -13,6 +13,7 @@
 #include "language/python_error.hpp"
 #include "language/syntax_position.hpp"
 #include "runtime/python_ready.hpp"
+#include "runtime/run_code.hpp"
 #include "runtime/stack_guard.hpp"
 
 #include <kest/kest.hpp>
@@ -58,13 +59,10 @@ void copy_map(PyObject *dict, const kest::Any &map) {
 /// The globals every evaluation starts from: the host modules, then the
 /// scope's globals (or the host's global table).
 py::object fresh_globals(const kest::Union<kest::I_Map, kest::None> &globals) {
-  auto g = py::object::steal(PyDict_New());
+  auto g = newEvaluationGlobals();
   if (!g)
     return g;
-  if (PyObject *modules = hostModuleDictionary())
-    if (PyDict_Merge(g.get(), modules, 0) < 0)
-      PyErr_Clear();
-  if (globals.is<kest::I_Map>())
+  if (!kest::is_none(globals) && globals.is<kest::I_Map>())
     copy_map(g.get(), globals);
   else
     copy_map(g.get(), kest::globals());
@@ -94,7 +92,7 @@ kest::Error null_character_error() {
 
 std::vector<kest::String> out_local_names(const kest::Union<kest::I_MutableMap, kest::None> &outLocals) {
   std::vector<kest::String> names;
-  if (!outLocals.is<kest::I_MutableMap>())
+  if (kest::is_none(outLocals) || !outLocals.is<kest::I_MutableMap>())
     return names;
   auto keys = kest::internal::result_unwrap_lazy(kest::I_Map::unsafeFrom(outLocals).keys());
   if (kest::I_Iterable::isInstance(keys))
@@ -116,9 +114,9 @@ run_dictionaries prepare(const kest::Union<kest::I_Map, kest::None> &globals,
   run_dictionaries d{fresh_globals(globals), py::object::steal(PyDict_New())};
   if (!d.globals || !d.locals)
     return d;
-  if (outLocals.is<kest::I_MutableMap>())
+  if (!kest::is_none(outLocals) && outLocals.is<kest::I_MutableMap>())
     copy_map(d.globals.get(), outLocals); // their current values are the out-locals' initial values
-  if (locals.is<kest::I_Map>())
+  if (!kest::is_none(locals) && locals.is<kest::I_Map>())
     copy_map(d.globals.get(), locals);
   return d;
 }
@@ -128,23 +126,17 @@ struct run_outcome {
   py::object value, code;
 };
 
-/// Runs `text` with the builtin "exec" or "eval" (as `mode` says), given its
-/// compiled form from the cache instead of the text. A null value as `runWithBuiltin`.
-run_outcome run_cached(std::string_view text, code_mode mode, PyObject *globals, PyObject *locals) {
+/// Runs the text that `make` makes of `user` and `names` (`user` itself when
+/// `make` is null) as the builtin "exec" or "eval" (as `mode` says) would,
+/// from its compiled form in the cache. A null value as `runWithBuiltin`.
+run_outcome run_cached(const kest::String &user, code_mode mode, std::span<const kest::String> names, text_maker make,
+                       PyObject *globals, PyObject *locals) {
   if (!stackHasRoom()) // a host callback that evaluates again, deep inside a recursion
     return {};
-  auto code = py::object::steal(compiledCode(text, mode));
+  auto code = py::object::steal(compiledCodeOf(user, mode, names, make));
   if (!code)
     return {};
-  // The names as interned strings made once: looking them up makes no string per call.
-  static PyObject *const exec_name = PyUnicode_InternFromString("exec");
-  static PyObject *const eval_name = PyUnicode_InternFromString("eval");
-  PyObject *name = mode == code_mode::statements ? exec_name : eval_name;
-  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  PyObject *function = builtins && name ? PyDict_GetItemWithError(builtins, name) : nullptr; // borrowed
-  if (!function)
-    return {{}, std::move(code)};
-  auto value = py::object::steal(PyObject_CallFunctionObjArgs(function, code.get(), globals, locals, nullptr));
+  auto value = py::object::steal(runCode(code.get(), globals, locals));
   return {std::move(value), std::move(code)};
 }
 } // namespace
@@ -184,7 +176,6 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
     return errorFromPython(0, 0);
 
   const auto names = out_local_names(outLocals);
-  const std::string text = statementsText(code.utf8View(), names);
 
   kest::Any result;
   EvaluationCallbacks callbacks(result, outLocals);
@@ -192,7 +183,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
   if (!callbacks.install(l.get()) || !set_item(g.get(), self_name, self))
     return errorFromPython(0, 0);
 
-  auto outcome = run_cached(text, code_mode::statements, g.get(), l.get());
+  auto outcome = run_cached(code, code_mode::statements, names, &statementsText, g.get(), l.get());
   flushRedirectedOutput(); // what the code printed reaches the host before its result
   if (outcome.value)
     return result;
@@ -215,7 +206,7 @@ kest::Any runExpression(const kest::String &code, const kest::Union<kest::I_Map,
   auto [g, l] = prepare(globals, locals, kest::None()); // out-locals play no part in expressions
   if (!g || !l)
     return errorFromPython(0, 0);
-  auto outcome = run_cached(code.utf8View(), code_mode::expression, g.get(), l.get());
+  auto outcome = run_cached(code, code_mode::expression, {}, nullptr, g.get(), l.get());
   flushRedirectedOutput();
   if (!outcome.value)
     return errorFromEvaluation({g.get(), nullptr, 0, pythonLineCount(code.utf8View()), !outcome.code});

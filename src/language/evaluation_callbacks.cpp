@@ -65,7 +65,7 @@ bool set_function(PyObject *locals, PyMethodDef &def, PyObject *binding) {
 } // namespace
 
 EvaluationCallbacks::EvaluationCallbacks(kest::Any &result, const kest::Union<kest::I_MutableMap, kest::None> &outLocals)
-    : m_state{&result, outLocals.is<kest::I_MutableMap>() ? kest::Any(outLocals.unsafeAs<kest::I_MutableMap>())
+    : m_state{&result, !kest::is_none(outLocals) && outLocals.is<kest::I_MutableMap>() ? kest::Any(outLocals.unsafeAs<kest::I_MutableMap>())
                                                           : kest::Any()} {}
 
 EvaluationCallbacks::~EvaluationCallbacks() {

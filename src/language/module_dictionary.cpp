@@ -40,10 +40,26 @@ py::object build() {
   return dict;
 }
 
+PyObject *builtins_name() {
+  static PyObject *const name = PyUnicode_InternFromString("__builtins__");
+  return name;
+}
+
+/// The modules and "__builtins__" naming `builtins`, in that order.
+py::object build_template(PyObject *modules, PyObject *builtins) {
+  auto dict = py::object::steal(PyDict_New());
+  if (!dict || PyDict_Merge(dict.get(), modules, 1) < 0 ||
+      PyDict_SetItem(dict.get(), builtins_name(), builtins) < 0)
+    return {};
+  return dict;
+}
+
 // Guarded by the interpreter lock. Kept for the life of the process (never
 // released at exit, when the interpreter may no longer take a lock).
 PyObject *g_dictionary = nullptr;
 std::uint64_t g_version = ~std::uint64_t{0};
+PyObject *g_template = nullptr;  // made from g_dictionary and g_template_builtins
+PyObject *g_template_builtins = nullptr; // borrowed: the interpreter's builtins live as long as it does
 } // namespace
 
 PyObject *hostModuleDictionary() {
@@ -56,8 +72,34 @@ PyObject *hostModuleDictionary() {
       Py_DecRef(g_dictionary);
     g_dictionary = fresh;
     g_version = version;
+    if (g_template) {
+      Py_DecRef(g_template);
+      g_template = nullptr;
+    }
   }
   return g_dictionary;
+}
+
+py::object newEvaluationGlobals() {
+  PyObject *modules = hostModuleDictionary(); // drops the template when the modules changed
+  PyObject *builtins = PyEval_GetBuiltins();  // borrowed
+  if (!modules || !builtins || !builtins_name()) {
+    if (!PyErr_Occurred())
+      PyErr_SetString(PyExc_RuntimeError, "the globals of an evaluation cannot be made");
+    return {};
+  }
+  if (!g_template) {
+    g_template = build_template(modules, builtins).release();
+    g_template_builtins = builtins;
+    if (!g_template)
+      return {};
+  }
+  auto globals = py::object::steal(PyDict_Copy(g_template));
+  // Code that runs with other builtins (an exec given its own) and calls the
+  // host gets those, as the builtin exec would give.
+  if (globals && builtins != g_template_builtins && PyDict_SetItem(globals.get(), builtins_name(), builtins) < 0)
+    return {};
+  return globals;
 }
 
 } // namespace sarvode

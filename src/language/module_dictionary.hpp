@@ -10,4 +10,12 @@ namespace sarvode {
 /// host's module table changes. Borrowed; the caller holds the interpreter lock.
 PyObject *hostModuleDictionary();
 
+/// A new dictionary for the globals of one evaluation: the host modules and
+/// "__builtins__", the builtins that the builtin exec would name there if
+/// called now. Copied from a template kept with the module dictionary, so
+/// that an evaluation neither merges the modules nor grows the dictionary
+/// for "__builtins__". Null with the Python error set when it cannot be made;
+/// the caller holds the interpreter lock.
+py::object newEvaluationGlobals();
+
 } // namespace sarvode

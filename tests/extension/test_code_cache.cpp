@@ -252,3 +252,98 @@ TEST_F(CodeCache, PythonCodeCanClearTheCache) {
                                 "return kest.cpython.code_cache_info()['entries']")),
             0);
 }
+
+// --- The same host string run again -------------------------------------------
+// A thread remembers the string it ran last and finds its entry by identity.
+// These run one String object again and again, as a host that keeps its text.
+
+namespace {
+kest::Any run(const kest::String &code, const kest::Any &with = {}) { return unwrapped(language().evaluate(code, with)); }
+kest::Any run_expression(const kest::String &code) { return unwrapped(language().evaluateExpression(code)); }
+} // namespace
+
+TEST_F(CodeCache, TheSameStringRunAgainIsAHitAndIsCompiledAgainAfterAClear) {
+  const kest::String code(u"return 6 * 7");
+  EXPECT_EQ(integer_of(run(code)), 42);
+  EXPECT_EQ(integer_of(run(code)), 42);
+  EXPECT_EQ(statistics().misses, 1);
+  EXPECT_EQ(statistics().hits, 1);
+  reset();
+  EXPECT_EQ(integer_of(run(code)), 42);
+  EXPECT_EQ(statistics().misses, 1) << "the entry went with the clear";
+  EXPECT_EQ(statistics().entries, 1);
+}
+
+TEST_F(CodeCache, TheSameStringWithOtherOutLocalsIsAnotherText) {
+  const kest::String code(u"a = 1\nb = 2");
+  auto first = with_out_locals({"a"});
+  auto second = with_out_locals({"b"});
+  EXPECT_TRUE(kest::is_none(run(code, first)));
+  EXPECT_TRUE(kest::is_none(run(code, second)));
+  EXPECT_TRUE(kest::is_none(run(code, first)));
+  EXPECT_EQ(statistics().misses, 2);
+  EXPECT_EQ(statistics().hits, 1);
+  const auto out = [](const kest::Any &scope, const char16_t *name) {
+    return integer_of(unwrapped(kest::I_Map::unsafeFrom(kest::EvaluationScope::unsafeFrom(scope).outLocals())
+                                    .get(kest::String(name))));
+  };
+  EXPECT_EQ(out(first, u"a"), 1);
+  EXPECT_EQ(out(second, u"b"), 2);
+}
+
+TEST_F(CodeCache, TheSameStringAsStatementsAndAsAnExpressionAreApart) {
+  const kest::String code(u"1 + 1");
+  EXPECT_TRUE(kest::is_none(run(code)));
+  EXPECT_EQ(integer_of(run_expression(code)), 2);
+  EXPECT_TRUE(kest::is_none(run(code)));
+  EXPECT_EQ(integer_of(run_expression(code)), 2);
+  EXPECT_EQ(statistics().misses, 2);
+  EXPECT_EQ(statistics().hits, 2);
+}
+
+TEST_F(CodeCache, TheSameStringDroppedAtTheBoundIsCompiledAgain) {
+  set_capacity(1);
+  const kest::String kept(u"3 * 3");
+  EXPECT_EQ(integer_of(run_expression(kept)), 9);
+  EXPECT_EQ(integer_of(run_expression(kest::String(u"4 * 4"))), 16); // drops "3 * 3"
+  EXPECT_EQ(integer_of(run_expression(kept)), 9);
+  EXPECT_EQ(statistics().misses, 3);
+  EXPECT_EQ(statistics().hits, 0);
+  set_capacity(0);
+  EXPECT_EQ(integer_of(run_expression(kept)), 9);
+  EXPECT_EQ(integer_of(run_expression(kept)), 9);
+  EXPECT_EQ(statistics().misses, 5) << "a cache that keeps nothing compiles each time";
+}
+
+TEST_F(CodeCache, TheSameStringWithASyntaxErrorFailsAlikeEachTime) {
+  const kest::String code(u"x = (1 +\ny = 2");
+  const auto first = describe(run(code));
+  EXPECT_EQ(describe(run(code)), first);
+  EXPECT_NE(first.find("never closed"), std::string::npos) << first;
+  EXPECT_EQ(statistics().misses, 1);
+  EXPECT_EQ(statistics().hits, 1);
+}
+
+TEST_F(CodeCache, ThreadsRunningTheirOwnStringsAgainGetTheirOwnResults) {
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t, &wrong] {
+      const auto mine = kest::String::fromUtf8("return " + std::to_string(t) + " + 100");
+      const auto shared = kest::String(u"return 5");
+      for (int round = 0; round < 200; ++round) {
+        const auto &code = round % 3 == 0 ? shared : mine;
+        const auto result = run(code);
+        const std::int64_t expected = round % 3 == 0 ? 5 : t + 100;
+        if (!kest::Integer::isInstance(result) || kest::Integer::unsafeFrom(result).value() != expected)
+          ++wrong;
+      }
+    });
+  for (auto &thread : threads)
+    thread.join();
+  EXPECT_EQ(wrong.load(), 0);
+  const auto s = statistics();
+  EXPECT_EQ(s.hits + s.misses, 4 * 200);
+  EXPECT_EQ(s.entries, 4 + 1) << "each thread's own text and the text all share";
+  EXPECT_EQ(s.misses, 4 + 1);
+}
