@@ -3,6 +3,7 @@
 #include "language/code_cache.hpp"
 
 #include "language/python_helper.hpp"
+#include "platform/platform.hpp"
 #include "runtime/sandbox.hpp"
 
 #include <algorithm>
@@ -101,23 +102,57 @@ py::object as_module_level(py::object code) {
   return renamed;
 }
 
-/// Compiles as the builtins "exec" and "eval" do: the text as a str (so that a
-/// coding comment in it is ignored), the file name "<string>", no inherited flags.
-compiled compile_text(std::string_view text, code_mode mode) {
-  compiled out;
+/// Py_CompileStringExFlags and its flags (PyCompilerFlags): not in the
+/// stable ABI of 3.11, so found in the loaded interpreter library. It compiles
+/// as the builtin compile does, without what the builtin does on its first
+/// call: make every class of the syntax tree module (a millisecond and more of
+/// each start), though no syntax tree is asked for.
+struct compiler_flags {
+  int flags;
+  int feature_version;
+};
+using compile_string_fn = PyObject *(*)(const char *source, const char *filename, int start, compiler_flags *flags,
+                                        int optimize);
+constexpr int source_is_utf8 = 0x0100; // PyCF_SOURCE_IS_UTF8
+constexpr int ignore_cookie = 0x0800;  // PyCF_IGNORE_COOKIE: the text is decoded already, as a str given to compile is
+
+compile_string_fn available_compile_string() {
+  static const auto found =
+      reinterpret_cast<compile_string_fn>(platform::find_interpreter_symbol("Py_CompileStringExFlags"));
+  return found;
+}
+
+/// `source` (the str of `text`) compiled with the file name "<string>".
+PyObject *compile_source(PyObject *source, std::string_view text, code_mode mode) {
+  // A null character would end the C string early: such a text goes to the
+  // builtin, which refuses it with its own error.
+  if (const compile_string_fn compile_string = available_compile_string();
+      compile_string && text.find('\0') == std::string_view::npos) {
+    compiler_flags flags{source_is_utf8 | ignore_cookie, static_cast<int>((Py_Version >> 16) & 0xFF)};
+    const std::string terminated(text);
+    return compile_string(terminated.c_str(), "<string>", mode == code_mode::statements ? Py_file_input : Py_eval_input,
+                          &flags, -1);
+  }
   PyObject *builtins = PyEval_GetBuiltins(); // borrowed
   PyObject *compile = builtins ? PyDict_GetItemString(builtins, "compile") : nullptr; // borrowed
   if (!compile) {
     if (!PyErr_Occurred())
       PyErr_SetString(PyExc_RuntimeError, "the builtin compile is missing");
-    return out;
+    return nullptr;
   }
+  return PyObject_CallFunction(compile, "Oss", source, "<string>", mode == code_mode::statements ? "exec" : "eval");
+}
+
+/// Compiles as the builtins "exec" and "eval" do: the text as a str (so that a
+/// coding comment in it is ignored), the file name "<string>", no inherited flags.
+compiled compile_text(std::string_view text, code_mode mode) {
+  compiled out;
   text = as_eval_skips(text, mode);
+  // Made first in any case: text that is not UTF-8 fails here, as it always has.
   auto source = py::object::steal(PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
   if (!source)
     return out;
-  out.code = py::object::steal(PyObject_CallFunction(compile, "Oss", source.get(), "<string>",
-                                                     mode == code_mode::statements ? "exec" : "eval"));
+  out.code = py::object::steal(compile_source(source.get(), text, mode));
   if (out.code && mode == code_mode::statements)
     out.code = as_module_level(std::move(out.code));
   if (out.code || !PyErr_ExceptionMatches(PyExc_SyntaxError))

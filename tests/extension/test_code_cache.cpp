@@ -347,3 +347,30 @@ TEST_F(CodeCache, ThreadsRunningTheirOwnStringsAgainGetTheirOwnResults) {
   EXPECT_EQ(s.entries, 4 + 1) << "each thread's own text and the text all share";
   EXPECT_EQ(s.misses, 4 + 1);
 }
+
+// --- Compiling as the builtin compile does ----------------------------------------
+
+TEST_F(CodeCache, ACodingCommentInTheTextIsIgnored) {
+  // The text reaches the compiler decoded, as a str given to compile: a
+  // comment naming another encoding changes nothing.
+  EXPECT_EQ(text_of(evaluate("# -*- coding: latin-1 -*-\nreturn 'caf\xc3\xa9'")), "caf\xc3\xa9");
+  EXPECT_EQ(text_of(evaluate_expression("'\xc3\xa9t\xc3\xa9' # coding: cp1252")), "\xc3\xa9t\xc3\xa9");
+}
+
+TEST_F(CodeCache, AnOutLocalNameWithANullCharacterIsRefusedAsCompileRefusesIt) {
+  auto out = string_map();
+  ASSERT_FALSE(out.setChecked(kest::String(std::u16string(u"a\0b", 3)), kest::Integer(0)).isError());
+  const auto with = kest::EvaluationScope(kest::Any(), kest::None(), kest::None(), kest::I_MutableMap::unsafeFrom(out));
+  const auto refused = evaluate("x = 1", with);
+  EXPECT_TRUE(kest::Error::isInstance(refused));
+  EXPECT_NE(message_of(refused).find("null bytes"), std::string::npos) << message_of(refused);
+}
+
+TEST_F(CodeCache, TheFirstCompileLeavesNoErrorAndAFailedOneItsOwn) {
+  EXPECT_EQ(integer_of(evaluate_expression("(lambda: 5)()")), 5);
+  const auto bad = describe(evaluate_expression("1 +"));
+  EXPECT_NE(bad.find("invalid syntax"), std::string::npos) << bad;
+  ensurePythonReady();
+  py::gil lock;
+  EXPECT_FALSE(PyErr_Occurred());
+}
