@@ -282,12 +282,17 @@ Error field_not_found(const meta_field_untyped &name, const Any &self) {
 // no lock on a repeated lookup) and takes only the instance's own lock.
 Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
   auto *inst = instance_of(*this);
-  const auto *field = inst ? field_object(inst->class_value()->lookup_field(name.info())) : nullptr;
+  return internal::field_get(inst ? inst->class_value()->lookup_field(name.info()) : nullptr, *this, name);
+}
+
+Result<Any> internal::field_get(const object_value *member, const Any &self, const meta_field_untyped &name) {
+  auto *inst = instance_of(self);
+  const auto *field = inst ? field_object(member) : nullptr;
   if (!field)
-    return field_not_found(name, *this);
+    return field_not_found(name, self);
   const auto index = field->index.load(std::memory_order_relaxed);
   if (index >= inst->field_count())
-    return missing_slot_error(name, *this);
+    return missing_slot_error(name, self);
   return Result<Any>(unchecked, inst->field(index));
 }
 

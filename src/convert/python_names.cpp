@@ -55,20 +55,21 @@ PyObject *kept_name(std::string_view name) {
   return text;
 }
 
-/// The host strings that this thread used as keys last, found by identity: a
-/// host that reads the same key, or a few, from dict after dict finds each
-/// name without hashing its text. A slot keeps its string, so that the
-/// address is not reused for another while it is there.
+/// The host strings that this thread used as keys last, by address and text:
+/// a host that reads the same key, or a few, from dict after dict finds each
+/// name without hashing its text. The string is not kept (that would keep it
+/// alive), so a string made later at the same address must have the same text
+/// to be taken for it.
 struct recent_key {
-  kest::Any key;
+  const void *address = nullptr;
+  std::string text;
   PyObject *name = nullptr; // the table's
 };
 constexpr std::size_t recent_keys = 8;
 thread_local std::array<recent_key, recent_keys> t_recent;
 
-recent_key &recent_slot(const kest::Any &key) {
-  const auto address = reinterpret_cast<std::uintptr_t>(key.get());
-  return t_recent[(address / alignof(std::max_align_t)) % recent_keys];
+recent_key &recent_slot(const void *address) {
+  return t_recent[(reinterpret_cast<std::uintptr_t>(address) / alignof(std::max_align_t)) % recent_keys];
 }
 } // namespace
 
@@ -82,15 +83,17 @@ PyObject *pythonName(std::string_view name) {
 
 PyObject *pythonKey(const kest::Any &key) {
   if (key.kind() == kest::internal::ObjectType::String) {
-    auto &slot = recent_slot(key);
-    if (slot.key.isSame(key)) {
-      Py_IncRef(slot.name);
-      return slot.name;
-    }
     const auto text = kest::internal::string_utf8_of(key);
     if (text.size() <= longest_key) {
+      auto &slot = recent_slot(key.get());
+      if (slot.address == key.get() && slot.text == text) {
+        Py_IncRef(slot.name);
+        return slot.name;
+      }
       if (PyObject *kept = kept_name(text)) {
-        slot = {key, kept};
+        slot.address = key.get();
+        slot.text.assign(text);
+        slot.name = kept;
         Py_IncRef(kept);
         return kept;
       }

@@ -235,7 +235,8 @@ PyObject *KestObject_getattro(PyObject *self, PyObject *py_name) {
                 kest::internal::call_exact_applicable(*getter, std::span<const kest::Any>(&object->value, 1))));
           return toPythonLocked(result_unwrap_lazy(kest::internal::property_get(member, object->value)));
         case member_cache::meaning::field:
-          return toPythonLocked(result_unwrap_lazy(object->value.fieldValue(kest::meta_field_untyped(info, false))));
+          return toPythonLocked(result_unwrap_lazy(
+              kest::internal::field_get(member, object->value, kest::meta_field_untyped(info, false))));
         case member_cache::meaning::method:
           return methodObjectFor(*object, entry->member, epoch); // copies what it keeps before it may run Python
         case member_cache::meaning::general:

@@ -1,5 +1,5 @@
 // Host strings as Python dictionary keys: the same String object used again
-// (each thread remembers the last few by identity), strings that share a
+// (each thread remembers the last few by address and text), strings that share a
 // remembered slot, long keys, other values, and reads from a dict through
 // its host wrapper with keys kept by the host.
 

@@ -56,6 +56,10 @@ class KEST_API Field : public Any {
 namespace internal {
 /// `Property::get` of the property object `property` (borrowed), without making a handle.
 KEST_API Result<Any> property_get(const object_value *property, const Any &self);
+/// `Any::fieldValue` of the field object `field` (borrowed), which a lookup of
+/// `name` in the class of `self` found: the value without looking it up again.
+/// `name` only names it in an error.
+KEST_API Result<Any> field_get(const object_value *field, const Any &self, const meta_field_untyped &name);
 } // namespace internal
 
 } // namespace kest
