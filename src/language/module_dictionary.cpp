@@ -59,7 +59,7 @@ py::object build_template(PyObject *modules, PyObject *builtins) {
 PyObject *g_dictionary = nullptr;
 std::uint64_t g_version = ~std::uint64_t{0};
 PyObject *g_template = nullptr;  // made from g_dictionary and g_template_builtins
-PyObject *g_template_builtins = nullptr; // borrowed: the interpreter's builtins live as long as it does
+PyObject *g_template_builtins = nullptr; // borrowed: the template holds it
 } // namespace
 
 PyObject *hostModuleDictionary() {
