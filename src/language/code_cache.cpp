@@ -305,10 +305,8 @@ code_cache &cache() {
 
 } // namespace
 
-PyObject *compiledCode(std::string_view text, code_mode mode) { return cache().get(text, mode); }
-
-PyObject *compiledCodeOf(const kest::String &user, code_mode mode, std::span<const kest::String> names,
-                         text_maker make) {
+PyObject *compiledCode(const kest::String &user, code_mode mode, std::span<const kest::String> names,
+                       text_maker make) {
   return cache().get_of(user, mode, names, make);
 }
 

@@ -27,25 +27,23 @@ struct code_cache_statistics {
 /// The generated function whose body is the user's statements.
 inline constexpr std::string_view statements_function_name = "kest_outer";
 
-/// The compiled form of `text` (UTF-8), exactly as the builtin "exec" or
-/// "eval" would compile the same text, except that the code of a function
-/// named `statements_function_name` in it is named "<module>", as the user's
-/// own level of the text: a new reference, or null with the
-/// compile error set. A text that failed to compile fails again from the cache
-/// with a new exception equal to the first, without compiling again.
-PyObject *compiledCode(std::string_view text, code_mode mode);
-
 /// Makes the text to compile from the user's text and the names it is run with.
 using text_maker = std::string (*)(std::string_view user, std::span<const kest::String> names);
 
-/// As `compiledCode`, for the text that `make` makes from the host string
-/// `user` and `names` (or for `user`'s own text when `make` is null). Each
-/// thread remembers the string it ran last: running the same string object
-/// with the same names again finds its entry without making the text or
-/// hashing it. A string never changes, so the same object and names always
-/// make the same text. Counts as a hit or a miss as `compiledCode` does.
-PyObject *compiledCodeOf(const kest::String &user, code_mode mode, std::span<const kest::String> names = {},
-                         text_maker make = nullptr);
+/// The compiled form of the text that `make` makes from the host string
+/// `user` and `names` (`user`'s own text when `make` is null), exactly as the
+/// builtin "exec" or "eval" would compile that text, except that the code of
+/// a function named `statements_function_name` in it is named "<module>", as
+/// the user's own level of the text: a new reference, or null with the
+/// compile error set. A text that failed to compile fails again from the
+/// cache with a new exception equal to the first, without compiling again.
+///
+/// Each thread remembers the string it ran last: running the same string
+/// object with the same names again finds its entry without making the text
+/// or hashing it. A string never changes, so the same object and names always
+/// make the same text; such a run counts as a hit.
+PyObject *compiledCode(const kest::String &user, code_mode mode, std::span<const kest::String> names = {},
+                       text_maker make = nullptr);
 
 /// Drops every entry.
 void clearCodeCache();

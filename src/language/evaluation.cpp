@@ -69,7 +69,7 @@ py::object fresh_globals(const kest::Union<kest::I_Map, kest::None> &globals) {
   return g;
 }
 
-/// Sets `name` (an interned string, see `name_of`) in `dict` to `value`, converted.
+/// Sets `name` (an interned string) in `dict` to `value`, converted.
 bool set_item(PyObject *dict, PyObject *name, const kest::Any &value) {
   auto converted = py::object::steal(toPythonLocked(value));
   if (!converted || !name) {
@@ -78,9 +78,6 @@ bool set_item(PyObject *dict, PyObject *name, const kest::Any &value) {
   }
   return PyDict_SetItem(dict, name, converted.get()) == 0;
 }
-
-/// The names the generated code uses, as strings interned once for the process.
-PyObject *name_of(const char *text) { return PyUnicode_InternFromString(text); }
 
 /// The text reaches Python as a C string, which would end at a null character
 /// and silently run only the part before it; such code is refused instead.
@@ -133,7 +130,7 @@ run_outcome run_cached(const kest::String &user, code_mode mode, std::span<const
                        PyObject *globals, PyObject *locals) {
   if (!stackHasRoom()) // a host callback that evaluates again, deep inside a recursion
     return {};
-  auto code = py::object::steal(compiledCodeOf(user, mode, names, make));
+  auto code = py::object::steal(compiledCode(user, mode, names, make));
   if (!code)
     return {};
   auto value = py::object::steal(runCode(code.get(), globals, locals));
@@ -179,7 +176,7 @@ kest::Any runStatements(const kest::String &code, const kest::Any &self, const k
 
   kest::Any result;
   EvaluationCallbacks callbacks(result, outLocals);
-  static PyObject *const self_name = name_of("self");
+  static PyObject *const self_name = pythonName("self"); // kept for the process
   if (!callbacks.install(l.get()) || !set_item(g.get(), self_name, self))
     return errorFromPython(0, 0);
 

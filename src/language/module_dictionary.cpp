@@ -2,6 +2,7 @@
 
 #include "language/module_dictionary.hpp"
 
+#include "convert/python_names.hpp"
 #include "convert/to_python.hpp"
 
 #include <kest/kest.hpp>
@@ -41,7 +42,7 @@ py::object build() {
 }
 
 PyObject *builtins_name() {
-  static PyObject *const name = PyUnicode_InternFromString("__builtins__");
+  static PyObject *const name = pythonName("__builtins__"); // kept for the process
   return name;
 }
 

@@ -24,7 +24,6 @@ namespace sarvode {
 using kest::internal::result_unwrap_lazy;
 
 namespace {
-/// A strong reference to the wrapped object; the caller holds the lock.
 std::string name_utf8(const kest::String &name) { return name.toUtf8(); }
 
 /// `Python attribute read` of propertyValue, steps 2 to 4.

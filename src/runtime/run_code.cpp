@@ -2,6 +2,7 @@
 
 #include "runtime/run_code.hpp"
 
+#include "convert/python_names.hpp"
 #include "platform/platform.hpp"
 
 #include <atomic>
@@ -27,7 +28,7 @@ std::atomic<audit_fn> &audit_in_use() {
 /// the builtin raises the audit event. Its eval runs statements' code too and
 /// gives what PyEval_EvalCode gives (None for statements).
 PyObject *run_through_builtin(PyObject *code, PyObject *globals, PyObject *locals) {
-  static PyObject *const eval_name = PyUnicode_InternFromString("eval");
+  static PyObject *const eval_name = pythonName("eval"); // kept for the process
   PyObject *builtins = PyEval_GetBuiltins(); // borrowed
   PyObject *eval = builtins && eval_name ? PyDict_GetItemWithError(builtins, eval_name) : nullptr; // borrowed
   if (!eval) {
@@ -45,7 +46,7 @@ PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals) {
     return run_through_builtin(code, globals, locals);
   // As exec: the globals name the builtins the code runs with, unless they
   // already do, and audit hooks hear of the code before it runs.
-  static PyObject *const builtins_name = PyUnicode_InternFromString("__builtins__");
+  static PyObject *const builtins_name = pythonName("__builtins__"); // kept for the process
   if (!builtins_name)
     return nullptr;
   const int present = PyDict_Contains(globals, builtins_name);
