@@ -29,7 +29,7 @@ if '_sarvode_runner' not in sys.modules:
             path = os.path.join(cache, f'{name}-{digests[name]}-{magic.hex()}.bin')
             try:
                 with open(path, 'rb') as f:
-                    return marshal.load(f)
+                    return marshal.loads(f.read())
             except (OSError, EOFError, ValueError, TypeError):
                 pass
         code = compile(text, filename, 'exec')

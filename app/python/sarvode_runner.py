@@ -204,7 +204,7 @@ def _guarded(action, user_files):
 # after_main, which reports how it ended.
 
 STAGED = -1000
-main_target = None  # a code object for __main__, or runpy's entry to call
+main_target = None  # __main__'s code, its text as (source, filename), or runpy's entry to call
 main_error = None  # what the staged code raised, set by the host
 _after = None  # (user files, what to undo afterwards, the console to follow)
 
@@ -273,8 +273,12 @@ def _main_module(host_names=None):
 
 
 def _compiled(source, filename):
+    """__main__'s code as a text for the host to compile, as
+    compile(source, filename, "exec", dont_inherit=True) does: the builtin's
+    first call would make every class of the ast module, a millisecond of
+    each start that python3 does not spend."""
     _main_module()
-    return compile(source, filename, "exec", dont_inherit=True)
+    return (source, filename)
 
 
 def _runpy_main(name, alter_argv):

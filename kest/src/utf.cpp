@@ -2,6 +2,8 @@
 
 #include <kest/string.hpp>
 
+#include <algorithm>
+
 namespace kest {
 
 namespace {
@@ -86,9 +88,17 @@ std::u16string utf8_to_utf16(std::string_view in) {
 }
 
 std::string utf16_to_utf8(std::u16string_view in) {
-  std::string out;
-  out.reserve(in.size());
-  for (std::size_t i = 0; i < in.size(); ++i) {
+  // The ASCII head (often the whole text: names, source code) is copied
+  // without encoding; the rest goes a code point at a time.
+  std::size_t i = 0;
+  while (i < in.size() && in[i] < 0x80)
+    ++i;
+  std::string out(i, '\0');
+  std::copy(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(i), out.begin());
+  if (i == in.size())
+    return out;
+  out.reserve(i + (in.size() - i) * 3);
+  for (; i < in.size(); ++i) {
     char32_t cp = in[i];
     if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < in.size() && in[i + 1] >= 0xDC00 &&
         in[i + 1] <= 0xDFFF) {

@@ -93,7 +93,8 @@ struct embedder_functions {
         kest::make_function([](kest::String holder, bool sandboxed) { return runStagedMain(holder, sandboxed); }));
     run_main.signature(kest::String(u"holder, sandboxed"));
     run_main.assign_doc(kest::String(
-        u"Runs holder.main_target (a code object, in __main__'s namespace, a callable, or (callable, arguments)) as python3 runs a "
+        u"Runs holder.main_target (a code object, in __main__'s namespace, a callable, (callable, arguments), or (source, "
+        u"filename), compiled first) as python3 runs a "
         u"script, with no Python frame beneath it; the exception it raised goes to holder.main_error. "
         u"`holder` names a module in sys.modules; `sandboxed` runs the code in the sandbox."));
     shutdown.assign_func(kest::make_function([] { return shutdownPython(); }));

@@ -2,9 +2,9 @@
 
 #include "language/code_cache.hpp"
 
-#include "language/python_helper.hpp"
-#include "platform/platform.hpp"
-#include "runtime/sandbox.hpp"
+#include "convert/python_names.hpp"
+#include "language/module_level.hpp"
+#include "runtime/compile_source.hpp"
 
 #include <algorithm>
 #include <array>
@@ -56,93 +56,6 @@ std::string_view as_eval_skips(std::string_view text, code_mode mode) {
   return text;
 }
 
-/// The function that holds the user's statements is the user's module level:
-/// tracebacks, inspect and pdb name its frames "<module>", and what the text
-/// defines has the qualified names it would have had Python's exec run the
-/// text ("f", "E", not "kest_outer.<locals>.f"). A class body stores its own
-/// qualified name as a constant, which is renamed with it.
-constexpr const char *module_level_source = R"(
-def as_module_level(code, name):
-    prefix = name + ".<locals>."
-    optimized = 1  # CO_OPTIMIZED: set for functions, clear for class bodies
-
-    def renamed(c, qualname):
-        old = c.co_qualname
-        class_body = not c.co_flags & optimized
-        consts = tuple(own(k) if isinstance(k, type(c)) else
-                       qualname if class_body and type(k) is str and k == old else k
-                       for k in c.co_consts)
-        return c.replace(co_consts=consts, co_qualname=qualname)
-
-    def own(c):
-        q = c.co_qualname
-        return renamed(c, q[len(prefix):] if q.startswith(prefix) else q)
-
-    consts = tuple(
-        renamed(k, "<module>").replace(co_name="<module>")
-        if isinstance(k, type(code)) and k.co_name == name else k
-        for k in code.co_consts)
-    return code.replace(co_consts=consts)
-)";
-
-py::object as_module_level(py::object code) {
-  static std::atomic<PyObject *> kept{nullptr};
-  PyObject *helper = pythonHelper(kept, module_level_source, "as_module_level");
-  auto name = py::object::steal(PyUnicode_FromStringAndSize(statements_function_name.data(),
-                                                            static_cast<Py_ssize_t>(statements_function_name.size())));
-  py::object renamed;
-  if (helper && name) {
-    SandboxPause host_work; // renames constants only: no code of the user's runs
-    renamed = py::object::steal(PyObject_CallFunctionObjArgs(helper, code.get(), name.get(), nullptr));
-  }
-  if (!renamed) {
-    PyErr_Clear(); // the text still runs, under the generated names
-    return code;
-  }
-  return renamed;
-}
-
-/// Py_CompileStringExFlags and its flags (PyCompilerFlags): not in the
-/// stable ABI of 3.11, so found in the loaded interpreter library. It compiles
-/// as the builtin compile does, without what the builtin does on its first
-/// call: make every class of the syntax tree module (a millisecond and more of
-/// each start), though no syntax tree is asked for.
-struct compiler_flags {
-  int flags;
-  int feature_version;
-};
-using compile_string_fn = PyObject *(*)(const char *source, const char *filename, int start, compiler_flags *flags,
-                                        int optimize);
-constexpr int source_is_utf8 = 0x0100; // PyCF_SOURCE_IS_UTF8
-constexpr int ignore_cookie = 0x0800;  // PyCF_IGNORE_COOKIE: the text is decoded already, as a str given to compile is
-
-compile_string_fn available_compile_string() {
-  static const auto found =
-      reinterpret_cast<compile_string_fn>(platform::find_interpreter_symbol("Py_CompileStringExFlags"));
-  return found;
-}
-
-/// `source` (the str of `text`) compiled with the file name "<string>".
-PyObject *compile_source(PyObject *source, std::string_view text, code_mode mode) {
-  // A null character would end the C string early: such a text goes to the
-  // builtin, which refuses it with its own error.
-  if (const compile_string_fn compile_string = available_compile_string();
-      compile_string && text.find('\0') == std::string_view::npos) {
-    compiler_flags flags{source_is_utf8 | ignore_cookie, static_cast<int>((Py_Version >> 16) & 0xFF)};
-    const std::string terminated(text);
-    return compile_string(terminated.c_str(), "<string>", mode == code_mode::statements ? Py_file_input : Py_eval_input,
-                          &flags, -1);
-  }
-  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  PyObject *compile = builtins ? PyDict_GetItemString(builtins, "compile") : nullptr; // borrowed
-  if (!compile) {
-    if (!PyErr_Occurred())
-      PyErr_SetString(PyExc_RuntimeError, "the builtin compile is missing");
-    return nullptr;
-  }
-  return PyObject_CallFunction(compile, "Oss", source, "<string>", mode == code_mode::statements ? "exec" : "eval");
-}
-
 /// Compiles as the builtins "exec" and "eval" do: the text as a str (so that a
 /// coding comment in it is ignored), the file name "<string>", no inherited flags.
 compiled compile_text(std::string_view text, code_mode mode) {
@@ -152,9 +65,13 @@ compiled compile_text(std::string_view text, code_mode mode) {
   auto source = py::object::steal(PyUnicode_FromStringAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
   if (!source)
     return out;
-  out.code = py::object::steal(compile_source(source.get(), text, mode));
+  auto filename = py::object::steal(pythonName("<string>"));
+  if (!filename)
+    return out;
+  out.code = py::object::steal(
+      compileSource(source.get(), filename.get(), mode == code_mode::statements ? Py_file_input : Py_eval_input));
   if (out.code && mode == code_mode::statements)
-    out.code = as_module_level(std::move(out.code));
+    out.code = asModuleLevel(std::move(out.code), statements_function_name);
   if (out.code || !PyErr_ExceptionMatches(PyExc_SyntaxError))
     return out;
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;

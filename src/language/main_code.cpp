@@ -5,6 +5,7 @@
 #include "language/interrupts.hpp"
 #include "language/output_capture.hpp"
 #include "language/python_error.hpp"
+#include "runtime/compile_source.hpp"
 #include "runtime/python_ready.hpp"
 #include "runtime/python_shutdown.hpp"
 #include "runtime/sandbox.hpp"
@@ -41,8 +42,21 @@ bool is_call_with_arguments(PyObject *target) {
          PyTuple_Check(PyTuple_GetItem(target, 1));
 }
 
+/// A staged text: (source, filename), a str or bytes and a str, compiled here
+/// as __main__'s code, so that no compile of the stager's runs first.
+bool is_source(PyObject *target) {
+  return PyTuple_Check(target) && PyTuple_Size(target) == 2 &&
+         (PyUnicode_Check(PyTuple_GetItem(target, 0)) || PyBytes_Check(PyTuple_GetItem(target, 0))) &&
+         PyUnicode_Check(PyTuple_GetItem(target, 1));
+}
+
 /// The outcome of the staged target: null with the exception pending when it raised.
 py::object run_target(PyObject *target, bool code) {
+  if (!code && is_source(target)) {
+    auto compiled = py::object::steal(
+        compileSource(PyTuple_GetItem(target, 0), PyTuple_GetItem(target, 1), Py_file_input));
+    return compiled ? run_target(compiled.get(), true) : py::object();
+  }
   if (!code && is_call_with_arguments(target))
     return py::object::steal(PyObject_Call(PyTuple_GetItem(target, 0), PyTuple_GetItem(target, 1), nullptr));
   if (!code)
@@ -66,7 +80,7 @@ kest::Any run_staged(const std::string &holder_name, bool sandboxed) {
   const int code = is_code(target.get());
   if (code < 0)
     return errorFromPython(0, 0);
-  if (!code && !PyCallable_Check(target.get()) && !is_call_with_arguments(target.get()))
+  if (!code && !PyCallable_Check(target.get()) && !is_call_with_arguments(target.get()) && !is_source(target.get()))
     return kest::Error(kest::String::fromUtf8(holder_name +
                                               ".main_target is neither code, nor a callable, nor (callable, arguments)"));
   if (PyObject_SetAttrString(holder.get(), "main_target", Py_None) < 0)

@@ -9,8 +9,11 @@
 namespace sarvode {
 
 /// Runs what the Python module `holder` (in sys.modules) staged in its
-/// attribute "main_target": a code object runs in __main__'s namespace, any
-/// other object is called with no arguments (runpy's entry for -m). The
+/// attribute "main_target": a code object runs in __main__'s namespace, a
+/// (source, filename) pair is compiled (as compile(source, filename, "exec",
+/// dont_inherit=True) would) and runs the same way, a (callable, arguments)
+/// pair is called with the arguments, and any other object is called with no
+/// arguments (runpy's entry for -m). The
 /// attribute is emptied; the exception the code raised, with its traceback,
 /// is kept in the holder's "main_error" (None when it ended normally) for
 /// the holder to report. In the sandbox when `sandboxed`. Returns None, or an

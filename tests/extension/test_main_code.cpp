@@ -94,4 +94,48 @@ TEST(MainCode, SandboxedCodeIsJudged) {
             1);
 }
 
+TEST(MainCode, AStagedTextIsCompiledAndRunsInMainWithNoFrameBeneath) {
+  stage("('import sys\\nmain_code_frame_back = sys._getframe().f_back\\n"
+        "def main_code_f(): pass\\n', 'staged_text.py')");
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
+  EXPECT_EQ(integer_of(holder_says("int(sys.modules['__main__'].main_code_frame_back is None and "
+                                   "sys.modules['__main__'].main_code_f.__code__.co_filename == 'staged_text.py' and "
+                                   "holder.main_error is None and holder.main_target is None)")),
+            1);
+}
+
+TEST(MainCode, AStagedTextWithASyntaxErrorKeepsTheErrorWithNoFrames) {
+  stage("('ok = 1\\nx = (\\n', 'staged_text.py')");
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
+  EXPECT_EQ(integer_of(with_holder("e = holder.main_error\n"
+                                   "ok = type(e) is SyntaxError and e.filename == 'staged_text.py' and e.lineno == 2 "
+                                   "and e.__traceback__ is None and holder.main_target is None\n"
+                                   "holder.main_error = None\n"
+                                   "return int(ok)")),
+            1);
+}
+
+TEST(MainCode, StagedBytesAreDecodedByTheirCodingComment) {
+  stage("(b'# -*- coding: latin-1 -*-\\nimport sys\\nsys.modules[\"main_code_holder\"].text = \"caf\\xe9\"\\n', "
+        "'staged_text.py')");
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), false)));
+  EXPECT_EQ(integer_of(holder_says("int(holder.text == 'caf\\u00e9' and holder.main_error is None)")), 1);
+}
+
+TEST(MainCode, AStagedTextIsJudgedInTheSandboxLikeCode) {
+  stage("('import os\\nos.remove(\"/no/such/file/at/all\")\\n', 'staged_text.py')");
+  EXPECT_FALSE(failed(runStagedMain(kest::String(u"main_code_holder"), true)));
+  EXPECT_EQ(integer_of(with_holder("e = holder.main_error\nholder.main_error = None\n"
+                                   "return int(type(e) is PermissionError)")),
+            1);
+}
+
+TEST(MainCode, APairOfOtherKindsIsRefusedAndKept) {
+  // Neither (source, filename) nor (callable, arguments).
+  stage("('pass', 7)");
+  EXPECT_EQ(message_of(runStagedMain(kest::String(u"main_code_holder"), false)),
+            "main_code_holder.main_target is neither code, nor a callable, nor (callable, arguments)");
+  EXPECT_EQ(integer_of(holder_says("int(holder.main_target == ('pass', 7) and holder.main_error == 'unset')")), 1);
+}
+
 } // namespace

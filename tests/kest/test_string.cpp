@@ -127,6 +127,18 @@ TEST(StringUtf, HighestAndLowestAstralCodePointsRoundTrip) {
   EXPECT_EQ(utf8_to_utf16("\xF4\x8F\xBF\xBF"), high);
 }
 
+TEST(StringUtf, AnAsciiHeadThenOtherCharactersEncodeEachPart) {
+  // An ASCII run first, then two-, three- and four-byte characters, then ASCII again.
+  const std::u16string text = u"print('x') # caf\u00e9 \u20ac \U0001F600 end";
+  const auto utf8 = kest::String(text).toUtf8();
+  EXPECT_EQ(utf8, "print('x') # caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 end");
+  EXPECT_EQ(kest::String::fromUtf8(utf8).view(), text);
+  // A lone surrogate after an ASCII head still becomes U+FFFD.
+  EXPECT_EQ(kest::String(std::u16string(u"abc") + char16_t(0xD800)).toUtf8(), "abc\xef\xbf\xbd");
+  EXPECT_EQ(kest::String(u"only ascii").toUtf8(), "only ascii");
+  EXPECT_EQ(kest::String(u"").toUtf8(), "");
+}
+
 TEST(StringUtf, EmbeddedNulIsKept) {
   const std::string text("a\0b", 3);
   const auto s = String::fromUtf8(text);
