@@ -87,6 +87,10 @@ bool same_text(const Any &a, const Any &b) noexcept;
 /// `check` is an expression over `a`; `make_class` makes the class once.
 #define KEST_DEFINE_HANDLE(Name, check, make_class)                                              \
   bool Name::isInstance(const ::kest::Any &a) noexcept { return (check); }                       \
+  KEST_DEFINE_HANDLE_WITH_INLINE_CHECK(Name, make_class)
+
+/// The same for a handle whose header defines `isInstance` inline.
+#define KEST_DEFINE_HANDLE_WITH_INLINE_CHECK(Name, make_class)                                   \
   ::kest::Union<Name, ::kest::None> Name::cast(const ::kest::Any &a) {                           \
     if (isInstance(a))                                                                           \
       return unsafeFrom(a);                                                                      \

@@ -478,6 +478,18 @@ Result<Any> I_HasCode::code() const {
 // --- range-for support ----------------------------------------------------------------
 
 internal::iterator_iterable::iterator_iterable(const Any &iterable) {
+  // An iterable that walks itself needs no iterator object.
+  if (auto *native = native_protocol_of(iterable); native && native->loop_step) {
+    Any end = native->loop_step(iterable, m_loop, m_current);
+    if (!Undefined::isInstance(end)) {
+      m_source = iterable;
+      m_loop_step = native->loop_step;
+      if (!end.empty())
+        finish(std::move(end));
+      return;
+    }
+    m_loop = {};
+  }
   if (!I_Iterable::isInstance(iterable)) {
     m_error = not_conforming<I_Iterable>(iterable);
     return;
@@ -491,19 +503,24 @@ internal::iterator_iterable::iterator_iterable(const Any &iterable) {
     m_error = not_conforming<I_Iterator>(v);
     return;
   }
-  m_iterator = I_Iterator::unsafeFrom(std::move(v));
-  if (auto *native = native_protocol_of(m_iterator))
+  m_source = std::move(v);
+  if (auto *native = native_protocol_of(m_source))
     m_next_into = native->next_into;
   ++*this;
 }
 
 internal::iterator_iterable &internal::iterator_iterable::operator++() {
-  if (m_next_into) {
-    if (Any end = m_next_into(m_iterator, m_current); !end.empty()) [[unlikely]]
+  if (m_loop_step) {
+    if (Any end = m_loop_step(m_source, m_loop, m_current); !end.empty()) [[unlikely]]
       finish(std::move(end));
     return *this;
   }
-  auto v = result_unwrap_lazy(m_iterator.next());
+  if (m_next_into) {
+    if (Any end = m_next_into(m_source, m_current); !end.empty()) [[unlikely]]
+      finish(std::move(end));
+    return *this;
+  }
+  auto v = result_unwrap_lazy(I_Iterator::unsafeFrom(m_source).next());
   if (Error::isInstance(v)) [[unlikely]] {
     finish(std::move(v));
     return *this;
@@ -515,7 +532,7 @@ internal::iterator_iterable &internal::iterator_iterable::operator++() {
 void internal::iterator_iterable::finish(Any &&end) {
   if (!StopIteration::isInstance(end))
     m_error = std::move(end);
-  m_iterator.reset();
+  m_source.reset();
   m_current.reset();
 }
 

@@ -72,10 +72,8 @@ KEST_DEFINE_HANDLE(Undefined, a.kind() == ObjectType::NotImplemented,
 KEST_DEFINE_HANDLE(Untyped, ((void)a, true), make_builtin_class("Untyped", class_flags::top_type))
 KEST_DEFINE_HANDLE(Boolean, a.kind() == ObjectType::Boolean,
                    make_builtin_class("Boolean", 0, {&I_Immutable::getClass}))
-KEST_DEFINE_HANDLE(Integer, a.kind() == ObjectType::Integer,
-                   make_builtin_class("Integer", 0, {&I_Immutable::getClass}))
-KEST_DEFINE_HANDLE(Float, a.kind() == ObjectType::Float,
-                   make_builtin_class("Float", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE_WITH_INLINE_CHECK(Integer, make_builtin_class("Integer", 0, {&I_Immutable::getClass}))
+KEST_DEFINE_HANDLE_WITH_INLINE_CHECK(Float, make_builtin_class("Float", 0, {&I_Immutable::getClass}))
 KEST_DEFINE_HANDLE(ByteArray, a.kind() == ObjectType::ByteArray,
                    make_builtin_class("ByteArray", 0, {&I_Immutable::getClass}))
 
@@ -86,31 +84,7 @@ Integer Integer::fromUnsigned(std::uint64_t v) {
   return Integer(unchecked, Any::adopt(new object_value_integer(v, false)));
 }
 
-// A handle made over a value of another class reads as zero (and empty bytes).
-namespace {
-const object_value_integer *int_of(const Any &a) noexcept {
-  return native_if<object_value_integer>(a, ObjectType::Integer);
-}
-} // namespace
-
-bool Integer::isSigned() const noexcept {
-  auto *i = int_of(*this);
-  return !i || i->is_signed;
-}
-std::int64_t Integer::value() const noexcept {
-  auto *i = int_of(*this);
-  return i ? static_cast<std::int64_t>(i->bits) : 0;
-}
-std::uint64_t Integer::unsignedValue() const noexcept {
-  auto *i = int_of(*this);
-  return i ? i->bits : 0;
-}
-
 Float::Float(double v) : Any(unchecked, Any::adopt(new object_value_float(v))) {}
-double Float::value() const noexcept {
-  auto *f = native_if<object_value_float>(*this, ObjectType::Float);
-  return f ? f->value : 0.0;
-}
 
 namespace {
 Any empty_bytes() {
@@ -129,6 +103,8 @@ ByteArray::ByteArray(std::span<const std::uint8_t> bytes)
 ByteArray::ByteArray(const void *data, std::size_t length)
     : ByteArray(std::span<const std::uint8_t>(static_cast<const std::uint8_t *>(data), length)) {}
 
+// A handle made over a value of another class reads as empty bytes (as an
+// Integer or Float handle reads as zero).
 namespace {
 const std::vector<std::uint8_t> &bytes_of(const Any &a) noexcept {
   static const std::vector<std::uint8_t> none;

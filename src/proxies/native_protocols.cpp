@@ -12,6 +12,7 @@
 #include "proxies/proxy_classes.hpp"
 #include "proxies/python_call.hpp"
 #include "proxies/python_entry.hpp"
+#include "runtime/sandbox.hpp"
 
 #include <kest/kest.hpp>
 
@@ -48,6 +49,55 @@ kest::Any next_into(const kest::Any &self, kest::Any &element) {
     return PyErr_Occurred() ? pythonErrorOr(kest::StopIteration()) : kest::StopIteration();
   fromPythonInto(element, item.get());
   return kest::Error::isInstance(element) ? std::exchange(element, kest::Any()) : kest::Any();
+}
+
+/// A host loop straight over an exact list or tuple, read as Python's list
+/// and tuple iterators read it: the length is asked at every step, so a loop
+/// that appends, shrinks or replaces sees what Python's own `for` sees. The
+/// wrapper, which the loop holds, keeps the object alive. Anything else
+/// walks the iterator that its "iter" gives.
+/// The element at the loop's position into `element`, for `loop_step`; the
+/// caller holds the interpreter lock (and the sandbox scope when it applies).
+kest::Any step_over(PyObject *sequence, kest::internal::loop_state &state, kest::Any &element) {
+  const bool list = PyList_CheckExact(sequence);
+  const Py_ssize_t size = list ? PyList_Size(sequence) : PyTuple_Size(sequence);
+  const auto position = static_cast<Py_ssize_t>(state.position);
+  if (position >= size)
+    return kest::StopIteration();
+  ++state.position;
+  PyObject *item = list ? PyList_GetItem(sequence, position) : PyTuple_GetItem(sequence, position); // borrowed
+  if (PyLong_CheckExact(item)) { // read without running Python code: the sequence cannot drop it meanwhile
+    fromPythonInto(element, item);
+    return element.kind() == kest::internal::ObjectType::Integer ? kest::Any() : std::exchange(element, kest::Any());
+  }
+  Py_IncRef(item); // held while it is converted
+  fromPythonInto(element, item);
+  Py_DecRef(item);
+  return kest::Error::isInstance(element) ? std::exchange(element, kest::Any()) : kest::Any();
+}
+
+/// A host loop straight over an exact list or tuple, read as Python's list
+/// and tuple iterators read it: the length is asked at every step, so a loop
+/// that appends, shrinks or replaces sees what Python's own `for` sees. The
+/// wrapper, which the loop holds, keeps the object alive. Anything else
+/// walks the iterator that its "iter" gives.
+kest::Any loop_step(const kest::Any &self, kest::internal::loop_state &state, kest::Any &element) {
+  if (!state.target) {
+    // `self` is the wrapper itself (a loop takes this step only for an
+    // instance of the class), so what it holds lives as long as it does.
+    const PythonTarget target(self);
+    if (!target.object() || !exactly_list_or_tuple(target.object()))
+      return kest::Undefined();
+    state.target = target.object();
+    state.flag = target.sandboxed();
+  }
+  auto *sequence = static_cast<PyObject *>(const_cast<void *>(state.target));
+  py::gil lock;
+  if (state.flag) [[unlikely]] {
+    SandboxScope sandbox; // inside the lock, as every entry opens it
+    return step_over(sequence, state, element);
+  }
+  return step_over(sequence, state, element);
 }
 
 /// The member "next": the element, or what ends the iteration.
@@ -118,7 +168,8 @@ kest::Any length(const kest::Any &self) {
 const kest::internal::native_protocol function_protocol{.call = &call};
 const kest::internal::native_protocol iterable_protocol{.iter = &iter};
 const kest::internal::native_protocol iterator_protocol{.next = &next, .next_into = &next_into};
-const kest::internal::native_protocol sequence_protocol{.iter = &iter, .at = &at, .length = &length};
+const kest::internal::native_protocol sequence_protocol{
+    .iter = &iter, .at = &at, .length = &length, .loop_step = &loop_step};
 const kest::internal::native_protocol mapping_protocol{.iter = &iter, .get = &get, .length = &length};
 const kest::internal::native_protocol set_protocol{.iter = &iter, .length = &length};
 } // namespace

@@ -136,3 +136,87 @@ TEST(HostLoop, ADictChangedInSizeDuringTheLoopEndsItWithPythonsRuntimeError) {
   EXPECT_EQ(error.message().toUtf8(), "dictionary changed size during iteration");
   expect_no_python_error("the loop");
 }
+
+// Exact lists and tuples are walked by the loop itself (no iterator object);
+// what they give must not differ from what their iterators give.
+
+TEST(HostLoop, ATupleIsWalkedInOrder) {
+  python_scope py;
+  py.run("numbers = (4, 5, 6)");
+  EXPECT_EQ(loop(py.host("numbers"), [](std::size_t) {}), (std::vector<std::int64_t>{4, 5, 6}));
+}
+
+TEST(HostLoop, AnEmptyListGivesNoElementAndNoError) {
+  python_scope py;
+  py.run("numbers = []");
+  EXPECT_TRUE(loop(py.host("numbers"), [](std::size_t) {}).empty());
+}
+
+TEST(HostLoop, AListSubclassIsWalkedThroughItsOwnIter) {
+  python_scope py;
+  py.run("class Backwards(list):\n"
+         "    def __iter__(self):\n"
+         "        return iter(list(reversed(self)))\n"
+         "numbers = Backwards([1, 2, 3])");
+  EXPECT_EQ(loop(py.host("numbers"), [](std::size_t) {}), (std::vector<std::int64_t>{3, 2, 1}));
+}
+
+TEST(HostLoop, AListThatPythonLetsGoOfDuringTheLoopIsWalkedToItsEnd) {
+  // The loop holds the wrapper, which holds the list.
+  python_scope py;
+  py.run("numbers = [1, 2, 3]");
+  auto seen = loop(py.host("numbers"), [&](std::size_t i) {
+    if (i == 0)
+      py.run("del numbers\nimport gc\ngc.collect()");
+  });
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 3}));
+}
+
+TEST(HostLoop, ALoopInsideAHeldLockWalksTheSameElements) {
+  python_scope py;
+  py.run("numbers = [1, 2, 3]");
+  auto list = py.host("numbers");
+  std::vector<std::int64_t> seen;
+  {
+    py::gil hold;
+    seen = loop(list, [&](std::size_t i) {
+      if (i == 0)
+        py.run("numbers.append(4)"); // the scope nests in the one held
+    });
+  }
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1, 2, 3, 4}));
+}
+
+TEST(HostLoop, ATupleElementBeyondSixtyFourBitsEndsTheLoopWithTheConversionError) {
+  python_scope py;
+  py.run("numbers = (1, 2**70, 3)");
+  std::vector<std::int64_t> seen;
+  kest::internal::iterator_iterable it(py.host("numbers")), end;
+  for (; it != end; ++it)
+    seen.push_back(host_integer(*it));
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1}));
+  ASSERT_TRUE(kest::Error::isInstance(it.error()));
+  EXPECT_EQ(kest::Error::unsafeFrom(it.error()).typeName().toUtf8(), "OverflowError");
+  expect_no_python_error("the loop");
+}
+
+TEST(HostLoop, ElementsOfAListFromTheSandboxAreMadeInIt) {
+  // A function found by the loop in a list that sandboxed code handed over is
+  // itself sandboxed: calling it later cannot write.
+  auto language = kest::PythonLanguage::cast(python_language_of_host());
+  ASSERT_TRUE(language.is<kest::PythonLanguage>());
+  const auto list = kest::internal::result_unwrap_lazy(language.as<kest::PythonLanguage>().evaluateInSandbox(
+      kest::String(u"def write():\n    open('/tmp/sarvode-host-loop-sandbox.txt', 'w')\nreturn [write]")));
+  std::vector<kest::Any> functions;
+  kest::internal::iterator_iterable it(list), end;
+  for (; it != end; ++it)
+    functions.push_back(*it);
+  ASSERT_TRUE(it.error().empty()) << message_of(it.error());
+  ASSERT_EQ(functions.size(), 1u);
+  ASSERT_TRUE(kest::I_Callable_Generic::isInstance(functions[0]));
+  const auto outcome =
+      kest::internal::result_unwrap_lazy(kest::I_Callable_Generic::unsafeFrom(functions[0]).callWith({}));
+  ASSERT_TRUE(kest::Error::isInstance(outcome));
+  EXPECT_EQ(kest::Error::unsafeFrom(outcome).typeName().toUtf8(), "PermissionError");
+  expect_no_python_error("the call");
+}

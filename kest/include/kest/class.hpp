@@ -2,6 +2,7 @@
 /// Host classes: `Class_Generic` (the handle), `Class<T>` and the class object
 /// `internal::object_value_class` with its member tables and hooks.
 
+#include <kest/loop_state.hpp>
 #include <kest/name.hpp>
 #include <kest/string.hpp>
 #include <kest/type.hpp>
@@ -82,6 +83,14 @@ struct native_protocol {
   Any (*at)(const Any &self, std::int64_t index) = nullptr;
   /// The number of elements (an Integer, or an error).
   Any (*length)(const Any &self) = nullptr;
+  /// A step of a host loop over the value itself (a range-for over it), with
+  /// no iterator object: the element at `state.position` goes into `element`
+  /// (as `next_into` fills it) and the position moves past it; the result is
+  /// empty, or the error or StopIteration that ends the loop. Each step gives
+  /// what the iterator of `iter` would give, however the loop changes the
+  /// value. A value it cannot walk so gives Undefined at the first step,
+  /// having read nothing, and the loop takes `iter` instead.
+  Any (*loop_step)(const Any &self, loop_state &state, Any &element) = nullptr;
 };
 
 /// Members of one kind, in declaration order, indexed by name.

@@ -33,4 +33,8 @@ inline double float_value_of(const Any &value) noexcept {
 }
 } // namespace internal
 
+// The handle's reads are inline, as an Integer's are.
+inline bool Float::isInstance(const Any &a) noexcept { return a.kind() == internal::ObjectType::Float; }
+inline double Float::value() const noexcept { return internal::float_value_of(*this); }
+
 } // namespace kest

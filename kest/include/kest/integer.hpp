@@ -68,4 +68,12 @@ inline integer_parts integer_parts_of(const Any &value) noexcept {
 }
 } // namespace internal
 
+// The handle's reads are inline: host loops read an Integer per element.
+inline bool Integer::isInstance(const Any &a) noexcept { return a.kind() == internal::ObjectType::Integer; }
+inline bool Integer::isSigned() const noexcept { return internal::integer_parts_of(*this).is_signed; }
+inline std::int64_t Integer::value() const noexcept {
+  return static_cast<std::int64_t>(internal::integer_parts_of(*this).bits);
+}
+inline std::uint64_t Integer::unsignedValue() const noexcept { return internal::integer_parts_of(*this).bits; }
+
 } // namespace kest

@@ -5,6 +5,7 @@
 /// its declared members ("iter", "next", "at", "__len__", ...).
 
 #include <kest/computed.hpp>
+#include <kest/loop_state.hpp>
 #include <kest/type.hpp>
 
 #include <cstdint>
@@ -44,15 +45,17 @@ public:
   iterator_iterable &operator++();
   void operator++(int) { ++*this; }
   friend bool operator==(const iterator_iterable &a, const iterator_iterable &b) noexcept {
-    return a.m_iterator.empty() == b.m_iterator.empty();
+    return a.m_source.empty() == b.m_source.empty();
   }
   [[nodiscard]] const Any &error() const noexcept { return m_error; }
 
 private:
   void finish(Any &&end);
 
-  I_Iterator m_iterator{unchecked, Any()}; // empty at the end
+  Any m_source; // the iterator, or the iterable that the loop walks itself; empty at the end
   Any (*m_next_into)(const Any &, Any &) = nullptr; // the iterator's own loop step, when it has one
+  Any (*m_loop_step)(const Any &, loop_state &, Any &) = nullptr; // the iterable's, when it walks itself
+  loop_state m_loop;
   Any m_current;
   Any m_error;
 };
