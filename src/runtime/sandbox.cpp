@@ -5,6 +5,8 @@
 
 #include "runtime/sandbox.hpp"
 
+#include "runtime/sandbox_guards.hpp"
+
 #include "runtime/python_ready.hpp"
 
 #include <fcntl.h>
@@ -185,6 +187,7 @@ SandboxScope::SandboxScope() : m_flag(t_sandboxed) {
   if (!Py_IsInitialized())
     ensurePythonReady();
   m_gil.emplace();
+  installFirstSandboxGuards(); // outside the sandbox: the host's own imports
   m_previous = m_flag;
   m_flag = true;
   ensurePythonReady();

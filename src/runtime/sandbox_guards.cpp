@@ -27,6 +27,10 @@ namespace {
 struct guarded_function {
   const char *module;
   const char *name;
+  // Guarded when the first sandbox scope opens rather than at start-up: for
+  // a function that the audit hook already stops, whose guard only gives
+  // the sandbox's own error, in a module that is slow to load.
+  bool at_first_sandbox = false;
 };
 
 constexpr guarded_function guarded_functions[] = {
@@ -59,9 +63,10 @@ constexpr guarded_function guarded_functions[] = {
     {"faulthandler", "_fatal_error_c_thread"},
     {"faulthandler", "_stack_overflow"},
     // Sub-interpreters: the audit event stops their creation too, but these
-    // modules report that as a RuntimeError of their own.
-    {"_xxsubinterpreters", "create"},
-    {"_interpreters", "create"},
+    // modules report that as a RuntimeError of their own. Loading the module
+    // (a library of its own) took a twentieth of a start.
+    {"_xxsubinterpreters", "create", true},
+    {"_interpreters", "create", true},
     // Threads: code on a new thread would run outside the per-thread switch.
     // Python 3.11 raises no audit event for these.
     {"_thread", "start_new_thread"},
@@ -171,7 +176,7 @@ py::object import_leaving_signals(const char *module_name) {
 }
 
 /// Puts guards in place of the named functions of one (imported) module's method table.
-void guard_module(PyObject *module, const char *module_name, const platform::writable_memory &writable) {
+void guard_module(PyObject *module, const char *module_name, bool late, const platform::writable_memory &writable) {
   PyModuleDef *def = PyModule_GetDef(module);
   if (!def || !def->m_methods) {
     PyErr_Clear();
@@ -179,7 +184,8 @@ void guard_module(PyObject *module, const char *module_name, const platform::wri
   }
   for (PyMethodDef *method = def->m_methods; method->ml_name; ++method) {
     for (const auto &g : guarded_functions) {
-      if (std::strcmp(g.module, module_name) != 0 || std::strcmp(g.name, method->ml_name) != 0)
+      if (g.at_first_sandbox != late || std::strcmp(g.module, module_name) != 0 ||
+          std::strcmp(g.name, method->ml_name) != 0)
         continue;
       if (g_used == max_guards || (method->ml_flags & METH_METHOD) || !writable.contains(&method->ml_meth))
         continue;
@@ -208,19 +214,16 @@ void rehash_os_function_sets() {
   }
   PyErr_Clear(); // an os without these sets has nothing to fill again
 }
-} // namespace
 
-void installSandboxGuards() {
-  static_assert(std::size(guarded_functions) <= max_guards);
-  static bool installed = false; // guarded by the interpreter lock
-  if (std::exchange(installed, true))
-    return;
+/// Guards the functions whose `at_first_sandbox` is `late`, importing their modules.
+void install_guards(bool late) {
   // Every module first, then one look at the memory map: importing a module
   // may map its library, whose table must be seen writable.
   std::array<std::pair<const char *, py::object>, std::size(guarded_functions)> modules;
   std::size_t count = 0;
   for (const auto &g : guarded_functions) {
-    if (std::any_of(modules.begin(), modules.begin() + static_cast<std::ptrdiff_t>(count),
+    if (g.at_first_sandbox != late ||
+        std::any_of(modules.begin(), modules.begin() + static_cast<std::ptrdiff_t>(count),
                     [&](const auto &m) { return std::strcmp(m.first, g.module) == 0; }))
       continue;
     modules[count++] = {g.module, import_leaving_signals(g.module)};
@@ -229,8 +232,28 @@ void installSandboxGuards() {
   const platform::writable_memory writable;
   for (std::size_t i = 0; i < count; ++i)
     if (modules[i].second)
-      guard_module(modules[i].second.get(), modules[i].first, writable);
+      guard_module(modules[i].second.get(), modules[i].first, late, writable);
+}
+} // namespace
+
+void installSandboxGuards() {
+  static_assert(std::size(guarded_functions) <= max_guards);
+  static bool installed = false; // guarded by the interpreter lock
+  if (std::exchange(installed, true))
+    return;
+  install_guards(false);
   rehash_os_function_sets();
+}
+
+void installFirstSandboxGuards() {
+  static bool installed = false; // guarded by the interpreter lock
+  if (std::exchange(installed, true))
+    return;
+  // Whatever error the caller has pending waits for it, untouched.
+  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  install_guards(true);
+  PyErr_Restore(type, value, traceback);
 }
 
 std::size_t sandboxGuardCount() noexcept { return g_used; }

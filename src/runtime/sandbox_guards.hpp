@@ -9,10 +9,17 @@
 
 namespace sarvode {
 
-/// Puts a guard in place of each such function, once, before any other code
-/// runs; a guarded function raises PermissionError while a SandboxScope lives
-/// on the calling thread. The caller holds the interpreter lock.
+/// Puts a guard in place of each such function (but those that
+/// `installFirstSandboxGuards` guards), once, before any other code runs; a
+/// guarded function raises PermissionError while a SandboxScope lives on the
+/// calling thread. The caller holds the interpreter lock.
 void installSandboxGuards();
+
+/// The guards whose modules are slow to load and whose functions the audit
+/// hook already stops (the guard gives only the sandbox's own error): put in
+/// place, once, as the first sandbox scope opens, before it takes effect.
+/// The caller holds the interpreter lock; an error it has pending is kept.
+void installFirstSandboxGuards();
 
 /// How many functions are guarded (for tests).
 std::size_t sandboxGuardCount() noexcept;

@@ -135,6 +135,22 @@ TEST(SandboxEscapes, SubInterpretersAreNotCreated) {
   EXPECT_FALSE(kest::Error::isInstance(made)) << message_of(made);
 }
 
+TEST(SandboxEscapes, TheSubInterpreterModuleIsLoadedAndGuardedWhenTheFirstSandboxOpens) {
+  SARVODE_REQUIRE_OWN_START_UP();
+  if (sandboxEverUsed())
+    GTEST_SKIP() << "a sandbox opened earlier in this process (run it through ctest)";
+  const auto loaded = "import sys\nreturn '_xxsubinterpreters' in sys.modules or '_interpreters' in sys.modules";
+  // Not at start-up, as python3 does not load it either...
+  EXPECT_FALSE(boolean_of(evaluate(loaded)));
+  const auto before = sandboxGuardCount();
+  // ...but before the first sandboxed code runs.
+  EXPECT_TRUE(kest::is_none(sandboxed("pass")));
+  EXPECT_TRUE(boolean_of(evaluate(loaded)));
+  EXPECT_EQ(sandboxGuardCount(), before + 1);
+  py::gil lock;
+  EXPECT_EQ(PyErr_Occurred(), nullptr);
+}
+
 TEST(SandboxEscapes, ThreadsAreNotStarted) {
   SARVODE_REQUIRE_OWN_START_UP();
   expect_blocked(sandboxed("import _thread\n_thread.start_new_thread(print, ())"), "_thread.start_new_thread");
