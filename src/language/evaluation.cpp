@@ -133,7 +133,8 @@ run_outcome run_cached(const kest::String &user, code_mode mode, std::span<const
   auto code = py::object::steal(compiledCode(user, mode, names, make));
   if (!code)
     return {};
-  auto value = py::object::steal(runCode(code.get(), globals, locals));
+  // The globals come from `fresh_globals`, which names the builtins.
+  auto value = py::object::steal(runCode(code.get(), globals, locals, GlobalBuiltins::present));
   return {std::move(value), std::move(code)};
 }
 } // namespace

@@ -40,7 +40,7 @@ PyObject *run_through_builtin(PyObject *code, PyObject *globals, PyObject *local
 }
 } // namespace
 
-PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals) {
+PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals, GlobalBuiltins builtins_in_globals) {
   const audit_fn audit = audit_in_use().load(std::memory_order_relaxed);
   if (!audit)
     return run_through_builtin(code, globals, locals);
@@ -49,7 +49,7 @@ PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals) {
   static PyObject *const builtins_name = pythonName("__builtins__"); // kept for the process
   if (!builtins_name)
     return nullptr;
-  const int present = PyDict_Contains(globals, builtins_name);
+  const int present = builtins_in_globals == GlobalBuiltins::present ? 1 : PyDict_Contains(globals, builtins_name);
   if (present < 0)
     return nullptr;
   if (present == 0) {

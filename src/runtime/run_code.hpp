@@ -8,10 +8,15 @@
 
 namespace sarvode {
 
+/// Whether the globals a caller passes already name the builtins.
+enum class GlobalBuiltins { maybe_missing, present };
+
 /// Runs `code` with `globals` (a dict) and `locals` (a mapping): a new
-/// reference to what it gave, or null with the Python error set. The caller
+/// reference to what it gave, or null with the Python error set. Globals
+/// that the caller knows to name the builtins are not looked at. The caller
 /// holds the interpreter lock.
-PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals);
+PyObject *runCode(PyObject *code, PyObject *globals, PyObject *locals,
+                  GlobalBuiltins builtins = GlobalBuiltins::maybe_missing);
 
 /// Makes `runCode` call the builtin exec instead (true) or run the code itself
 /// when the running Python lets it (false), for tests of both paths. False
