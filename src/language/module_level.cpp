@@ -28,6 +28,22 @@ py::object replaced(PyObject *c, std::initializer_list<std::pair<const char *, P
   return py::object::steal(PyObject_Call(replace.get(), args.get(), kwargs.get()));
 }
 
+/// A new tuple of what `remake` gives for each item of the tuple `items`
+/// (a new reference each); null when it gives null for one.
+template <class Remake> py::object remade(PyObject *items, Remake remake) {
+  const Py_ssize_t n = PyTuple_Size(items);
+  auto fresh = py::object::steal(PyTuple_New(n));
+  if (!fresh)
+    return {};
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    py::object item = remake(PyTuple_GetItem(items, i)); // borrowed item
+    if (!item)
+      return {};
+    PyTuple_SetItem(fresh.get(), i, item.release()); // steals
+  }
+  return fresh;
+}
+
 struct renamer {
   PyObject *code_type;
   py::object prefix; // "<function_name>.<locals>."
@@ -44,26 +60,15 @@ struct renamer {
     if (flags == -1 && PyErr_Occurred())
       return {};
     const bool class_body = (flags & co_optimized) == 0;
-    const Py_ssize_t n = PyTuple_Size(consts.get());
-    auto fresh = py::object::steal(PyTuple_New(n));
+    auto fresh = remade(consts.get(), [&](PyObject *k) -> py::object {
+      if (is_code(k, code_type))
+        return own(k);
+      if (class_body && PyUnicode_CheckExact(k) && PyUnicode_Compare(k, old.get()) == 0)
+        return py::object::borrow(qualname);
+      return PyErr_Occurred() ? py::object() : py::object::borrow(k);
+    });
     if (!fresh)
       return {};
-    for (Py_ssize_t i = 0; i < n; ++i) {
-      PyObject *k = PyTuple_GetItem(consts.get(), i); // borrowed
-      py::object item;
-      if (is_code(k, code_type)) {
-        item = own(k);
-      } else if (class_body && PyUnicode_CheckExact(k) && PyUnicode_Compare(k, old.get()) == 0) {
-        item = py::object::borrow(qualname);
-      } else {
-        if (PyErr_Occurred())
-          return {};
-        item = py::object::borrow(k);
-      }
-      if (!item)
-        return {};
-      PyTuple_SetItem(fresh.get(), i, item.release()); // steals
-    }
     return replaced(c, {{"co_consts", fresh.get()}, {"co_qualname", qualname}});
   }
 
@@ -94,33 +99,18 @@ py::object module_level(PyObject *code, std::string_view function_name) {
   if (!name || !prefix || !module || !consts || !PyTuple_Check(consts.get()))
     return {};
   renamer r{reinterpret_cast<PyObject *>(Py_TYPE(code)), std::move(prefix)};
-  const Py_ssize_t n = PyTuple_Size(consts.get());
-  auto fresh = py::object::steal(PyTuple_New(n));
+  auto fresh = remade(consts.get(), [&](PyObject *k) -> py::object {
+    if (!is_code(k, r.code_type))
+      return py::object::borrow(k);
+    auto k_name = py::object::steal(PyObject_GetAttrString(k, "co_name"));
+    const int matches = k_name ? PyObject_RichCompareBool(k_name.get(), name.get(), Py_EQ) : -1;
+    if (matches <= 0)
+      return matches < 0 ? py::object() : py::object::borrow(k);
+    auto inner = r.renamed(k, module.get());
+    return inner ? replaced(inner.get(), {{"co_name", module.get()}}) : py::object();
+  });
   if (!fresh)
     return {};
-  for (Py_ssize_t i = 0; i < n; ++i) {
-    PyObject *k = PyTuple_GetItem(consts.get(), i); // borrowed
-    py::object item;
-    if (is_code(k, r.code_type)) {
-      auto k_name = py::object::steal(PyObject_GetAttrString(k, "co_name"));
-      if (!k_name)
-        return {};
-      const int matches = PyObject_RichCompareBool(k_name.get(), name.get(), Py_EQ);
-      if (matches < 0)
-        return {};
-      if (matches) {
-        auto inner = r.renamed(k, module.get());
-        item = inner ? replaced(inner.get(), {{"co_name", module.get()}}) : py::object();
-      } else {
-        item = py::object::borrow(k);
-      }
-    } else {
-      item = py::object::borrow(k);
-    }
-    if (!item)
-      return {};
-    PyTuple_SetItem(fresh.get(), i, item.release()); // steals
-  }
   return replaced(code, {{"co_consts", fresh.get()}});
 }
 

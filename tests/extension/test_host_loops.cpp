@@ -190,11 +190,11 @@ TEST(HostLoop, ALoopInsideAHeldLockWalksTheSameElements) {
 TEST(HostLoop, ATupleElementBeyondSixtyFourBitsEndsTheLoopWithTheConversionError) {
   python_scope py;
   py.run("numbers = (1, 2**70, 3)");
-  std::vector<std::int64_t> seen;
   kest::internal::iterator_iterable it(py.host("numbers")), end;
-  for (; it != end; ++it)
-    seen.push_back(host_integer(*it));
-  EXPECT_EQ(seen, (std::vector<std::int64_t>{1}));
+  ASSERT_NE(it, end);
+  EXPECT_EQ(host_integer(*it), 1);
+  ++it; // the step that meets 2**70 ends the loop
+  EXPECT_EQ(it, end);
   ASSERT_TRUE(kest::Error::isInstance(it.error()));
   EXPECT_EQ(kest::Error::unsafeFrom(it.error()).typeName().toUtf8(), "OverflowError");
   expect_no_python_error("the loop");
