@@ -51,11 +51,6 @@ kest::Any next_into(const kest::Any &self, kest::Any &element) {
   return kest::Error::isInstance(element) ? std::exchange(element, kest::Any()) : kest::Any();
 }
 
-/// A host loop straight over an exact list or tuple, read as Python's list
-/// and tuple iterators read it: the length is asked at every step, so a loop
-/// that appends, shrinks or replaces sees what Python's own `for` sees. The
-/// wrapper, which the loop holds, keeps the object alive. Anything else
-/// walks the iterator that its "iter" gives.
 /// The element at the loop's position into `element`, for `loop_step`; the
 /// caller holds the interpreter lock (and the sandbox scope when it applies).
 kest::Any step_over(PyObject *sequence, kest::internal::loop_state &state, kest::Any &element) {

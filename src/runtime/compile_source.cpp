@@ -5,6 +5,7 @@
 #include "runtime/compile_source.hpp"
 
 #include "platform/platform.hpp"
+#include "runtime/python_ready.hpp"
 
 #include <atomic>
 #include <cstring>
@@ -53,13 +54,9 @@ std::string_view text_of(PyObject *object) {
 }
 
 PyObject *through_builtin(PyObject *source, PyObject *filename, int start) {
-  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  PyObject *compile = builtins ? PyDict_GetItemString(builtins, "compile") : nullptr; // borrowed
-  if (!compile) {
-    if (!PyErr_Occurred())
-      PyErr_SetString(PyExc_RuntimeError, "the builtin compile is missing");
+  PyObject *compile = builtinFunction("compile"); // borrowed
+  if (!compile)
     return nullptr;
-  }
   auto args = py::object::steal(Py_BuildValue("(OOsiO)", source, filename, start == Py_eval_input ? "eval" : "exec",
                                               0, Py_True)); // flags 0, dont_inherit
   return args ? PyObject_Call(compile, args.get(), nullptr) : nullptr;

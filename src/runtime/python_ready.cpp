@@ -131,13 +131,20 @@ unsigned long startingThread() noexcept { return g_starting_thread.load(); }
 
 std::int64_t pendingSysPathCount() { return pending_paths().length(); }
 
+PyObject *builtinFunction(const char *name) {
+  PyObject *builtins = PyEval_GetBuiltins();                                     // borrowed
+  PyObject *function = builtins ? PyDict_GetItemString(builtins, name) : nullptr; // borrowed
+  if (!function && !PyErr_Occurred())
+    PyErr_Format(PyExc_RuntimeError, "the builtin %s is missing", name);
+  return function;
+}
+
 PyObject *runWithBuiltin(const char *builtin, const char *code, PyObject *globals, PyObject *locals) {
-  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  if (!builtins)
+  PyObject *function = builtinFunction(builtin); // borrowed
+  if (!function) {
+    PyErr_Clear(); // a missing builtin is no exception here
     return nullptr;
-  PyObject *function = PyDict_GetItemString(builtins, builtin); // borrowed
-  if (!function)
-    return nullptr;
+  }
   auto args = py::object::steal(Py_BuildValue("(sOO)", code, globals, locals));
   if (!args)
     return nullptr;

@@ -19,6 +19,11 @@ void ensurePythonReady();
 /// Adds a directory to sys.path once; before start-up it is queued.
 kest::Result<kest::None> addSysPath(const kest::String &directory);
 
+/// The builtin function `name` of the running code's builtins (borrowed), or
+/// null with a Python error set ("the builtin NAME is missing" when the
+/// builtins lack it). The caller holds the interpreter lock.
+PyObject *builtinFunction(const char *name);
+
 /// Runs `code` with the builtin "eval" or "exec" (`builtin` names which) in the
 /// given globals and locals (borrowed). The caller holds the interpreter lock.
 /// Returns a new reference, or null (with a Python exception set, except when

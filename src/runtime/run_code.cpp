@@ -4,6 +4,7 @@
 
 #include "convert/python_names.hpp"
 #include "platform/platform.hpp"
+#include "runtime/python_ready.hpp"
 
 #include <atomic>
 
@@ -28,15 +29,8 @@ std::atomic<audit_fn> &audit_in_use() {
 /// the builtin raises the audit event. Its eval runs statements' code too and
 /// gives what PyEval_EvalCode gives (None for statements).
 PyObject *run_through_builtin(PyObject *code, PyObject *globals, PyObject *locals) {
-  static PyObject *const eval_name = pythonName("eval"); // kept for the process
-  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
-  PyObject *eval = builtins && eval_name ? PyDict_GetItemWithError(builtins, eval_name) : nullptr; // borrowed
-  if (!eval) {
-    if (!PyErr_Occurred())
-      PyErr_SetString(PyExc_RuntimeError, "the builtin eval is missing");
-    return nullptr;
-  }
-  return PyObject_CallFunctionObjArgs(eval, code, globals, locals, nullptr);
+  PyObject *eval = builtinFunction("eval"); // borrowed
+  return eval ? PyObject_CallFunctionObjArgs(eval, code, globals, locals, nullptr) : nullptr;
 }
 } // namespace
 

@@ -246,9 +246,12 @@ void installSandboxGuards() {
 }
 
 void installFirstSandboxGuards() {
-  static bool installed = false; // guarded by the interpreter lock
-  if (std::exchange(installed, true))
+  // Marked first, under the interpreter lock: a module's table is never
+  // guarded twice (a guard taken for the original would call itself).
+  static bool installed = false;
+  if (installed || !Py_IsInitialized()) // after the end of Python there is nothing to guard
     return;
+  installed = true;
   // Whatever error the caller has pending waits for it, untouched.
   PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
   PyErr_Fetch(&type, &value, &traceback);

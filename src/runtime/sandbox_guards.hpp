@@ -18,7 +18,10 @@ void installSandboxGuards();
 /// The guards whose modules are slow to load and whose functions the audit
 /// hook already stops (the guard gives only the sandbox's own error): put in
 /// place, once, as the first sandbox scope opens, before it takes effect.
-/// The caller holds the interpreter lock; an error it has pending is kept.
+/// Should the import let the interpreter lock go, a scope that another thread
+/// opens meanwhile runs before the guards are in place; there the functions
+/// are still stopped, with the module's own RuntimeError. The caller holds
+/// the interpreter lock; an error it has pending is kept.
 void installFirstSandboxGuards();
 
 /// How many functions are guarded (for tests).

@@ -223,6 +223,23 @@ TEST_P(CompileSource, AuditHooksHearTheCompileEventWithTheFileName) {
   EXPECT_EQ(text_of(evaluate("import compile_record\nreturn repr(compile_record.events)")), "[b'heard = 1']");
 }
 
+TEST_P(CompileSource, WithoutTheBuiltinCompileOnlyTheBuiltinPathFailsAndSaysSo) {
+  py::gil lock;
+  PyObject *builtins = PyEval_GetBuiltins(); // borrowed
+  auto compile = py::object::borrow(PyDict_GetItemString(builtins, "compile"));
+  ASSERT_TRUE(compile);
+  ASSERT_EQ(PyDict_DelItemString(builtins, "compile"), 0);
+  auto code = py::object::steal(compileSource(str("x = 1").get(), str("<mine>").get(), Py_file_input));
+  const auto error = taken_error();
+  PyDict_SetItemString(builtins, "compile", compile.get()); // put back before any check can stop the test
+  if (GetParam()) {
+    EXPECT_FALSE(code);
+    EXPECT_EQ(error, "RuntimeError: the builtin compile is missing");
+  } else {
+    EXPECT_TRUE(code) << error;
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(BothPaths, CompileSource, ::testing::Values(false, true),
                          [](const ::testing::TestParamInfo<bool> &param) {
                            return param.param ? std::string("ThroughTheBuiltin") : std::string("Directly");
