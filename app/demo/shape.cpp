@@ -5,11 +5,14 @@
 
 #include <fmt/format.h>
 
+#include <string_view>
+
 namespace sarvode::demo {
 
 namespace {
 using kest::Any;
 using kest::String;
+using namespace std::string_view_literals;
 
 constexpr double pi = 3.14159265358979323846;
 
@@ -27,9 +30,10 @@ Any fill(const Any &self, const String &kind, double size, const String &name) {
 double area(const Any &self) {
   const auto kind = kind_of(self);
   const double size = number(field(self, "size"_field));
-  if (kind.view() == u"circle")
+  const std::u16string_view k = kind.view();
+  if (k == u"circle"sv)
     return pi * size * size;
-  if (kind.view() == u"triangle")
+  if (k == u"triangle"sv)
     return size * size * 0.4330127018922193;
   return size * size;
 }

@@ -7,6 +7,7 @@
 #include <kest/property.hpp>
 
 #include <atomic>
+#include <typeinfo>
 
 namespace kest::internal {
 
@@ -39,17 +40,14 @@ public:
   std::atomic<std::size_t> index{0};
 };
 
-/// The field object behind `a`, or null when `a` is no Field (the Field class
-/// is final, so its instances are all of this type).
-inline object_value_field *field_object(const Any &a) noexcept {
-  return a.kind() == ObjectType::Instance && a.get()->class_value() == Field::getClass().value()
-             ? static_cast<object_value_field *>(a.get())
-             : nullptr;
-}
+/// The field object behind `p`, or null when `p` is no Field. The Field class
+/// is final and only this library makes its instances, all of this final type:
+/// the object's dynamic type decides, without a call for its class.
 inline const object_value_field *field_object(const object_value *p) noexcept {
-  return p && p->known_kind() == ObjectType::Instance && p->class_value() == Field::getClass().value()
-             ? static_cast<const object_value_field *>(p)
-             : nullptr;
+  return p && typeid(*p) == typeid(object_value_field) ? static_cast<const object_value_field *>(p) : nullptr;
+}
+inline object_value_field *field_object(const Any &a) noexcept {
+  return const_cast<object_value_field *>(field_object(a.get()));
 }
 
 } // namespace kest::internal

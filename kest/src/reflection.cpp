@@ -282,7 +282,13 @@ Error field_not_found(const meta_field_untyped &name, const Any &self) {
 // no lock on a repeated lookup) and takes only the instance's own lock.
 Result<Any> Any::fieldValue(const meta_field_untyped &name) const {
   auto *inst = instance_of(*this);
-  return internal::field_get(inst ? inst->class_value()->lookup_field(name.info()) : nullptr, *this, name);
+  const auto *field = inst ? field_object(inst->class_value()->lookup_field(name.info())) : nullptr;
+  if (field) [[likely]] {
+    const auto index = field->index.load(std::memory_order_relaxed);
+    if (index < inst->field_count()) [[likely]]
+      return Result<Any>(unchecked, inst->field(index));
+  }
+  return internal::field_get(field, *this, name); // the error
 }
 
 Result<Any> internal::field_get(const object_value *member, const Any &self, const meta_field_untyped &name) {

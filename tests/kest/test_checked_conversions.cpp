@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -209,6 +211,12 @@ TEST(CheckedAccess, AResultIsReadThroughItsComputedValue) {
 
 TEST(CheckedAccess, NumbersReadFromEitherHostNumberClassWithRangeChecks) {
   EXPECT_EQ(to<double>(Integer(4)), 4.0);
+  EXPECT_EQ(to<double>(Integer(-9007199254740993)), -9007199254740992.0); // rounded as C++ rounds, sign kept
+  EXPECT_EQ(to<double>(Float(-0.0)), 0.0);
+  EXPECT_TRUE(std::signbit(to<double>(Float(-0.0))));
+  EXPECT_EQ(to<float>(Integer::fromUnsigned(1u << 24)), 16777216.0f);
+  EXPECT_THROW((void)to<double>(String(u"4")), bad_access);
+  EXPECT_THROW((void)to<double>(Any()), bad_access);
   EXPECT_EQ(to<double>(Integer::fromUnsigned(UINT64_MAX)), 18446744073709551615.0);
   const auto halve = make_function([](double x) { return x / 2; });
   EXPECT_EQ(to<double>(halve(Integer::fromUnsigned(UINT64_MAX))), 9223372036854775808.0); // 2^63, not -0.5

@@ -83,6 +83,33 @@ TEST(FastPaths, ReadingAFieldByANameWrittenInTheSourceAllocatesNothing) {
 }
 #endif
 
+TEST(FastPaths, AFieldReadOfAValueWithoutFieldsIsAnErrorNamingTheField) {
+  for (const Any &value : {Any(Integer(3)), Any(String(u"text")), Any(), Any(point_class("NoSuchField"))}) {
+    auto read = internal::result_unwrap_lazy(value.fieldValue("x"_field));
+    ASSERT_TRUE(Error::isInstance(read)) << display(value).toUtf8();
+    EXPECT_NE(Error::unsafeFrom(read).message().toUtf8().find("Field 'x' not found"), std::string::npos)
+        << Error::unsafeFrom(read).message().toUtf8();
+  }
+}
+
+TEST(FastPaths, AMethodOrPropertyOfTheNameIsNotReadAsAField) {
+  auto cls = internal::defclass_impl({B::name_entry(String(u"MembersNotFields")), B::module_entry(String(u"tfast")),
+                                      B::field_entry(String(u"x"), 0, &Integer::getType)})
+                 .as<Class_Generic>();
+  auto derived = kest::class_(kest::module_("tfast"), "MembersNotFieldsToo")
+                     .base(cls)
+                     .def("size", [](const Any &) { return 1; })
+                     .property("area", [](const Any &) { return 2; })
+                     .declare();
+  auto p = point(derived);
+  ASSERT_FALSE(p.setFieldValue("x"_field, Integer(5)).isError());
+  EXPECT_EQ(Integer::unsafeFrom(internal::result_unwrap_lazy(p.fieldValue("x"_field))).value(), 5);
+  for (const auto *name : {"size", "area"}) {
+    auto read = internal::result_unwrap_lazy(p.fieldValue(meta_field_untyped(name)));
+    ASSERT_TRUE(Error::isInstance(read)) << name;
+  }
+}
+
 TEST(FastPaths, NamesWrittenInTheSourceAreInternedOnce) {
   EXPECT_EQ(&"$_y"_field, &"$_y"_field);
   EXPECT_TRUE("$_y"_field.hidden());

@@ -10,6 +10,8 @@
 /// Float that is a whole number in range.
 
 #include <kest/any.hpp>
+#include <kest/float.hpp>
+#include <kest/integer.hpp>
 
 #include <concepts>
 #include <cstdint>
@@ -54,6 +56,14 @@ template <class T> [[nodiscard]] T to(const Any &value) {
   } else if constexpr (internal::is_character_v<T>) {
     static_assert(!internal::is_character_v<T>, "read text as std::string or std::u16string");
   } else if constexpr (std::is_floating_point_v<T>) {
+    // A Float or an Integer is read inline; anything else (a computed value,
+    // a wrong class) goes to the library, which resolves or refuses it.
+    if (Float::isInstance(value))
+      return static_cast<T>(internal::float_value_of(value));
+    if (Integer::isInstance(value)) {
+      const auto i = internal::integer_parts_of(value);
+      return i.is_signed ? static_cast<T>(static_cast<std::int64_t>(i.bits)) : static_cast<T>(i.bits);
+    }
     return static_cast<T>(internal::read_double(value));
   } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
     return static_cast<T>(internal::read_signed(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max(),
