@@ -209,6 +209,26 @@ TEST(CheckedAccess, AResultIsReadThroughItsComputedValue) {
   EXPECT_THROW((void)failing.as<Float>(), bad_access);
 }
 
+TEST(CheckedAccess, AValueNotNeededAfterwardsIsMovedIntoTheResultOnlyWhenItIsRead) {
+  const String text(u"moved");
+  Any held = text;
+  const String read = std::move(held).as<String>();
+  EXPECT_TRUE(read.isSame(text));
+  EXPECT_TRUE(held.empty()); // NOLINT(bugprone-use-after-move): the move is what is tested
+  Any number = Integer(7);
+  EXPECT_THROW((void)std::move(number).as<String>(), bad_access);
+  ASSERT_FALSE(number.empty()); // NOLINT(bugprone-use-after-move): a refused read takes nothing
+  EXPECT_EQ(Integer::unsafeFrom(number).value(), 7);
+  Any lazy = Computed<Float>::create([] { return Result<Float>(Float(1.5)); });
+  EXPECT_EQ(std::move(lazy).as<Float>().value(), 1.5);
+  EXPECT_FALSE(lazy.empty()); // NOLINT(bugprone-use-after-move): the computed value stays, its result is a copy
+  Any whole = Float(0.25);
+  const Any same = std::move(whole).as<Any>();
+  EXPECT_EQ(Float::unsafeFrom(same).value(), 0.25);
+  EXPECT_TRUE(whole.empty()); // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(Result<Any>(internal::unchecked, String(u"field")).as<String>().toUtf8(), "field");
+}
+
 TEST(CheckedAccess, NumbersReadFromEitherHostNumberClassWithRangeChecks) {
   EXPECT_EQ(to<double>(Integer(4)), 4.0);
   EXPECT_EQ(to<double>(Integer(-9007199254740993)), -9007199254740992.0); // rounded as C++ rounds, sign kept

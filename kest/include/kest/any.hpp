@@ -110,7 +110,7 @@ public:
   /// The value as `T`, checked: a computed value is computed first, and a
   /// value of another class (an error included) throws `bad_access`; it is
   /// never read as a `T`. `T::cast` returns None instead of throwing.
-  template <class T> [[nodiscard]] T as() const {
+  template <class T> [[nodiscard]] T as() const & {
     if constexpr (std::is_same_v<T, Any>) {
       return kind() == internal::ObjectType::Computed ? internal::evaluate_computed(*this) : *this;
     } else {
@@ -123,6 +123,19 @@ public:
         internal::throw_bad_access(&T::getClass, value);
       }
       internal::throw_bad_access(&T::getClass, *this);
+    }
+  }
+  /// The same for a value not needed afterwards (`x.fieldValue(name).as<T>()`):
+  /// the handle is moved into the result, not shared and released.
+  template <class T> [[nodiscard]] T as() && {
+    if constexpr (std::is_same_v<T, Any>) {
+      if (kind() == internal::ObjectType::Computed)
+        return internal::evaluate_computed(*this);
+      return Any(internal::unchecked, std::move(*this));
+    } else {
+      if (T::isInstance(*this))
+        return T(internal::unchecked, std::move(*this));
+      return std::as_const(*this).template as<T>();
     }
   }
 
