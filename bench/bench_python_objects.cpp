@@ -42,6 +42,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <thread>
+
 #include <cstdint>
 #include <string>
 
@@ -126,6 +128,15 @@ void Call_Host(benchmark::State &state) {
   if (!data().ready(state))
     return;
   host_calls(state);
+}
+
+/// The same from a thread that Python did not start and that holds no
+/// Python thread state between calls (a host worker thread).
+void Call_Host_WorkerThread(benchmark::State &state) {
+  if (!data().ready(state))
+    return;
+  std::thread worker([&] { host_calls(state); });
+  worker.join();
 }
 
 void Call_Host_LockHeld(benchmark::State &state) {
@@ -293,6 +304,7 @@ void per_call_time(benchmark::internal::Benchmark *b) {
 } // namespace
 BENCHMARK(Call_Host)->Apply(fixed_iterations)->Apply(per_call_time);
 BENCHMARK(Call_Host_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
+BENCHMARK(Call_Host_WorkerThread)->Apply(fixed_iterations)->Apply(per_call_time);
 BENCHMARK(Call_Raw_LockPerCall)->Apply(fixed_iterations)->Apply(per_call_time);
 BENCHMARK(Call_Raw_LockHeld)->Apply(fixed_iterations)->Apply(per_call_time);
 BENCHMARK(Iterate1M_Host)->Apply(fixed_iterations)->Unit(benchmark::kMillisecond);

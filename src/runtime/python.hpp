@@ -17,6 +17,14 @@ namespace detail {
 /// through `released`.
 inline thread_local int t_lock_depth = 0;
 inline thread_local PyGILState_STATE t_lock_state{};
+/// Whether this thread's first lock scope has looked at its Python thread state.
+inline thread_local bool t_state_settled = false;
+/// Gives a thread that Python does not know a thread state of its own, kept
+/// until the thread ends. Without it, every outermost lock scope of such a
+/// thread would make a thread state and free it again (with its frame stack),
+/// about forty times the cost of the call inside, and would lose the thread's
+/// `threading.local` values and context variables between calls.
+void settle_thread_state() noexcept;
 } // namespace detail
 
 /// Opens a lock scope on this thread; false (nothing to close) when Python is
@@ -29,6 +37,8 @@ inline bool enter_lock() noexcept {
   }
   if (!Py_IsInitialized())
     return false;
+  if (!detail::t_state_settled) [[unlikely]]
+    detail::settle_thread_state();
   detail::t_lock_state = PyGILState_Ensure();
   detail::t_lock_depth = 1;
   return true;
