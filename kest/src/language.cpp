@@ -2,6 +2,7 @@
 // scopes and the language registry.
 
 #include "builtin.hpp"
+#include "hooks.hpp"
 
 #include <kest/boolean.hpp>
 #include <kest/builders.hpp>
@@ -49,10 +50,37 @@ language_registry &registry() {
   return *r;
 }
 
+/// What one language method name meant on one class in one members epoch,
+/// remembered per thread: the method, found on the class, that applies to its
+/// instances and takes the instance and the arguments exactly. Any change to
+/// any class's members or hooks starts a new epoch.
+struct remembered_method {
+  const object_value_class *cls = nullptr;
+  std::uint64_t epoch = 0;
+  const object_value_callable *method = nullptr; // kept alive by the class while the epoch lasts
+};
+
+/// The class of `self` when what a method name means on it depends on the
+/// class alone: an instance that was never given members of its own.
+const object_value_class *class_deciding_methods(const Any &self) noexcept {
+  auto *inst = instance_of(self);
+  return inst && !inst->has_inserted_members() ? inst->class_value() : nullptr;
+}
+
 /// Calls the language method `name` (interned once by the caller) of `self`
 /// with the arguments `args...`, each copied once, into the call's own array.
+/// A call on the class that the thread's last call of the method found it on,
+/// in the same members epoch, calls it again without looking it up.
 template <class... Args>
-Result<Any> call_language(const Any &self, const meta_method_untyped &name, const Args &...args) {
+Result<Any> call_language(const Any &self, const meta_method_untyped &name, remembered_method &remembered,
+                          const Args &...args) {
+  const auto *cls = class_deciding_methods(self);
+  const auto epoch = class_members_epoch();
+  if (cls && remembered.cls == cls && remembered.epoch == epoch) {
+    const std::array<Any, 1 + sizeof...(Args)> full{self, Any(args)...};
+    auto result = call_exact_applicable(*remembered.method, full);
+    return Result<Any>(unchecked, result.empty() ? Any(None()) : result_unwrap_lazy(std::move(result)));
+  }
   if (!I_Language::isInstance(self)) // never call a same-named method of an unrelated value
     return wrong_class("I_Language", self);
   auto method = method_of(self, name);
@@ -63,6 +91,15 @@ Result<Any> call_language(const Any &self, const meta_method_untyped &name, cons
     const std::array<Any, sizeof...(Args)> independent{Any(args)...};
     return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(independent)));
   }
+  // Remembered only when the class alone decided: no method hook, the method
+  // found on the class, and called as it is (no arguments to fill in).
+  if (const auto *native = callable.kind() == ObjectType::Callable
+                               ? static_cast<const object_value_callable *>(callable.get())
+                               : nullptr;
+      cls && native && !overrides(cls, object_hook::method) && cls->lookup_method(name.info()) == native &&
+      native->exact_argument_count() == static_cast<std::int64_t>(1 + sizeof...(Args)) &&
+      method_applies_to(*native, cls))
+    remembered = {cls, epoch, native};
   const std::array<Any, 1 + sizeof...(Args)> full{self, Any(args)...};
   return Result<Any>(unchecked, result_unwrap_lazy(callable.callWith(full)));
 }
@@ -101,19 +138,23 @@ KEST_DEFINE_HANDLE(EvaluationScope, instance_derives(a, &EvaluationScope::getCla
 
 Result<Any> I_Language::evaluate(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluate"); // interned once
-  return call_language(*this, name, code, scope);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, code, scope);
 }
 Result<Any> I_Language::evaluateExpression(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateExpression"); // interned once
-  return call_language(*this, name, code, scope);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, code, scope);
 }
 Result<Any> I_Language::toCode(const Any &value) const {
   static const meta_method_untyped name("toCode"); // interned once
-  return call_language(*this, name, value);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, value);
 }
 Result<Any> I_Language::resolve(const String &path) const {
   static const meta_method_untyped name("resolve"); // interned once
-  return call_language(*this, name, path);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, path);
 }
 bool I_Language::canEvaluate() const {
   return Boolean::from(result_unwrap_lazy(propertyValue(meta_property_untyped("$$canEvaluate")))).value();
@@ -121,11 +162,13 @@ bool I_Language::canEvaluate() const {
 
 Result<Any> PythonLanguage::evaluateInSandbox(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateInSandbox"); // interned once
-  return call_language(*this, name, code, scope);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, code, scope);
 }
 Result<Any> PythonLanguage::evaluateExpressionInSandbox(const String &code, const Any &scope) const {
   static const meta_method_untyped name("evaluateExpressionInSandbox"); // interned once
-  return call_language(*this, name, code, scope);
+  static thread_local remembered_method remembered;
+  return call_language(*this, name, remembered, code, scope);
 }
 
 namespace {

@@ -9,6 +9,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace kest;
@@ -120,4 +121,68 @@ TEST(DeclaredLanguage, CanEvaluateReadsTheMetaProperty) {
   auto language = I_Language::unsafeFrom(new_instance(able));
   EXPECT_TRUE(language.canEvaluate());
   EXPECT_EQ(text_of(language.evaluate(S("2"))), "ran 2 in None");
+}
+
+namespace {
+/// A language class of its own whose "evaluate" answers `answer`.
+Class_Generic answering_language(const char *name, const char *answer) {
+  const std::string reply = answer;
+  return declare({S(name), B::module_entry(S("tlang")), B::base_entry(PythonLanguage::getClass()),
+                  B::method_entry(meta_method_untyped("evaluate"),
+                                  make_method([reply](Any, String, Any) { return reply; }))});
+}
+} // namespace
+
+// A language method found once is called again without a lookup on this
+// thread; every change that could make the name mean another method is seen.
+TEST(DeclaredLanguage, RepeatedCallsSeeAMethodReplacedOnTheClass) {
+  auto cls = answering_language("ReplacedLanguage", "first");
+  auto language = I_Language::unsafeFrom(new_instance(cls));
+  EXPECT_EQ(text_of(language.evaluate(S("x"))), "first");
+  EXPECT_EQ(text_of(language.evaluate(S("x"))), "first");
+  cls->add_method(meta_method_untyped("evaluate"), make_method([](Any, String, Any) { return std::string("second"); }));
+  EXPECT_EQ(text_of(language.evaluate(S("x"))), "second");
+}
+
+TEST(DeclaredLanguage, RepeatedCallsSeeAMethodInsertedOnTheInstance) {
+  auto cls = answering_language("InsertedLanguage", "class");
+  auto plain = I_Language::unsafeFrom(new_instance(cls));
+  auto own = I_Language::unsafeFrom(new_instance(cls));
+  EXPECT_EQ(text_of(own.evaluate(S("x"))), "class");
+  ASSERT_FALSE(insert_method(own, meta_method_untyped("evaluate"),
+                             make_method([](Any, String, Any) { return std::string("own"); }))
+                   .isError());
+  EXPECT_EQ(text_of(own.evaluate(S("x"))), "own");
+  EXPECT_EQ(text_of(plain.evaluate(S("x"))), "class");
+  EXPECT_EQ(text_of(own.evaluate(S("x"))), "own");
+}
+
+TEST(DeclaredLanguage, RepeatedCallsOnTwoClassesInTurnReachEachOwnMethod) {
+  auto a = I_Language::unsafeFrom(new_instance(answering_language("TurnLanguageA", "a")));
+  auto b = I_Language::unsafeFrom(new_instance(answering_language("TurnLanguageB", "b")));
+  std::string answers;
+  for (int i = 0; i < 3; ++i)
+    answers += text_of(a.evaluate(S("x"))) + text_of(b.evaluate(S("x")));
+  EXPECT_EQ(answers, "ababab");
+}
+
+TEST(DeclaredLanguage, RepeatedCallsFillInDefaultsEachTime) {
+  using namespace kest::literals;
+  auto cls = kest::class_(kest::module_("tlang"), "DefaultsLanguage")
+                 .base(PythonLanguage::getClass())
+                 .def("evaluate", [](const Any &, String code, Any, Any extra) {
+                        return code.toUtf8() + " " + display(extra).toUtf8();
+                      }, "code"_a, "scope"_a, "extra"_a = 7)
+                 .declare();
+  auto language = I_Language::unsafeFrom(new_instance(cls));
+  EXPECT_EQ(text_of(language.evaluate(S("x"))), "x 7");
+  EXPECT_EQ(text_of(language.evaluate(S("y"))), "y 7");
+}
+
+TEST(DeclaredLanguage, RepeatedCallsOnAnotherThreadFindTheMethodThemselves) {
+  auto language = I_Language::unsafeFrom(new_instance(answering_language("ThreadLanguage", "same")));
+  EXPECT_EQ(text_of(language.evaluate(S("x"))), "same");
+  std::string there;
+  std::thread([&] { there = text_of(language.evaluate(S("x"))) + text_of(language.evaluate(S("x"))); }).join();
+  EXPECT_EQ(there, "samesame");
 }
