@@ -39,6 +39,27 @@ PyObject *call_with_tuple(PyObject *callable, PyObject *const *args, std::size_t
   }
   return PyObject_Call(callable, tuple.get(), nullptr);
 }
+
+/// Without vectorcall in the stable ABI: a few arguments go through the
+/// interpreter's own argument-list call, which hands them to a callee that
+/// takes vectorcall (every Python function) from an array on its stack, with
+/// no tuple to make and free. More arguments get a tuple.
+PyObject *call_without_vectorcall(PyObject *callable, PyObject *const *a, std::size_t count) {
+  switch (count) {
+  case 0:
+    return PyObject_CallNoArgs(callable);
+  case 1:
+    return PyObject_CallFunctionObjArgs(callable, a[0], nullptr);
+  case 2:
+    return PyObject_CallFunctionObjArgs(callable, a[0], a[1], nullptr);
+  case 3:
+    return PyObject_CallFunctionObjArgs(callable, a[0], a[1], a[2], nullptr);
+  case 4:
+    return PyObject_CallFunctionObjArgs(callable, a[0], a[1], a[2], a[3], nullptr);
+  default:
+    return call_with_tuple(callable, a, count);
+  }
+}
 } // namespace
 
 CallProtocol pythonCallProtocol() {
@@ -56,7 +77,7 @@ bool usePythonCallProtocol(CallProtocol protocol) {
 PyObject *callPositional(PyObject *callable, PyObject **slots, std::size_t count) {
   if (const vectorcall_fn vectorcall = vectorcall_in_use().load(std::memory_order_relaxed))
     return vectorcall(callable, slots + 1, count | arguments_offset, nullptr);
-  return call_with_tuple(callable, slots + 1, count);
+  return call_without_vectorcall(callable, slots + 1, count);
 }
 
 } // namespace sarvode

@@ -1,8 +1,10 @@
 #pragma once
 // Calls from the host into Python with positional arguments. A Python whose
 // stable ABI has the vectorcall protocol (3.12 and later) is called through
-// it, straight from an array of arguments; 3.11 gets an argument tuple. The
-// same binary serves both: the choice is made once, from the running Python.
+// it, straight from an array of arguments. On 3.11 a call with up to four
+// arguments goes through the interpreter's argument-list call (no tuple for a
+// callee that takes vectorcall itself); more arguments get a tuple. The same
+// binary serves both: the choice is made once, from the running Python.
 
 #include "runtime/python.hpp"
 

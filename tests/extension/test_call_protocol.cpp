@@ -67,6 +67,16 @@ TEST(CallProtocol, EveryKindOfCallableGivesTheSameResultsOnEachProtocol) {
     EXPECT_EQ(host_text(call_with(py.host("f"), {})), "");
     EXPECT_EQ(host_text(call_with(py.host("f"), {kest::Integer(1), kest::String(u"two"), kest::Float(3.5), kest::None()})),
               "1,'two',3.5,None");
+    // Each count up to and past the few that go without a tuple on 3.11.
+    for (int count = 0; count <= 8; ++count) {
+      std::vector<kest::Any> args;
+      std::string expected;
+      for (int i = 0; i < count; ++i) {
+        args.push_back(kest::Integer(i * 10));
+        expected += (i ? "," : "") + std::to_string(i * 10);
+      }
+      EXPECT_EQ(host_text(call_with(py.host("f"), args)), expected) << count << " arguments";
+    }
     // More arguments than the stack holds.
     std::vector<kest::Any> many;
     std::string expected;
