@@ -135,19 +135,28 @@ struct lookup_cache {
 
 void free_lookup_cache(lookup_cache *cache) noexcept { delete cache; }
 
+// The hit is all a lookup does on the common path: it needs no stack frame,
+// and the miss, which does, is a call of its own.
 const object_value *object_value_class::lookup(member_kind kind, const name_info *n) const {
+  const auto &t = t_thread_state;
+  if (t.lookups && !t.closed) [[likely]] {
+    const auto &e = t.lookups->slot(this, n, kind);
+    if (e.epoch == class_members_epoch() && e.cls == this && e.name == n && e.kind == kind)
+      return e.member;
+  }
+  return lookup_missed(kind, n);
+}
+
+const object_value *object_value_class::lookup_missed(member_kind kind, const name_info *n) const {
   auto *t = this_thread_state();
   if (!t) [[unlikely]] // the thread is ending
     return find(kind, n).get(); // kept alive by the class all the same
   if (!t->lookups) [[unlikely]]
     t->lookups = new lookup_cache;
   const auto epoch = class_members_epoch();
-  auto &e = t->lookups->slot(this, n, kind);
-  if (e.epoch == epoch && e.cls == this && e.name == n && e.kind == kind)
-    return e.member;
   Any found = find(kind, n); // the class (or a base) keeps it alive
-  e = {this, n, epoch, kind, found.get()};
-  return e.member;
+  t->lookups->slot(this, n, kind) = {this, n, epoch, kind, found.get()};
+  return found.get();
 }
 
 const object_value *object_value_class::lookup_property(const name_info *n) const { return lookup(property_member, n); }

@@ -201,6 +201,8 @@ private:
   [[nodiscard]] Any find(member_kind kind, const name_info *name) const;
   /// The same, borrowed, through the calling thread's cache first.
   [[nodiscard]] const object_value *lookup(member_kind kind, const name_info *name) const;
+  /// `lookup` when the thread's cache has no entry for the name (or the thread is ending).
+  [[nodiscard]] const object_value *lookup_missed(member_kind kind, const name_info *name) const;
   /// Keeps a replaced or removed member alive until the class goes (borrowed lookups may still hold it).
   void retire(Any member);
   /// Removes the member of that name from one of this class's tables.
