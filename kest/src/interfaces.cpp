@@ -509,12 +509,7 @@ internal::iterator_iterable::iterator_iterable(const Any &iterable) {
   ++*this;
 }
 
-internal::iterator_iterable &internal::iterator_iterable::operator++() {
-  if (m_loop_step) {
-    if (Any end = m_loop_step(m_source, m_loop, m_current); !end.empty()) [[unlikely]]
-      finish(std::move(end));
-    return *this;
-  }
+internal::iterator_iterable &internal::iterator_iterable::advance() {
   if (m_next_into) {
     if (Any end = m_next_into(m_source, m_current); !end.empty()) [[unlikely]]
       finish(std::move(end));

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -118,6 +119,16 @@ TEST(HostLoop, AnIntBeyondSixtyFourBitsEndsTheLoopWithTheConversionError) {
   ASSERT_TRUE(kest::Error::isInstance(it.error()));
   EXPECT_EQ(kest::Error::unsafeFrom(it.error()).typeName().toUtf8(), "OverflowError");
   EXPECT_EQ(message_of(it.error()), "int too big to convert");
+  expect_no_python_error("the loop");
+}
+
+TEST(HostLoop, MinusOneAndTheSixtyFourBitBoundsAreReadAsThemselves) {
+  // -1 is also what a failed read of an int returns: it must not be taken for one.
+  python_scope py;
+  py.run("numbers = [-1, 0, -2**63, 2**63 - 1, -1]");
+  EXPECT_EQ(loop(py.host("numbers"), [](std::size_t) {}),
+            (std::vector<std::int64_t>{-1, 0, std::numeric_limits<std::int64_t>::min(),
+                                       std::numeric_limits<std::int64_t>::max(), -1}));
   expect_no_python_error("the loop");
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace kest {
@@ -42,7 +43,15 @@ public:
   explicit iterator_iterable(const Any &iterable);
   const Any &operator*() const noexcept { return m_current; }
   const Any *operator->() const noexcept { return &m_current; }
-  iterator_iterable &operator++();
+  /// Inline for an iterable that walks itself (host loops over Python lists).
+  iterator_iterable &operator++() {
+    if (m_loop_step) [[likely]] {
+      if (Any end = m_loop_step(m_source, m_loop, m_current); !end.empty()) [[unlikely]]
+        finish(std::move(end));
+      return *this;
+    }
+    return advance();
+  }
   void operator++(int) { ++*this; }
   friend bool operator==(const iterator_iterable &a, const iterator_iterable &b) noexcept {
     return a.m_source.empty() == b.m_source.empty();
@@ -50,6 +59,8 @@ public:
   [[nodiscard]] const Any &error() const noexcept { return m_error; }
 
 private:
+  /// The step through an iterator object.
+  iterator_iterable &advance();
   void finish(Any &&end);
 
   Any m_source; // the iterator, or the iterable that the loop walks itself; empty at the end
