@@ -111,23 +111,18 @@ kest::Any wrap(PyObject *object) {
   return newCPythonObject(object);
 }
 
-/// Reads an exact int; false, with the Python error pending, for an int beyond 64 bits.
-bool int64_of(PyObject *exact_int, std::int64_t &value) {
-  const long long read = PyLong_AsLongLong(exact_int);
-  value = static_cast<std::int64_t>(read);
-  return !(read == -1 && PyErr_Occurred());
-}
-constexpr const char16_t *int_out_of_range = u"Unable to convert Python integer to int64.";
 } // namespace
+
+kest::Any int64OutOfRange() { return error_or(u"Unable to convert Python integer to int64."); }
 
 void fromPythonInto(kest::Any &slot, PyObject *object) {
   std::int64_t value = 0;
   if (!object || !PyLong_CheckExact(object))
     slot = fromPython(object);
-  else if (int64_of(object, value))
+  else if (int64Of(object, value))
     kest::internal::assign_integer(slot, value);
   else
-    slot = error_or(int_out_of_range);
+    slot = int64OutOfRange();
 }
 
 kest::Any fromPython(PyObject *object) {
@@ -138,8 +133,8 @@ kest::Any fromPython(PyObject *object) {
   // Decimal, float, exception, type or callable): decide them at once.
   if (PyLong_CheckExact(object)) {
     std::int64_t value = 0;
-    if (!int64_of(object, value))
-      return error_or(int_out_of_range);
+    if (!int64Of(object, value))
+      return int64OutOfRange();
     return kest::Integer(value);
   }
   if (PyUnicode_CheckExact(object)) {

@@ -16,6 +16,7 @@
 
 #include <kest/kest.hpp>
 
+#include <optional>
 #include <utility>
 
 namespace sarvode {
@@ -62,8 +63,11 @@ kest::Any step_over(PyObject *sequence, kest::internal::loop_state &state, kest:
   ++state.position;
   PyObject *item = list ? PyList_GetItem(sequence, position) : PyTuple_GetItem(sequence, position); // borrowed
   if (PyLong_CheckExact(item)) { // read without running Python code: the sequence cannot drop it meanwhile
-    fromPythonInto(element, item);
-    return element.kind() == kest::internal::ObjectType::Integer ? kest::Any() : std::exchange(element, kest::Any());
+    std::int64_t value = 0;
+    if (!int64Of(item, value)) [[unlikely]]
+      return int64OutOfRange();
+    kest::internal::assign_integer(element, value); // refills the element's Integer when only the loop holds it
+    return {};
   }
   Py_IncRef(item); // held while it is converted
   fromPythonInto(element, item);
@@ -88,28 +92,10 @@ kest::Any loop_step(const kest::Any &self, kest::internal::loop_state &state, ke
   }
   auto *sequence = static_cast<PyObject *>(const_cast<void *>(state.target));
   py::gil lock;
-  if (state.flag) [[unlikely]] {
-    SandboxScope sandbox; // inside the lock, as every entry opens it
-    return step_over(sequence, state, element);
-  }
-  // The most common step, an int64 of a list, done here: it runs no Python
-  // code, so the item cannot go while it is read.
-  if (PyList_CheckExact(sequence)) [[likely]] {
-    const auto position = static_cast<Py_ssize_t>(state.position);
-    if (position < PyList_Size(sequence)) {
-      PyObject *item = PyList_GetItem(sequence, position); // borrowed
-      if (PyLong_CheckExact(item)) {
-        const long long value = PyLong_AsLongLong(item);
-        if (value != -1 || !PyErr_Occurred()) [[likely]] {
-          ++state.position;
-          kest::internal::assign_integer(element, value);
-          return {};
-        }
-        PyErr_Clear(); // beyond int64: the general step reports it
-      }
-    }
-  }
-  return step_over(sequence, state, element);
+  std::optional<SandboxScope> sandbox; // inside the lock, as every entry opens it
+  if (state.flag) [[unlikely]]
+    sandbox.emplace();
+  return step_over(sequence, state, element); // its one call: made inline
 }
 
 /// The member "next": the element, or what ends the iteration.
