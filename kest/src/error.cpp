@@ -279,6 +279,6 @@ StopIteration::StopIteration() : StopIteration(String(u"Stop iteration.")) {}
 StopIteration::StopIteration(const String &message)
     : Error(unchecked, make_error(StopIteration::getClass(), message)) {}
 
-exception::exception(Error error) : std::runtime_error(error.message().toUtf8()), m_error(std::move(error)) {}
+exception::exception(Error error) : std::runtime_error(error.headline().toUtf8()), m_error(std::move(error)) {}
 
 } // namespace kest

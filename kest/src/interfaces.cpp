@@ -477,7 +477,13 @@ Result<Any> I_HasCode::code() const {
 
 // --- range-for support ----------------------------------------------------------------
 
-internal::iterator_iterable::iterator_iterable(const Any &iterable) {
+internal::iterator_iterable::iterator_iterable(const Any &iterable, throwing_t) : m_throws(true) {
+  start(iterable);
+}
+
+internal::iterator_iterable::iterator_iterable(const Any &iterable) { start(iterable); }
+
+void internal::iterator_iterable::start(const Any &iterable) {
   // An iterable that walks itself needs no iterator object.
   if (auto *native = native_protocol_of(iterable); native && native->loop_step) {
     Any end = native->loop_step(iterable, m_loop, m_current);
@@ -491,16 +497,16 @@ internal::iterator_iterable::iterator_iterable(const Any &iterable) {
     m_loop = {};
   }
   if (!I_Iterable::isInstance(iterable)) {
-    m_error = not_conforming<I_Iterable>(iterable);
+    finish(not_conforming<I_Iterable>(iterable));
     return;
   }
   auto v = result_unwrap_lazy(I_Iterable::unsafeFrom(iterable).iter());
   if (Error::isInstance(v)) {
-    m_error = v;
+    finish(std::move(v));
     return;
   }
   if (!I_Iterator::isInstance(v)) { // an "iter" member that returned something else
-    m_error = not_conforming<I_Iterator>(v);
+    finish(not_conforming<I_Iterator>(v));
     return;
   }
   m_source = std::move(v);
@@ -525,10 +531,13 @@ internal::iterator_iterable &internal::iterator_iterable::advance() {
 }
 
 void internal::iterator_iterable::finish(Any &&end) {
-  if (!StopIteration::isInstance(end))
-    m_error = std::move(end);
   m_source.reset();
   m_current.reset();
+  if (StopIteration::isInstance(end))
+    return;
+  m_error = std::move(end);
+  if (m_throws)
+    throw exception(Error::unsafeFrom(m_error));
 }
 
 } // namespace kest

@@ -12,6 +12,7 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace sarvode;
@@ -150,6 +151,64 @@ TEST(HostLoop, ADictChangedInSizeDuringTheLoopEndsItWithPythonsRuntimeError) {
 
 // Exact lists and tuples are walked by the loop itself (no iterator object);
 // what they give must not differ from what their iterators give.
+
+namespace {
+/// The elements a range-based `for` over `iterable` sees before it throws,
+/// and the host error it throws (empty when it ends without one).
+std::pair<std::vector<std::int64_t>, kest::Any> range_for(const kest::Any &iterable,
+                                                          const std::function<void(std::size_t)> &body) {
+  std::vector<std::int64_t> seen;
+  try {
+    for (const kest::Any &element : kest::I_Iterable::unsafeFrom(iterable)) {
+      seen.push_back(host_integer(element));
+      body(seen.size() - 1);
+    }
+  } catch (const kest::exception &e) {
+    // What a user prints names the error's type as well as its message.
+    EXPECT_EQ(std::string(e.what()), kest::Error::unsafeFrom(e.error()).headline().toUtf8());
+    return {seen, e.error()};
+  }
+  return {seen, {}};
+}
+} // namespace
+
+TEST(HostLoop, ARangeForThatMeetsAnIntBeyondSixtyFourBitsThrowsTheConversionError) {
+  python_scope py;
+  py.run("numbers = [1, 2**70, 3]");
+  const auto [seen, error] = range_for(py.host("numbers"), [](std::size_t) {});
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1}));
+  ASSERT_TRUE(kest::Error::isInstance(error));
+  EXPECT_EQ(kest::Error::unsafeFrom(error).typeName().toUtf8(), "OverflowError");
+  EXPECT_EQ(message_of(error), "int too big to convert");
+  EXPECT_EQ(kest::Error::unsafeFrom(error).headline().toUtf8(), "OverflowError: int too big to convert");
+  expect_no_python_error("the loop");
+}
+
+TEST(HostLoop, ARangeForOverADictChangedInSizeThrowsPythonsRuntimeError) {
+  python_scope py;
+  py.run("table = {'a': 1, 'b': 2, 'c': 3}");
+  const auto [seen, error] = range_for(py.host("list(table.values())"), [](std::size_t) {});
+  EXPECT_EQ(seen.size(), 3u);
+  EXPECT_TRUE(error.empty()); // a walk that ends normally throws nothing
+  py.run("values = iter(table.values())");
+  const auto [before, raised] = range_for(py.host("values"), [&](std::size_t) { py.run("table['d'] = 4"); });
+  EXPECT_EQ(before, (std::vector<std::int64_t>{1}));
+  ASSERT_TRUE(kest::Error::isInstance(raised));
+  EXPECT_EQ(kest::Error::unsafeFrom(raised).typeName().toUtf8(), "RuntimeError");
+  EXPECT_EQ(message_of(raised), "dictionary changed size during iteration");
+  expect_no_python_error("the loop");
+}
+
+TEST(HostLoop, ARangeForOverAGeneratorThatRaisesThrowsItsError) {
+  python_scope py;
+  py.run("def walk():\n    yield 1\n    raise ValueError('no walk today')\n");
+  const auto [seen, error] = range_for(py.host("walk()"), [](std::size_t) {});
+  EXPECT_EQ(seen, (std::vector<std::int64_t>{1}));
+  ASSERT_TRUE(kest::Error::isInstance(error));
+  EXPECT_EQ(kest::Error::unsafeFrom(error).typeName().toUtf8(), "ValueError");
+  EXPECT_EQ(message_of(error), "no walk today");
+  expect_no_python_error("the loop");
+}
 
 TEST(HostLoop, ATupleIsWalkedInOrder) {
   python_scope py;

@@ -91,7 +91,9 @@ class KEST_API StopIteration : public Error {
   explicit StopIteration(const String &message);
 };
 
-/// A C++ exception that carries a host error inside the library.
+/// A C++ exception that carries a host error. `what()` is the error's
+/// headline ("OverflowError: int too big to convert"; the message alone for an
+/// error without a type name); `error()` is the error itself.
 class KEST_API exception : public std::runtime_error {
 public:
   explicit exception(Error error);

@@ -30,7 +30,8 @@ using I_Iterator_Generic = I_Iterator;
 
 namespace internal {
 /// Input iterator over a host iterable, for range-based `for`. An iteration
-/// error ends the loop; `error()` tells whether one did.
+/// error ends the loop; `error()` tells whether one did, and an iterator made
+/// `throwing` throws it as `kest::exception` instead.
 class KEST_API iterator_iterable {
 public:
   using iterator_category = std::input_iterator_tag;
@@ -41,6 +42,9 @@ public:
 
   iterator_iterable() = default; // the end
   explicit iterator_iterable(const Any &iterable);
+  static constexpr struct throwing_t {
+  } throwing{};
+  iterator_iterable(const Any &iterable, throwing_t);
   const Any &operator*() const noexcept { return m_current; }
   const Any *operator->() const noexcept { return &m_current; }
   /// Inline for an iterable that walks itself (host loops over Python lists).
@@ -59,6 +63,8 @@ public:
   [[nodiscard]] const Any &error() const noexcept { return m_error; }
 
 private:
+  /// The first step: the iterable's own walk, or an iterator from its "iter".
+  void start(const Any &iterable);
   /// The step through an iterator object.
   iterator_iterable &advance();
   void finish(Any &&end);
@@ -69,6 +75,7 @@ private:
   loop_state m_loop;
   Any m_current;
   Any m_error;
+  bool m_throws = false;
 };
 
 /// Random-access walk over a host sequence by index.
@@ -104,7 +111,12 @@ KEST_INTERFACE(I_Iterable)
   /// Every element, in order, or the error that stopped the iteration.
   [[nodiscard]] Result<List> collectImpl() const;
   [[nodiscard]] internal::iterator_iterable beginImpl() const { return internal::iterator_iterable(*this); }
-  [[nodiscard]] internal::iterator_iterable begin() const { return beginImpl(); }
+  /// For range-based `for`: a walk that ends in an error (Python's own, an
+  /// element that does not convert) throws it as `kest::exception`, so that a
+  /// loop is never cut short without a word.
+  [[nodiscard]] internal::iterator_iterable begin() const {
+    return internal::iterator_iterable(*this, internal::iterator_iterable::throwing);
+  }
   [[nodiscard]] internal::iterator_iterable end() const { return {}; }
   /// A new mutable list for elements of `elementType`.
   static List createInstance(const Type &elementType);
